@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// The wall clock and sleeping.
+#include <ctime>
+
+#include "cbb.h"
+
+void CBB_Sleep(int iMilliSec) {
+    // Kept: the product wraps at 32 bits, so 5000000 ms sleep about 705 s.
+    CBB_USleep(static_cast<long>(static_cast<uint32_t>(iMilliSec) * 1000U));
+}
+
+void CBB_USleep(long lMicroSec) {
+    if (lMicroSec <= 0) {
+        return;
+    }
+    const timespec duration = {lMicroSec / 1000000, (lMicroSec % 1000000) * 1000};
+    (void)nanosleep(&duration, nullptr);
+}
+
+uint64_t CBB_GetTimeTick(void) {
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+uint64_t CBB_TimeNow(void) {
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_usec);
+}

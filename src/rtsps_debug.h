@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#ifndef RTSPS_DEBUG_H
+#define RTSPS_DEBUG_H
+
+#include <atomic>
+
+// Log levels. The numbers are part of the output contract; any other number prints nothing.
+enum eLOG_LEVEL : int {
+    LOG_LEVEL_ERROR = 1,
+    LOG_LEVEL_CRIT = 2,
+    LOG_LEVEL_WARN = 3,
+    LOG_LEVEL_INFO = 4,
+};
+
+// Expands to the format and the three arguments with which every diagnostic line begins, so that
+// the message's own arguments follow it directly:
+//     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bind %d failed"), port);
+#define RTSPS_AT(text) "%s:%d %s " text "\n", __FILE__, __LINE__, __func__
+
+// The one way in which the library prints diagnostics: a level label and the formatted line, in a
+// single write to standard output. Any thread may log at any time; nothing is allocated.
+class CDebugInfo {
+  public:
+    static CDebugInfo* Instance();
+
+    // Turns INFO lines on or off; the other levels are always printed.
+    void SetDebugSwitch(bool bSwitch);
+
+    // Prints one line of at most 1022 characters, the label included; longer text is cut.
+    void OutputDebugInfo(int nLevel, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+
+  private:
+    std::atomic<bool> m_bSwitch{false};  // atomic: written by Init, read by every thread
+};
+
+#endif
