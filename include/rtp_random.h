@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// Random numbers for RTP values: SSRCs, first sequence numbers and timestamps (RFC 3550, section
+// 5.1), and the jitter of reports. Not for keys or anything else that must not be guessed.
+#ifndef RTP_RANDOM_H
+#define RTP_RANDOM_H
+
+#include <stdint.h>
+#include <stdlib.h>
+
+#ifndef RTSPS_EXPORT
+#define RTSPS_EXPORT __attribute__((visibility("default")))
+#endif
+
+// A generator with a state of its own. Use each object from one thread at a time; distinct objects
+// are independent. A copy repeats what the original draws.
+class RTSPS_EXPORT RTPRdm {
+  public:
+    // Seeds from process id, time, processor time and the object's address, so that two objects
+    // made in the same second differ.
+    RTPRdm();
+
+    // Each value of the type may be drawn.
+    uint8_t GetRandom8();
+    uint16_t GetRandom16();
+    uint32_t GetRandom32();
+
+    // Returns a value from 0 up to, but not including, 1.
+    double GetRandomDouble();
+
+  private:
+    struct drand48_data drandbuffer = {};
+};
+
+// The same from rand(), whose one state the whole process shares. The library never seeds it: the
+// host may, with srand(). GetRandom32_Default() is not uniform: its high 8 bits come from one draw,
+// the others from several.
+RTSPS_EXPORT uint8_t GetRandom8_Default();
+RTSPS_EXPORT uint16_t GetRandom16_Default();
+RTSPS_EXPORT uint32_t GetRandom32_Default();
+RTSPS_EXPORT double GetRandomDouble_Default();
+
+#endif

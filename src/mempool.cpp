@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+#include "mempool.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr uint32_t RECORD_MARKER = 0xAABBCCDD;
+constexpr uint64_t MAX_RECORD_LEN = std::numeric_limits<uint32_t>::max();
+
+// A single-piece append may leave the write position up to 7 bytes behind the ring, and a commit
+// puts its 8 bytes there.
+constexpr uint64_t BLOCK_SLACK = 16;
+
+}  // namespace
+
+bool CMemPool::Init(uint32_t dwRingLen, uint32_t dwTailLen) {
+    // By the fit rules a record starts at most just behind the ring and is shorter than ring and
+    // tail together. Positions outlive the block, so those of a larger ring count as well.
+    const TPositions pos = Positions();
+    const uint64_t nStart = std::max({dwRingLen, pos.dwRead, pos.dwWrite});
+    const uint64_t nBlockLen = nStart + dwRingLen + dwTailLen + BLOCK_SLACK;
+    if (nBlockLen > static_cast<uint64_t>(std::numeric_limits<ptrdiff_t>::max())) {
+        return false;
+    }
+    auto* pBuf = new (std::nothrow) uint8_t[static_cast<size_t>(nBlockLen)];
+    if (pBuf == nullptr) {
+        return false;
+    }
+    Release();
+    m_pBuf = pBuf;
+    m_nBlockLen = nBlockLen;
+    m_dwRingLen = dwRingLen;
+    m_dwTailLen = dwTailLen;
+    return true;
+}
+
+bool CMemPool::Release() {
+    delete[] m_pBuf;
+    m_pBuf = nullptr;
+    return true;
+}
+
+bool CMemPool::InputData(const void* pData, uint32_t dwDataLen) {
+    if (pData == nullptr || dwDataLen == 0) {
+        printf("invalid input para,dwDataLen = %u", dwDataLen);
+        return false;
+    }
+    const TPositions pos = Positions();
+    if (Room(pos) <= uint64_t{dwDataLen} + RECORD_OVERHEAD) {
+        printf("there is no space,dwDataLen = %u", dwDataLen);
+        return false;
+    }
+    PutHeader(pos.dwWrite, dwDataLen);
+    memcpy(m_pBuf + pos.dwWrite + RECORD_OVERHEAD, pData, dwDataLen);
+
+    // Kept: this advance alone compares without the 8 bytes in front of the data.
+    const bool bInRing = uint64_t{pos.dwWrite} + dwDataLen < m_dwRingLen;
+    m_dwWidx.store(bInRing ? pos.dwWrite + dwDataLen + RECORD_OVERHEAD : 0,
+                   std::memory_order_release);
+    return true;
+}
+
+bool CMemPool::InputData(const void* pFirst, uint32_t dwFirstLen, const void* pSecond,
+                         uint32_t dwSecondLen) {
+    const uint64_t nTotal = uint64_t{dwFirstLen} + dwSecondLen;
+    if (nTotal == 0) {
+        printf("invalid input para\n");
+        return false;
+    }
+    const auto dwTotal = static_cast<uint32_t>(nTotal);
+    const TPositions pos = Positions();
+    if (nTotal > MAX_RECORD_LEN || Room(pos) <= nTotal + RECORD_OVERHEAD) {
+        printf("there is no space,dwDataLen = %u", dwTotal);
+        return false;
+    }
+    PutHeader(pos.dwWrite, dwTotal);
+    uint8_t* pTo = m_pBuf + pos.dwWrite + RECORD_OVERHEAD;
+    if (pFirst != nullptr) {
+        memcpy(pTo, pFirst, dwFirstLen);
+    }
+    if (pSecond != nullptr) {
+        memcpy(pTo + dwFirstLen, pSecond, dwSecondLen);
+    }
+    AdvanceWrite(pos.dwWrite, dwTotal);
+    return true;
+}
+
+bool CMemPool::GetBuf(uint8_t** ppBuf, uint32_t* pdwLen) {
+    const TPositions pos = Positions();
+    const uint64_t nRoom = Room(pos);
+    if (nRoom <= RECORD_OVERHEAD) {
+        *pdwLen = 0;
+        return false;
+    }
+    *ppBuf = m_pBuf + pos.dwWrite + RECORD_OVERHEAD;
+    *pdwLen = static_cast<uint32_t>(std::min(nRoom - RECORD_OVERHEAD - 1, MAX_RECORD_LEN));
+    return true;
+}
+
+bool CMemPool::UpdateWriteIdx(uint32_t dwLen) {
+    if (m_pBuf == nullptr) {
+        return false;
+    }
+    const uint32_t dwWidx = m_dwWidx.load(std::memory_order_relaxed);
+    PutHeader(dwWidx, dwLen);
+    AdvanceWrite(dwWidx, dwLen);
+    return true;
+}
+
+bool CMemPool::checkWritable(uint32_t dwNeeded) const {
+    return Room(Positions()) > dwNeeded;
+}
+
+bool CMemPool::GetData(uint8_t** ppBuf, uint32_t* pdwLen) {
+    const TPositions pos = Positions();
+    if (m_pBuf == nullptr || (Used(pos) < RECORD_OVERHEAD && pos.dwRead <= pos.dwWrite)) {
+        return false;
+    }
+    uint32_t dwLen = 0;
+    memcpy(&dwLen, m_pBuf + pos.dwRead + sizeof(RECORD_MARKER), sizeof(dwLen));
+    // A commit of more than was offered, or a consumed length that was not the reported one, must
+    // not lead the reader out of the block.
+    const uint64_t nHeld = m_nBlockLen - pos.dwRead - RECORD_OVERHEAD;
+    *ppBuf = m_pBuf + pos.dwRead + RECORD_OVERHEAD;
+    *pdwLen = static_cast<uint32_t>(std::min<uint64_t>(dwLen, nHeld));
+    return true;
+}
+
+bool CMemPool::UpdateReadIdx(uint32_t dwLen) {
+    const uint32_t dwRidx = m_dwRidx.load(std::memory_order_relaxed);
+    const uint64_t nNext = uint64_t{dwRidx} + dwLen + RECORD_OVERHEAD;
+    m_dwRidx.store(nNext < m_dwRingLen ? static_cast<uint32_t>(nNext) : 0,
+                   std::memory_order_release);
+    return true;
+}
+
+bool CMemPool::Clear() {
+    m_dwRidx.store(m_dwWidx.load(std::memory_order_acquire), std::memory_order_release);
+    return true;
+}
+
+uint32_t CMemPool::GetSpace() const {
+    return m_dwRingLen - Used(Positions());
+}
+
+CMemPool::TPositions CMemPool::Positions() const {
+    return {m_dwRidx.load(std::memory_order_acquire), m_dwWidx.load(std::memory_order_acquire)};
+}
+
+uint32_t CMemPool::Used(const TPositions& pos) const {
+    return m_dwRingLen == 0 ? 0 : (pos.dwWrite - pos.dwRead + m_dwRingLen) % m_dwRingLen;
+}
+
+// How many bytes a record has to stay below. The tail counts while the write position is the one in
+// front: a record behind it then meets nothing unread. With the read position at 0 it does not: a
+// record that reached the ring's end would bring the write position there too, and the full ring
+// would look empty.
+uint64_t CMemPool::Room(const TPositions& pos) const {
+    if (m_pBuf == nullptr) {
+        return 0;
+    }
+    const uint64_t nFree = m_dwRingLen - Used(pos);
+    return pos.dwWrite > pos.dwRead && pos.dwRead != 0 ? nFree + m_dwTailLen : nFree;
+}
+
+void CMemPool::PutHeader(uint32_t dwWidx, uint32_t dwLen) {
+    memcpy(m_pBuf + dwWidx, &RECORD_MARKER, sizeof(RECORD_MARKER));
+    memcpy(m_pBuf + dwWidx + sizeof(RECORD_MARKER), &dwLen, sizeof(dwLen));
+}
+
+// Publishes the record that starts at `dwWidx`.
+void CMemPool::AdvanceWrite(uint32_t dwWidx, uint32_t dwLen) {
+    const uint64_t nNext = uint64_t{dwWidx} + dwLen + RECORD_OVERHEAD;
+    m_dwWidx.store(nNext < m_dwRingLen ? static_cast<uint32_t>(nNext) : 0,
+                   std::memory_order_release);
+}

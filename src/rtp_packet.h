@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+// The RTP header on the wire (RFC 3550, section 5.1), and a packer and parser for it.
+#ifndef RTP_PACKET_H
+#define RTP_PACKET_H
+
+#include <cstddef>
+#include <cstdint>
+
+// Where the fields of a packet lie, in bytes from the start of its header. Packets in the host's
+// buffers start at any alignment: read and write them byte by byte (ReadBe16 and its kin).
+constexpr int RTP_HEADER_SIZE = 12;
+constexpr int RTP_OFFSET_PAYLOAD = 1;  // the marker bit shares this byte
+constexpr int RTP_OFFSET_SEQUENCE = 2;
+constexpr int RTP_OFFSET_TIMESTAMP = 4;
+constexpr int RTP_OFFSET_SSRC = 8;
+constexpr int RTP_OFFSET_CSRC = 12;
+constexpr int RTP_EXTENSION_HEADER_SIZE = 4;
+constexpr uint8_t RTP_PAYLOAD_MASK = 0x7F;
+constexpr unsigned RTP_VERSION = 2;
+constexpr uint8_t RTP_PAYLOAD_VIDEO = 96;  // the dynamic payload type that marks video
+
+// A media unit is a prefix and one RTP packet: "$", a channel byte, and the length of what follows
+// as a big-endian 16-bit number.
+constexpr int RTP_PREFIX_SIZE = 4;
+constexpr int RTP_PREFIX_OFFSET_CHANNEL = 1;
+constexpr int RTP_PREFIX_OFFSET_LENGTH = 2;
+constexpr uint8_t RTP_PREFIX_MAGIC = '$';
+
+// Wire structures overlay bytes that come from anywhere, so they ask for no alignment and may alias
+// any type.
+#define RTP_WIRE __attribute__((packed, may_alias))
+
+struct RTP_WIRE rtp_hdr {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    uint8_t count : 4;
+    uint8_t extension : 1;
+    uint8_t padding : 1;
+    uint8_t version : 2;
+    uint8_t payload : 7;
+    uint8_t marker : 1;
+#else
+    uint8_t version : 2;
+    uint8_t padding : 1;
+    uint8_t extension : 1;
+    uint8_t count : 4;
+    uint8_t marker : 1;
+    uint8_t payload : 7;
+#endif
+    uint16_t sequence;
+    uint32_t timestamp;
+    uint32_t ssrc;
+};
+static_assert(sizeof(rtp_hdr) == RTP_HEADER_SIZE && alignof(rtp_hdr) == 1, "as on the wire");
+
+struct RTP_WIRE rtp_ext_hdr {
+    uint16_t id;
+    uint16_t len;  // 32-bit words of extension data that follow
+};
+static_assert(sizeof(rtp_ext_hdr) == RTP_EXTENSION_HEADER_SIZE && alignof(rtp_ext_hdr) == 1,
+              "as on the wire");
+
+struct rtp_param {
+    uint32_t ssrc;
+    uint16_t sequence;
+    uint32_t timestamp;
+    int32_t marker;
+    int32_t payload;
+    int32_t extension;
+};
+
+struct rtp_buf {
+    uint8_t* buf;
+    int32_t len;
+};
+
+// Convert `nCount` 32-bit words in place, beginning with word `nFirst` of those at `pWords`, which
+// may lie at any alignment.
+void ConvertToNetwork(void* pWords, int nFirst, int nCount);
+void ConvertFromNetwork(void* pWords, int nFirst, int nCount);
+
+// Packs or parses one RTP header in a buffer of the caller, who keeps it alive and owns it.
+class CRtpPacket {
+  public:
+    // `hdr` is where the header starts. `length` is the length of the payload behind it for pack()
+    // (the buffer then holds 12 bytes more), and of the whole packet for unpack().
+    CRtpPacket(void* hdr, int length);
+
+    // Writes the header, and raises the sequence number of `param` for the next packet.
+    // Returns header and payload, or null when there is no buffer, no parameters or no such length.
+    [[nodiscard]] rtp_buf* pack(rtp_param* param);
+
+    // Converts the header to host byte order in place, once, and finds the payload.
+    // Returns the payload, or null, with the packet untouched, when it is too short for what it
+    // declares or not of version 2.
+    [[nodiscard]] rtp_buf* unpack();
+
+    [[nodiscard]] int RtpHeaderSize() const { return RTP_HEADER_SIZE; }
+    [[nodiscard]] const rtp_hdr* Header() const { return m_rtphdr; }
+    [[nodiscard]] int Length() const { return m_length; }  // unpack() takes the padding off
+    [[nodiscard]] bool IsValid() const { return m_bValid; }
+
+  private:
+    rtp_hdr* m_rtphdr;
+    int32_t m_length;
+    bool m_bValid;  // pack() or unpack() has succeeded
+    rtp_buf m_rtpdata;
+};
+
+#endif
