@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#ifndef RTSP_CLOCK_TIME_H
+#define RTSP_CLOCK_TIME_H
+
+#include "rtsp_sec_time.h"
+
+// An absolute time (RFC 2326, section 3.7), held as seconds since 1970-01-01 UTC.
+class ClockTime : public SecTime<ClockTime> {
+  public:
+    ClockTime() = default;
+    ClockTime(int sec, int usec) { Set(sec, usec); }
+    explicit ClockTime(unsigned long sec);
+    ClockTime(const char* text, int len);  // at most 255 bytes are read
+
+    // "19700101T000000Z", in UTC; valid until the next call.
+    const char* to_string();
+    explicit operator const char*() { return to_string(); }
+
+    // Takes the time from a NUL-terminated text, read in the LOCAL time zone. Text that is no
+    // clock time gives 0.
+    void FromString(const char* text);
+};
+
+#endif

@@ -1,0 +1,389 @@
+// SPDX-License-Identifier: MIT
+#include "rtsp_msg.h"
+
+#include <cstring>
+
+#include "cbb.h"
+#include "rtsp_clock_time.h"
+#include "rtsps_debug.h"
+#include "rtsps_text.h"
+
+namespace {
+
+constexpr size_t NUMBER_TEXT_SIZE = 24;  // "%lu" needs 21 bytes
+constexpr size_t SESSION_TEXT_SIZE = 128;
+constexpr size_t ADDRESS_TEXT_SIZE = 64;
+constexpr unsigned int MULTICAST_TTL = 127;
+constexpr int NO_CHANNEL = 255;
+
+void AddPortPair(CRtspHeaderValue& value, const char* szName, unsigned short port1,
+                 unsigned short port2) {
+    char szPorts[NUMBER_TEXT_SIZE];
+    snprintf(szPorts, sizeof(szPorts), "%u-%u", port1, port2);
+    value.AddParameter(szName, szPorts);
+}
+
+void AddTtl(CRtspHeaderValue& value) {
+    char szTtl[NUMBER_TEXT_SIZE];
+    snprintf(szTtl, sizeof(szTtl), "%u", MULTICAST_TTL);
+    value.AddParameter("ttl", szTtl);
+}
+
+void SetSsrc(CRtspHeaderValue& value, unsigned int ssrc) {
+    char szSsrc[NUMBER_TEXT_SIZE];
+    snprintf(szSsrc, sizeof(szSsrc), "%x", ssrc);
+    CRtspParameter* pSsrc = value.GetParameter("ssrc");
+    if (pSsrc != nullptr) {
+        pSsrc->reset_value(szSsrc);
+    } else {
+        value.AddParameter("ssrc", szSsrc);
+    }
+}
+
+void StoreChannel(int nChannel, unsigned char* pChannel) {
+    if (pChannel != nullptr && nChannel != NO_CHANNEL) {
+        *pChannel = static_cast<unsigned char>(nChannel);
+    }
+}
+
+void TakeInterleaved(const CRtspHeader& header, unsigned char* chan1, unsigned char* chan2) {
+    int nFirst = NO_CHANNEL;
+    int nSecond = NO_CHANNEL;
+    CRtspTransport::GetInterleavedFlag(header, &nFirst, &nSecond);
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("tmpFlag1 %x, tmpFlag2 %x"),
+                                            static_cast<unsigned int>(nFirst),
+                                            static_cast<unsigned int>(nSecond));
+    StoreChannel(nFirst, chan1);
+    StoreChannel(nSecond, chan2);
+}
+
+// A copy of the request's header of that name, or null.
+std::unique_ptr<CRtspHeader> CopyHeader(const CRtspMsg* req, const char* szName) {
+    const CRtspHeader* pHeader = req == nullptr ? nullptr : req->GetHeader(szName);
+    return std::unique_ptr<CRtspHeader>(pHeader == nullptr ? nullptr : pHeader->clone());
+}
+
+}  // namespace
+
+CRtspMsg::CRtspMsg() {
+    m_szContent[0] = '\0';  // the other 2047 bytes are written when there is a body
+}
+
+void CRtspMsg::as_string(char* out) const {
+    CTextAppender appender(out, CTextAppender::UNBOUNDED);
+    append_text(appender);
+}
+
+int CRtspMsg::as_binary(char*, int) const {
+    return -1;
+}
+
+void CRtspMsg::append_text(CTextAppender&) const {}
+
+void CRtspMsg::Version(int major, int minor) {
+    m_majorVer = major;
+    m_minorVer = minor;
+}
+
+int CRtspMsg::Content(const char* data, int len) {
+    if (len < 0 || len > CONTENT_SIZE || (data == nullptr && len > 0)) {
+        return -1;
+    }
+    memset(m_szContent, 0, sizeof(m_szContent));
+    if (len > 0) {
+        memcpy(m_szContent, data, static_cast<size_t>(len));
+    }
+    m_contentLen = len;
+    return 0;
+}
+
+void CRtspMsg::AddHeader(CRtspHeader* pHeader) {
+    if (pHeader != nullptr) {
+        AppendOwned(m_headers, pHeader);
+    }
+}
+
+void CRtspMsg::AddHeader(const char* name, const char* text) {
+    std::unique_ptr<CRtspHeader> header(CRtspHeader::create_new(name));
+    if (header != nullptr && header->AddHeaderValue(text) != nullptr) {
+        AddHeader(header.release());
+    }
+}
+
+void CRtspMsg::AddHeader(const char* name, int n) {
+    char szNumber[NUMBER_TEXT_SIZE];
+    snprintf(szNumber, sizeof(szNumber), "%d", n);
+    AddHeader(name, szNumber);
+}
+
+void CRtspMsg::AddHeader(const char* name, unsigned long n) {
+    char szNumber[NUMBER_TEXT_SIZE];
+    snprintf(szNumber, sizeof(szNumber), "%lu", n);
+    AddHeader(name, szNumber);
+}
+
+CRtspHeader* CRtspMsg::GetHeader(const char* name) {
+    return const_cast<CRtspHeader*>(std::as_const(*this).GetHeader(name));
+}
+
+const CRtspHeader* CRtspMsg::GetHeader(const char* name) const {
+    for (const auto& header : m_headers) {
+        if (header->IsTypeByName(name)) {
+            return header.get();
+        }
+    }
+    return nullptr;
+}
+
+bool CRtspMsg::GetHeaderValue(const char* name, char* out) const {
+    return GetHeaderValue(name, out, CTextAppender::UNBOUNDED);
+}
+
+bool CRtspMsg::GetHeaderValue(const char* name, char* out, size_t size) const {
+    const CRtspHeader* pHeader = GetHeader(name);
+    const CRtspHeaderValue* pValue = pHeader == nullptr ? nullptr : pHeader->GetHeaderValue();
+    if (pValue == nullptr) {
+        return false;
+    }
+    CTextAppender appender(out, size);
+    pValue->append_text(appender);
+    return true;
+}
+
+bool CRtspMsg::GetHeaderValue(const char* name, int& n) const {
+    char szValue[256] = {};
+    if (!GetHeaderValue(name, szValue, sizeof(szValue))) {
+        return false;
+    }
+    n = TextToInt(szValue);
+    return true;
+}
+
+CRtspHeader* CRtspMsg::GetFirstHeader() {
+    m_iterator = 0;
+    return GetNextHeader();
+}
+
+CRtspHeader* CRtspMsg::GetNextHeader() {
+    return m_iterator < m_headers.size() ? m_headers[m_iterator++].get() : nullptr;
+}
+
+void CRtspMsg::Clear() {
+    m_headers.clear();
+    m_iterator = 0;
+}
+
+void CRtspMsg::append_headers(CTextAppender& out) const {
+    for (const auto& header : m_headers) {
+        out.Append(header->Name());
+        out.Append(": ");
+        header->append_text(out);
+    }
+    out.Append("\r\n");
+}
+
+void CRtspMsg::append_body(CTextAppender& out) const {
+    if (m_contentLen > 0) {
+        out.Append(m_szContent, strnlen(m_szContent, static_cast<size_t>(m_contentLen)));
+    }
+}
+
+int CRtspMsg::copy_binary(const CTextAppender& head, const char* szHead, char* out,
+                          int size) const {
+    const int nHead = static_cast<int>(head.Length());
+    const int nTotal = nHead + m_contentLen;
+    if (head.Overflowed() || nTotal > size) {
+        return -1;
+    }
+    memcpy(out, szHead, head.Length());
+    memcpy(out + nHead, m_szContent, static_cast<size_t>(m_contentLen));
+    if (nTotal < size) {
+        out[nTotal] = '\0';
+    }
+    return nTotal;
+}
+
+CRtspRequest::CRtspRequest() {
+    m_szUrl[0] = '\0';
+}
+
+void CRtspRequest::URL(const char* url) {
+    memset(m_szUrl, 0, sizeof(m_szUrl));
+    TextCopy(m_szUrl, url);
+}
+
+void CRtspRequest::append_head(CTextAppender& out) const {
+    out.AppendFormat("%s %s RTSP/%d.%d\r\n", Method(), URL(), MajorVer(), MinorVer());
+    append_headers(out);
+}
+
+void CRtspRequest::append_text(CTextAppender& out) const {
+    append_head(out);
+    append_body(out);
+}
+
+int CRtspRequest::as_binary(char* out, int size) const {
+    char szHead[HEAD_BUFFER_SIZE] = {};
+    CTextAppender head(szHead, sizeof(szHead));
+    append_head(head);
+    return copy_binary(head, szHead, out, size);
+}
+
+const char* CRtspResponse::Code() const {
+    const RTSP_STATUS_MAP* pStatus = get_rtsp_status_map(m_index);
+    return pStatus == nullptr ? nullptr : pStatus->code;
+}
+
+const char* CRtspResponse::Msg() const {
+    const RTSP_STATUS_MAP* pStatus = get_rtsp_status_map(m_index);
+    return pStatus == nullptr ? nullptr : pStatus->msg;
+}
+
+void CRtspResponse::Msg(const char*) {}
+
+bool CRtspResponse::append_head(CTextAppender& out) const {
+    const RTSP_STATUS_MAP* pStatus = get_rtsp_status_map(m_index);
+    if (pStatus == nullptr) {
+        return false;
+    }
+    out.AppendFormat("RTSP/%d.%d %s %s\r\n", MajorVer(), MinorVer(), pStatus->code, pStatus->msg);
+    append_headers(out);
+    return true;
+}
+
+void CRtspResponse::append_text(CTextAppender& out) const {
+    if (append_head(out)) {
+        append_body(out);
+    }
+}
+
+int CRtspResponse::as_binary(char* out, int size) const {
+    char szHead[HEAD_BUFFER_SIZE] = {};
+    CTextAppender head(szHead, sizeof(szHead));
+    return append_head(head) ? copy_binary(head, szHead, out, size) : -1;
+}
+
+void CRtspResponse::append_copy(const CRtspMsg* req, const char* name) {
+    AddHeader(CopyHeader(req, name).release());
+}
+
+void CRtspResponse::append_cseq(const CRtspMsg* req) {
+    append_copy(req, "CSeq");
+}
+
+void CRtspResponse::append_session_id(const CRtspMsg* req) {
+    append_copy(req, "Session");
+}
+
+void CRtspResponse::append_session_id(const char* id) {
+    AddHeader("Session", id);
+}
+
+void CRtspResponse::append_connection(const char* text) {
+    AddHeader("Connection", text);
+}
+
+void CRtspResponse::append_date(const char* text) {
+    AddHeader("Date", text);
+}
+
+void CRtspResponse::append_public_options(const char* text) {
+    AddHeader("Public", text);
+}
+
+void CRtspResponse::append(const char* name, const char* text) {
+    AddHeader(name, text);
+}
+
+void CRtspResponse::append_range_time_now(const CRtspMsg*, time_t now) {
+    // Kept: the bare time, without "clock=" before it and "-" behind it.
+    AddHeader("Range", ClockTime(static_cast<unsigned long>(now)).to_string());
+}
+
+void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,
+                                     unsigned short port1, unsigned short port2, const char* source,
+                                     unsigned char* chan1, unsigned char* chan2) {
+    std::unique_ptr<CRtspHeader> header = CopyHeader(req, "Transport");
+    CRtspHeaderValue* pValue = header == nullptr ? nullptr : header->GetHeaderValue();
+    if (pValue == nullptr) {
+        return;
+    }
+    switch (proto) {
+        case protocol_mcast:
+            AddPortPair(*pValue, "port", port1, port2);
+            AddTtl(*pValue);
+            break;
+        case protocol_udp:
+        case protocol_tcp:
+            AddPortPair(*pValue, "server_port", port1, port2);
+            break;
+        case protocol_over_rtsp:
+            // The client's own "interleaved" parameter is the answer.
+            TakeInterleaved(*header, chan1, chan2);
+            break;
+        default:
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
+                                                    RTSPS_AT("Unknow protocol! [%d]"), proto);
+            break;
+    }
+    if (source != nullptr && pValue->GetParameter("destination") != nullptr) {
+        pValue->AddParameter("source", source);
+    }
+    if (proto != protocol_tcp && ssrc != 0) {
+        SetSsrc(*pValue, ssrc);
+    }
+    AddHeader(header.release());
+}
+
+void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ssrc,
+                                            unsigned short port1, unsigned short port2,
+                                            const tagCBB_ADDR_T* addr) {
+    std::unique_ptr<CRtspHeader> header = CopyHeader(req, "Transport");
+    CRtspHeaderValue* pValue = header == nullptr ? nullptr : header->GetHeaderValue();
+    if (pValue == nullptr) {
+        return;
+    }
+    char szAddress[ADDRESS_TEXT_SIZE] = {};
+    const char* szGroup = CBB_GetAddrString(addr);
+    if (szGroup != nullptr) {
+        TextCopy(szAddress, szGroup);
+    }
+    pValue->AddParameter("destination", szAddress);
+    AddPortPair(*pValue, "port", port1, port2);
+    AddTtl(*pValue);
+    SetSsrc(*pValue, ssrc);
+    AddHeader(header.release());
+}
+
+void CRtspResponse::GetMulAddressPort(const CRtspMsg*, unsigned short&, unsigned long&) const {}
+
+int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
+    const CRtspHeader* pHeader = req == nullptr ? nullptr : req->GetHeader("Session");
+    if (pHeader == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! CheckSessionId,\"Session\" not found! "));
+        return -1;
+    }
+    const CRtspHeaderValue* pValue = pHeader->GetHeaderValue();
+    if (pValue == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! CheckSessionId,pHeader->GetHeaderValue ERROR!"));
+        return -1;
+    }
+    char szSession[SESSION_TEXT_SIZE] = {};
+    CTextAppender session(szSession, sizeof(szSession));
+    pValue->append_text(session);
+    // Kept: found anywhere in the text, so that "12345678;timeout=60" matches "12345678".
+    if (strstr(szSession, id) != nullptr) {
+        return 0;
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! BAD SessionID SRC[%s], Coming [%s]"), id, szSession);
+    return -1;
+}
+
+int CRtspResponse::CheckSessionId(const CRtspMsg* req, unsigned int id) {
+    char szId[SESSION_TEXT_SIZE];
+    snprintf(szId, sizeof(szId), "%u", id);
+    return CheckSessionId(req, szId);
+}

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: MIT
+// RTSP messages: start-line data, headers in order, and an optional body (RFC 2326, sections 4 to
+// 7). A message belongs to one thread at a time.
+#ifndef RTSP_MSG_H
+#define RTSP_MSG_H
+
+#include <cstddef>
+#include <ctime>
+
+#include "rtsp_common.h"
+#include "rtsp_header.h"
+
+struct tagCBB_ADDR_T;
+
+class CRtspMsg {
+  public:
+    static constexpr int CONTENT_SIZE = 2048;         // largest body
+    static constexpr size_t HEAD_BUFFER_SIZE = 1024;  // start line, headers, blank line and a NUL
+
+    CRtspMsg();
+    virtual ~CRtspMsg() = default;
+    CRtspMsg(const CRtspMsg&) = delete;
+    CRtspMsg& operator=(const CRtspMsg&) = delete;
+
+    // Appends the whole message as text to a NUL-terminated buffer whose caller vouches that it
+    // is large enough. The body ends at its first NUL byte. The base class, and a response whose
+    // status has no row in the status table, write nothing.
+    virtual void as_string(char* out) const;
+
+    // Writes the message as bytes and returns how many: the head, then exactly ContentLen() body
+    // bytes. A NUL follows when there is room for one. Returns -1, with `out` untouched, when the
+    // head is longer than HEAD_BUFFER_SIZE - 1 bytes, when the total exceeds `size`, when a
+    // response's status has no row, and always in the base class.
+    virtual int as_binary(char* out, int size) const;
+
+    // The work behind as_string, for a bounded output, which tells whether the text was cut.
+    virtual void append_text(CTextAppender& out) const;
+
+    void Version(int major, int minor);
+    [[nodiscard]] int MajorVer() const { return m_majorVer; }
+    [[nodiscard]] int MinorVer() const { return m_minorVer; }
+    void Cseq(int nCseq) { m_cseq = nCseq; }
+    [[nodiscard]] int Cseq() const { return m_cseq; }
+
+    // Copies the body. Returns 0, or -1 and changes nothing when `len` is negative or above
+    // CONTENT_SIZE.
+    int Content(const char* data, int len);
+    [[nodiscard]] const char* Content() const { return m_szContent; }  // ContentLen() bytes
+    [[nodiscard]] int ContentLen() const { return m_contentLen; }
+
+    void Method(eRTSP_METHOD_INDEX method) { m_method = method; }
+    void Method(const char* szMethod) { m_method = get_rtsp_method(szMethod); }
+    [[nodiscard]] const char* Method() const { return get_rtsp_method(m_method); }
+    [[nodiscard]] bool IsRequest() const { return m_method != RTSP_RESPONSE; }
+
+    // Append a header. Out of memory nothing is appended. A given object is owned by the message
+    // from then on, whatever happens; null is ignored. `text` becomes one value and is not split.
+    void AddHeader(CRtspHeader* pHeader);
+    void AddHeader(const char* name, const char* text);
+    void AddHeader(const char* name, int n);
+    void AddHeader(const char* name, unsigned long n);
+
+    // The first header of that name, or null. The message keeps it.
+    CRtspHeader* GetHeader(const char* name);
+    [[nodiscard]] const CRtspHeader* GetHeader(const char* name) const;
+
+    // Appends the first value's text of the first header of that name to the NUL-terminated
+    // `out`. False, and `out` untouched, when there is no such header or it has no value. With
+    // `size` (the NUL included) text that does not fit is cut; without, the caller vouches for
+    // the buffer.
+    bool GetHeaderValue(const char* name, char* out) const;
+    bool GetHeaderValue(const char* name, char* out, size_t size) const;
+    // The same value as a decimal number, 0 when it begins with none.
+    bool GetHeaderValue(const char* name, int& n) const;
+
+    // Walks the headers in order; null at the end. One walk at a time per message.
+    CRtspHeader* GetFirstHeader();
+    CRtspHeader* GetNextHeader();
+
+    void Clear();  // destroys all headers
+
+  protected:
+    // What requests and responses share: everything behind the start line.
+    void append_headers(CTextAppender& out) const;
+    void append_body(CTextAppender& out) const;
+    // Copies a finished head and the body to `out`, as as_binary describes.
+    int copy_binary(const CTextAppender& head, const char* szHead, char* out, int size) const;
+
+  private:
+    COwningList<CRtspHeader> m_headers;
+    size_t m_iterator = 0;  // the header that GetNextHeader returns next
+    int m_majorVer = 1;
+    int m_minorVer = 0;
+    int m_cseq = 0;
+    eRTSP_METHOD_INDEX m_method = RTSP_UNKNOWN;
+    char m_szContent[CONTENT_SIZE];
+    int m_contentLen = 0;
+};
+
+class CRtspRequest : public CRtspMsg {
+  public:
+    CRtspRequest();
+
+    int as_binary(char* out, int size) const override;
+    void append_text(CTextAppender& out) const override;
+
+    void URL(const char* url);  // cut to 1023 characters
+    [[nodiscard]] const char* URL() const { return m_szUrl; }
+
+  private:
+    void append_head(CTextAppender& out) const;
+
+    char m_szUrl[1024];
+};
+
+class CRtspResponse : public CRtspMsg {
+  public:
+    CRtspResponse() = default;
+    explicit CRtspResponse(eRTSP_STATUS_CODE_INDEX index) : m_index(index) {}
+
+    int as_binary(char* out, int size) const override;
+    void append_text(CTextAppender& out) const override;
+
+    void SetResponseCode(eRTSP_STATUS_CODE_INDEX index) { m_index = index; }
+    [[nodiscard]] eRTSP_STATUS_CODE_INDEX GetResponseCode() const { return m_index; }
+
+    // The code text and the reason phrase of the status, or null when it has no row.
+    [[nodiscard]] const char* Code() const;
+    [[nodiscard]] const char* Msg() const;
+    void Code(const char* code) { m_index = get_rtsp_status_index(code); }
+    void Msg(const char* msg);  // ignores the phrase: the phrase is always the status table's
+
+    // Header builders. Each appends one header at the end, so the order of the calls is the order
+    // on the wire. Out of memory the header is left out.
+    void append_cseq(const CRtspMsg* req);        // a copy of the request's "CSeq", when it has one
+    void append_session_id(const CRtspMsg* req);  // a copy of its "Session", when it has one
+    void append_session_id(const char* id);
+    void append_connection(const char* text);
+    void append_date(const char* text);
+    void append_public_options(const char* text);
+    void append(const char* name, const char* text);
+    void append_range_time_now(const CRtspMsg* req, time_t now);
+
+    // A copy of the request's "Transport" header, completed with what the server chose: ports,
+    // `source` when the client named a destination (null: leave it out) and the SSRC (0: leave it
+    // out; never for protocol_tcp). For protocol_over_rtsp the client's channel numbers are
+    // stored through `chan1` and `chan2`, which may be null. Does nothing when the request has no
+    // such header or the header no value.
+    void append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,
+                          unsigned short port1, unsigned short port2, const char* source,
+                          unsigned char* chan1, unsigned char* chan2);
+
+    // The same for multicast: group address, ports, a time-to-live of 127 and the SSRC.
+    void append_mul_address_port(const CRtspMsg* req, unsigned int ssrc, unsigned short port1,
+                                 unsigned short port2, const tagCBB_ADDR_T* addr);
+
+    // Kept as a placeholder: leaves both outputs untouched.
+    void GetMulAddressPort(const CRtspMsg* req, unsigned short& port, unsigned long& addr) const;
+
+    // 0 when the request's "Session" value contains `id` anywhere in its text, otherwise -1 and a
+    // log line.
+    static int CheckSessionId(const CRtspMsg* req, const char* id);
+    static int CheckSessionId(const CRtspMsg* req, unsigned int id);
+
+  private:
+    bool append_head(CTextAppender& out) const;  // false when the status has no row
+    void append_copy(const CRtspMsg* req, const char* name);
+
+    eRTSP_STATUS_CODE_INDEX m_index = RTSP_STATUS_UNK;
+};
+
+#endif

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "rtsp_nptime.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "rtsps_text.h"
+
+namespace {
+
+constexpr size_t TEXT_SIZE = 32;
+constexpr int MAX_FIELDS = 4;
+
+// The integer part of a number from the wire; infinities end at the nearer end, NaN is 0.
+int ToWhole(double f) {
+    if (std::isnan(f)) {
+        return 0;
+    }
+    if (f >= static_cast<double>(INT_MAX)) {
+        return INT_MAX;
+    }
+    return f <= static_cast<double>(INT_MIN) ? INT_MIN : static_cast<int>(f);
+}
+
+// Splits a text at ":" into at most MAX_FIELDS numbers. Returns how many there are, 0 when there
+// are more than that.
+int SplitFields(const char* text, double (&fields)[MAX_FIELDS]) {
+    char szText[TEXT_SIZE];
+    TextCopy(szText, text);
+    int nFields = 0;
+    char* pSave = nullptr;
+    for (char* szField = strtok_r(szText, ":", &pSave); szField != nullptr;
+         szField = strtok_r(nullptr, ":", &pSave)) {
+        if (nFields == MAX_FIELDS) {
+            return 0;
+        }
+        fields[nFields++] = strtod(szField, nullptr);
+    }
+    return nFields;
+}
+
+}  // namespace
+
+NPTime::NPTime(unsigned long sec) {
+    // Read as signed first, so that a time before 0 survives its way through an unsigned long.
+    Set(static_cast<long>(sec), 0);
+}
+
+NPTime::NPTime(const char* text, int len) {
+    char szText[TEXT_SIZE];
+    TextCopySlice(szText, text, len);
+    FromString(szText);
+}
+
+NPTime::NPTime(const char* text, int len, bool wholeSeconds, bool& valid) {
+    char szText[TEXT_SIZE];
+    TextCopySlice(szText, text, len);
+    valid = FromString(szText);
+    if (wholeSeconds) {
+        m_usec = 0;
+    }
+}
+
+bool NPTime::FromString(const char* text) {
+    static constexpr int SECONDS_PER_UNIT[MAX_FIELDS] = {1, 60, 3600, 86400};
+    double fields[MAX_FIELDS] = {};
+    const int nFields = SplitFields(text, fields);
+    if (nFields == 0) {
+        Set(0, 0);
+        return false;
+    }
+    const double fSeconds = fields[nFields - 1];
+    int64_t nSec = ToWhole(fSeconds);
+    for (int i = 1; i < nFields; ++i) {
+        nSec += ToWhole(fields[nFields - 1 - i] * SECONDS_PER_UNIT[i]);
+    }
+    const double fFraction = std::isfinite(fSeconds) ? fSeconds - std::trunc(fSeconds) : 0.0;
+    Set(nSec, static_cast<int>(fFraction * USEC_PER_SEC));
+    return true;
+}
+
+const char* NPTime::to_string() {
+    if (m_usec < 1) {
+        snprintf(m_szChunk, sizeof(m_szChunk), "%d", m_sec);
+    } else {
+        snprintf(m_szChunk, sizeof(m_szChunk), "%d.%06d", m_sec, m_usec);
+    }
+    return m_szChunk;
+}
