@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#include "rtcp_session.h"
+
+#include "rtcp_packet.h"
+#include "rtp_packet.h"
+#include "rtsps_debug.h"
+#include "rtsps_text.h"
+
+namespace {
+
+constexpr time_t REPORT_INTERVAL_SEC = 5;
+// A next report further away than this means that the clock was set back.
+constexpr time_t CLOCK_STEP_SEC = 11;
+constexpr uint32_t NTP_EPOCH_OFFSET = 2208988800U;  // seconds from 1900 to 1970
+constexpr int SENDER_REPORT_SIZE = 28;
+constexpr uint16_t SENDER_REPORT_WORDS = SENDER_REPORT_SIZE / 4 - 1;
+
+}  // namespace
+
+CRtcpSession::~CRtcpSession() {
+    close();
+}
+
+int CRtcpSession::open(TRANS_INFO* pInfo) {
+    if (inittransmitter(pInfo) == 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("Err , CRtcpSession inittransmitter!"));
+        return -1;
+    }
+    return 0;
+}
+
+int CRtcpSession::close() {
+    ReleaseTransmitter();
+    return 0;
+}
+
+int CRtcpSession::parse_rtp_packet(const uint8_t* pHeader, int len) {
+    m_ssrc = ReadBe32(pHeader + RTP_OFFSET_SSRC);
+    m_lastTimeStamp = ReadBe32(pHeader + RTP_OFFSET_TIMESTAMP);
+    ++m_pSend;
+    // Kept: the caller passes 0, so the octet count falls by 12 with every packet, modulo 2^32.
+    m_oSend += static_cast<uint32_t>(len - RTP_HEADER_SIZE);
+    return 0;
+}
+
+void CRtcpSession::calc_next_time() {
+    gettimeofday(&m_nextTime, nullptr);
+    m_nextTime.tv_sec += REPORT_INTERVAL_SEC;
+}
+
+uint32_t CRtcpSession::is_time() {
+    if (m_bFirst != 0) {
+        m_bFirst = 0;
+        gettimeofday(&m_preTime, nullptr);
+        calc_next_time();
+        return 0;
+    }
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    if (m_nextTime.tv_sec > now.tv_sec && m_nextTime.tv_sec - now.tv_sec < CLOCK_STEP_SEC) {
+        return 0;
+    }
+    calc_next_time();
+    return 1;
+}
+
+int CRtcpSession::send_sr(int timeout) {
+    CTransmitter* pTransmitter = GetTransmitter();
+    if (pTransmitter == nullptr) {
+        return 0;
+    }
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    uint8_t packet[UNIT_PREFIX_SIZE + SENDER_REPORT_SIZE] = {};
+    uint8_t* pReport = packet + UNIT_PREFIX_SIZE;
+    pReport[0] = RTP_VERSION << 6;
+    pReport[1] = RTCP_SR;
+    WriteBe16(pReport + 2, SENDER_REPORT_WORDS);
+    WriteBe32(pReport + 4, m_ssrc);
+    WriteBe32(pReport + 8, static_cast<uint32_t>(now.tv_sec) + NTP_EPOCH_OFFSET);
+    WriteBe32(pReport + 12, static_cast<uint32_t>(now.tv_usec));  // kept: not scaled to 2^32
+    WriteBe32(pReport + 16, m_lastTimeStamp);
+    WriteBe32(pReport + 20, m_pSend);
+    WriteBe32(pReport + 24, m_oSend);
+    if (GetTransMode() == RTPOVERRTSP_MODE) {
+        packet[0] = '$';
+        packet[1] = get_trans_info()->byTcpRtcpFlag;
+        WriteBe16(packet + 2, SENDER_REPORT_SIZE);
+        pTransmitter->SendPacket(packet, sizeof(packet), timeout);
+    } else {
+        // Kept: handed over without a prefix, so the UDP transmitter cuts off the common header
+        // and the datagram holds the 24 bytes from the SSRC on.
+        pTransmitter->SendPacket(pReport, SENDER_REPORT_SIZE, timeout);
+    }
+    return 0;
+}

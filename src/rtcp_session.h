@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#ifndef RTCP_SESSION_H
+#define RTCP_SESSION_H
+
+#include <sys/time.h>
+
+#include <cstdint>
+
+#include "session.h"
+
+// The RTCP side of one media stream (RFC 3550, 6.4.1): counts what is sent and emits a sender
+// report every 5 seconds at most, while media is being sent. Incoming RTCP is never read.
+// Used from the sending thread only.
+class CRtcpSession final : public CSession {
+  public:
+    explicit CRtcpSession(ETRANS_MODE mode) : CSession(mode) {}
+    ~CRtcpSession() override;
+
+    // Opens the path on the RTCP ports in `pInfo`; 0 or -1. A session that was never opened
+    // counts, and sends nothing.
+    [[nodiscard]] int open(TRANS_INFO* pInfo);
+    int close();
+    int get_handle() const { return GetTransmitter()->GetHandle(); }
+
+    // Accounts one RTP packet, given its header of at least 12 bytes; 0.
+    int parse_rtp_packet(const uint8_t* pHeader, int len);
+
+    // 1 when a report is due; the next one is then 5 seconds off.
+    uint32_t is_time();
+    void calc_next_time();
+
+    // Sends one report; 0, whatever happens.
+    int send_sr(int timeout);
+
+  private:
+    uint32_t m_ssrc = 0;  // of the last packet, like the time stamp
+    uint32_t m_pSend = 0;
+    uint32_t m_oSend = 0;
+    uint32_t m_lastTimeStamp = 0;
+    uint32_t m_bFirst = 1;
+    timeval m_preTime{};
+    timeval m_nextTime{};
+};
+
+#endif

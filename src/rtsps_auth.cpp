@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_auth.h"
+
+int CheckBasicAuth(const tagRtspRequestCfg* /*cfg*/, const char* /*szValue*/) {
+    return 0;
+}
+
+int CheckDigestAuth(const tagRtspRequestCfg* /*cfg*/, const char* /*szValue*/,
+                    const char* /*szMethod*/) {
+    return 0;
+}

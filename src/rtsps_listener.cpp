@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_listener.h"
+
+#include <netinet/tcp.h>
+
+#include <memory>
+#include <new>
+
+#include "cbb/CBB_Thread.h"
+#include "rtsps_debug.h"
+#include "rtsps_session.h"
+#include "rtsps_session_mgr.h"
+
+namespace {
+
+constexpr int LISTEN_BACKLOG = 24;
+constexpr uint32_t ACCEPT_TIMEOUT_MS = 5000;
+constexpr int REFUSAL_PAUSE_MS = 50;
+
+constexpr int RTSP_SEND_BUFFER_SIZE = 1048576;
+constexpr int RTSP_RECV_BUFFER_SIZE = 262144;
+
+constexpr int KEEPALIVE_IDLE_SEC = 10;
+constexpr int KEEPALIVE_INTERVAL_SEC = 5;
+constexpr int KEEPALIVE_PROBES = 3;
+
+void SetIntOption(CBB_SOCK_T sock, int nLevel, int nName, int nValue) {
+    setsockopt(sock, nLevel, nName, &nValue, sizeof(nValue));
+}
+
+}  // namespace
+
+int CRtspListener::Open(int port) {
+    const CBB_SOCK_T sock = CBB_CreateSocket(AF_INET, SOCK_STREAM, 0);
+    if (sock == -1) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("CreateSocket failed "));
+        return -1;
+    }
+    m_sock.store(sock, std::memory_order_release);
+    if (listen_on(port) != 0) {
+        close_socket();
+        return -1;
+    }
+    return start_thread(port);
+}
+
+int CRtspListener::listen_on(int port) {
+    CBB_ADDR_T addr{};
+    CBB_MakeAddrByString(AF_INET, nullptr, static_cast<uint16_t>(port), &addr);
+    CBB_SetReuseAddr(GetFd(), 1);
+    CBB_SetBuffSize(GetFd(), RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);
+    // A client that vanishes between poll and accept must not block the thread.
+    CBB_SetNonBlock(GetFd(), 1);
+    if (CBB_Bind(GetFd(), &addr) != 0) {
+        const int nError = GetSystemLastError();
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("bind %d failed,errno %d"), port, nError);
+        return -1;
+    }
+    if (CBB_Listen(GetFd(), LISTEN_BACKLOG) != 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Listen failed "));
+        return -1;
+    }
+    return 0;
+}
+
+int CRtspListener::start_thread(int port) {
+    m_running.store(1, std::memory_order_release);
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
+                                            RTSPS_AT("Thread_Create, the port is [%d]"), port);
+    {
+        const CBlockSignals block;
+        m_ThreadListen = CBB_Thread_Create(accept_handler_svc, this, 0, 0, 0, 0);
+    }
+    if (m_ThreadListen == CBB_INVALID_HANDLE) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("create data thread failed "));
+        close_socket();
+        m_running.store(0, std::memory_order_release);
+        return -1;
+    }
+    return 0;
+}
+
+int CRtspListener::Close() {
+    m_running.store(0, std::memory_order_release);
+    if (GetFd() != -1) {
+        CBB_ShutDown(GetFd(), SHUT_RDWR);  // wakes the accept thread; close would not
+    }
+    if (m_ThreadListen != CBB_INVALID_HANDLE) {
+        CBB_Thread_Wait(m_ThreadListen);
+        m_ThreadListen = CBB_INVALID_HANDLE;
+    }
+    close_socket();
+    return 0;
+}
+
+void CRtspListener::close_socket() {
+    const CBB_SOCK_T sock = m_sock.exchange(-1, std::memory_order_acq_rel);
+    if (sock != -1) {
+        CBB_CloseSocket(sock, 0);
+    }
+}
+
+void* CRtspListener::accept_handler_svc(void* pListener) {
+    auto* pSelf = static_cast<CRtspListener*>(pListener);
+    while (pSelf->IsRunning()) {
+        try {
+            pSelf->accept_client();
+        } catch (...) {
+            CBB_Sleep(REFUSAL_PAUSE_MS);  // no memory: nothing below may end the accept thread
+        }
+    }
+    return nullptr;
+}
+
+void CRtspListener::accept_client() {
+    CBB_ADDR_T peer{};
+    const CBB_SOCK_T sock = CBB_Accept(GetFd(), &peer, ACCEPT_TIMEOUT_MS);
+    if (sock == -1) {
+        if (IsRunning()) {
+            CRtspSessionManager::Instance()->DelExceptionSession();
+            CBB_Sleep(REFUSAL_PAUSE_MS);
+        }
+        return;
+    }
+    prepare_socket(sock);
+    log_arrival(peer);
+    if (!serve_client(sock, &peer)) {
+        CBB_CloseSocket(sock, 0);
+        CBB_Sleep(REFUSAL_PAUSE_MS);
+    }
+}
+
+void CRtspListener::prepare_socket(CBB_SOCK_T sock) {
+    SetIntOption(sock, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetIntOption(sock, IPPROTO_TCP, TCP_KEEPIDLE, KEEPALIVE_IDLE_SEC);
+    SetIntOption(sock, IPPROTO_TCP, TCP_KEEPINTVL, KEEPALIVE_INTERVAL_SEC);
+    SetIntOption(sock, IPPROTO_TCP, TCP_KEEPCNT, KEEPALIVE_PROBES);
+    CBB_SetNoDelay(sock, 1);
+    CBB_SetNonBlock(sock, 1);
+    CBB_SetBuffSize(sock, RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);
+}
+
+void CRtspListener::log_arrival(const CBB_ADDR_T& peer) {
+    CDebugInfo* pDebug = CDebugInfo::Instance();
+    pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("the client connect is arrive!!!!!!!"));
+    pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("Client : family [%s]"),
+                            CBB_GetAddrType(&peer) == AF_INET ? "AF_INET" : "AF_INET6");
+    pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("port [%d]"), CBB_GetAddrPort(&peer));
+}
+
+// Returns whether a session has taken the socket over.
+bool CRtspListener::serve_client(CBB_SOCK_T sock, CBB_ADDR_T* pPeer) {
+    CRtspSessionManager* pManager = CRtspSessionManager::Instance();
+    const uint32_t dwId = pManager->GenerateSessionId();
+    std::unique_ptr<CRtspSession> pSession;
+    if (pManager->CanTakeSession()) {
+        pSession.reset(new (std::nothrow) CRtspSession(dwId));
+    }
+    if (pSession == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                RTSPS_AT("New CRtspSession ERROR!!!!!"));
+        return false;
+    }
+    if (pSession->Init() != 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("Error!!! Server can not process more client!!"));
+        return false;
+    }
+    if (pSession->Open(sock, pPeer) != 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("Open thread to process msg ERROR!!"));
+        pSession->Release();
+        return false;
+    }
+    pManager->AddSession(pSession.release());  // the manager's from here on, refused or not
+    return true;
+}

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#ifndef RTSPS_LISTENER_H
+#define RTSPS_LISTENER_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "cbb.h"
+
+// Accepts clients on one TCP port, IPv4, and makes a session of each. While nobody arrives, its
+// accept thread sweeps out the sessions that have ended.
+//
+// Open and Close belong to one thread at a time (CRtspServer serialises them).
+class CRtspListener {
+  public:
+    CRtspListener() = default;
+    ~CRtspListener() = default;  // the owner calls Close first
+    CRtspListener(const CRtspListener&) = delete;
+    CRtspListener& operator=(const CRtspListener&) = delete;
+
+    // Listens on `port` and starts the accept thread; 0 or -1.
+    [[nodiscard]] int Open(int port);
+    // Ends the thread and closes the socket, in milliseconds; 0.
+    int Close();
+
+    bool IsRunning() const { return m_running.load(std::memory_order_acquire) != 0; }
+    CBB_SOCK_T GetFd() const { return m_sock.load(std::memory_order_acquire); }
+
+  private:
+    static void* accept_handler_svc(void* pListener);
+
+    int listen_on(int port);
+    int start_thread(int port);
+    void close_socket();
+    void accept_client();
+    static void prepare_socket(CBB_SOCK_T sock);
+    static void log_arrival(const CBB_ADDR_T& peer);
+    static bool serve_client(CBB_SOCK_T sock, CBB_ADDR_T* pPeer);
+
+    std::atomic<uint32_t> m_running{
+        0};  // atomic: set by Open, cleared by Close, read by the thread
+    std::atomic<CBB_SOCK_T> m_sock{-1};  // atomic: likewise
+    CBB_HANDLE m_ThreadListen = CBB_INVALID_HANDLE;
+};
+
+#endif

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_server_api.h"
+
+#include "rtsps_server.h"
+#include "rtsps_session_mgr.h"
+
+int32_t RTSPServer_Init(tagRtspServerPara* pPara) {
+    CRtspServer::Instance()->Init(pPara);
+    CRtspSessionManager::Instance()->Init();
+    return 0;
+}
+
+int32_t RTSPServer_Release(void) {
+    CRtspServer::Instance()->Release();
+    CRtspSessionManager::Instance()->Release();
+    return 0;
+}
+
+int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType,
+                                 tagRtspServerStreamInfo* pPara) {
+    return CRtspServer::Instance()->SetStreamInfo(nChan, nStreamType, pPara);
+}
+
+int32_t RTSPServer_Start(void) {
+    return CRtspServer::Instance()->Start();
+}
+
+int32_t RTSPServer_Stop(void) {
+    CRtspServer::Instance()->Stop();
+    CRtspSessionManager::Instance()->Close();
+    return 0;
+}
+
+// Spelled so on purpose: hosts link against this name.
+int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType, void* pData, int32_t nLen) {
+    return CRtspSessionManager::Instance()->SendRealStream(nChan, nStreamType, pData, nLen);
+}
+
+int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, int32_t nLen) {
+    return CRtspSessionManager::Instance()->SendFileStream(nSessionId, pData, nLen);
+}
+
+int32_t RTSPServer_SetEventCallBack(pRtspServerEventCallBack pCallBack, void* pUserData) {
+    return CRtspSessionManager::Instance()->SetEventCallBack(pCallBack, pUserData);
+}

@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: MIT
+// The life of a session, its message loop and its send path.
+#include "rtsps_session.h"
+
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "cbb/CBB_Thread.h"
+#include "rtsp_msg.h"
+#include "rtsps_debug.h"
+#include "rtsps_text.h"
+
+namespace {
+
+constexpr int POLL_INTERVAL_MS = 3000;
+constexpr int IDLE_LIMIT_MS = 30000;
+constexpr int MIN_PACKET_SIZE = 4;
+constexpr unsigned char INTERLEAVED_CHANNELS = 8;
+constexpr size_t CSEQ_SIZE = 16;
+
+}  // namespace
+
+// What the client has sent and nobody has consumed, always followed by a NUL.
+struct CRtspSession::CReceiveBuffer {
+    char data[RECV_BUFFER_SIZE + 1] = {};
+    int nHeld = 0;
+};
+
+CRtspSession::CRtspSession(unsigned int id) : m_dwSessionId(id) {}
+
+CRtspSession::~CRtspSession() = default;
+
+int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
+    if (client == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("invalid input para"));
+        return -1;
+    }
+    m_sockfd = sock;
+    m_clientAddr = *client;
+    CBB_GetAddrBySockFd(sock, &m_serverAddr, nullptr);
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_INFO, RTSPS_AT("Coming Addr[%s], ConnectFD [%d]"), client_text(), sock);
+
+    const CLockGuard guard(m_mutexClose);
+    m_bQuit = false;
+    CBB_HANDLE hThread = nullptr;
+    {
+        const CBlockSignals block;
+        hThread = CBB_Thread_Create(process_msg_svc, this, 0, 0, 0, 0);
+    }
+    if (hThread == nullptr || hThread == CBB_INVALID_HANDLE) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("create process_msg_svc! error!, FD[%d]"), sock);
+        m_sockfd = -1;  // not closed: the socket is the caller's again
+        m_bQuit = true;
+        return -1;
+    }
+    m_hSrvThread = hThread;
+    return 0;
+}
+
+void CRtspSession::RequestQuit() {
+    m_bQuit = true;
+    const CLockGuard guard(m_mutexSend);  // the descriptor is closed under it
+    const CBB_SOCK_T sock = m_sockfd;
+    if (sock != -1) {
+        CBB_ShutDown(sock, SHUT_RDWR);  // wakes the thread's wait; close would not
+    }
+}
+
+int CRtspSession::Close() {
+    const CLockGuard guard(m_mutexClose);
+    RequestQuit();
+    if (m_hSrvThread != nullptr) {
+        CBB_Thread_Wait(m_hSrvThread);
+        m_hSrvThread = nullptr;
+    }
+    std::unique_ptr<CTransCtrl> pTransCtrl;
+    {
+        const CLockGuard send(m_mutexSend);
+        pTransCtrl = std::move(m_pTransCtrl);
+        const CBB_SOCK_T sock = m_sockfd.exchange(-1);
+        if (sock != -1) {
+            CBB_CloseSocket(sock, 0);
+        }
+    }
+    if (pTransCtrl != nullptr) {
+        pTransCtrl->Close();
+    }
+    return 0;
+}
+
+int CRtspSession::Release() {
+    const CBB_SOCK_T sock = m_sockfd.exchange(-1);
+    if (sock != -1) {
+        CBB_CloseSocket(sock, 0);
+    }
+    return 0;
+}
+
+void* CRtspSession::process_msg_svc(void* pSession) {
+    prctl(PR_SET_NAME, "rtsps_process_msg_svc");  // cut to 15 characters by the kernel
+    if (pSession == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("pSession is NULL"));
+        return nullptr;
+    }
+    auto* pSelf = static_cast<CRtspSession*>(pSession);
+    try {
+        pSelf->run_message_loop();
+    } catch (...) {
+        // Out of memory: this client ends, the process does not.
+    }
+    pSelf->m_bQuit = true;
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_CRIT, RTSPS_AT("exit"));
+    return nullptr;
+}
+
+void CRtspSession::run_message_loop() {
+    CReceiveBuffer buffer;
+    int nIdleMs = 0;
+    while (!m_bQuit && m_emRtspStat != RTSP_ERROR) {
+        const int nReady = wait_readable(POLL_INTERVAL_MS);
+        const int nError = GetSystemLastError();
+        if (m_bQuit) {
+            return;  // woken to stop: not a receive error
+        }
+        if (nReady < 0) {
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                    RTSPS_AT("select failed,errno %d"), nError);
+            return;
+        }
+        if (nReady == 0) {
+            nIdleMs = nIdleMs > INT_MAX - POLL_INTERVAL_MS ? INT_MAX : nIdleMs + POLL_INTERVAL_MS;
+            if (idle_too_long(nIdleMs)) {
+                return;
+            }
+            continue;
+        }
+        if (!receive(&buffer)) {
+            return;
+        }
+        nIdleMs = 0;
+        if (!consume(&buffer)) {
+            return;
+        }
+    }
+}
+
+// Waits with select on a bitmap as large as the descriptor needs: FD_SET would write beyond an
+// fd_set for descriptors of 1024 and above.
+int CRtspSession::wait_readable(int nMilliSec) const {
+    constexpr int WORD_BITS = static_cast<int>(sizeof(fd_mask) * CHAR_BIT);
+    const CBB_SOCK_T sock = m_sockfd;
+    if (sock < 0) {
+        errno = EBADF;
+        return -1;
+    }
+    std::vector<fd_mask> bitmap;
+    fd_set small;
+    fd_mask* pWords = small.fds_bits;
+    if (sock < FD_SETSIZE) {
+        FD_ZERO(&small);
+    } else {
+        bitmap.resize(static_cast<size_t>(sock / WORD_BITS) + 1);
+        pWords = bitmap.data();
+    }
+    pWords[sock / WORD_BITS] =
+        static_cast<fd_mask>(1UL << static_cast<unsigned int>(sock % WORD_BITS));
+    timeval timeout{nMilliSec / 1000, (nMilliSec % 1000) * 1000};
+    return CBB_SelectEx(sock + 1, reinterpret_cast<fd_set*>(pWords), nullptr, nullptr, &timeout);
+}
+
+bool CRtspSession::idle_too_long(int nIdleMs) {
+    if (!m_bUseHeartBeat || nIdleMs <= IDLE_LIMIT_MS) {
+        return false;
+    }
+    m_emRtspStat = RTSP_ERROR;
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_ERROR, RTSPS_AT("RtspSession in 30s ,close this session,! fd[%d],client[%s]"),
+        m_sockfd.load(), client_text());
+    return true;
+}
+
+bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
+    const int nRoom = RECV_BUFFER_SIZE - pBuffer->nHeld;
+    const int nReceived = CBB_Recv(m_sockfd, pBuffer->data + pBuffer->nHeld, nRoom);
+    if (nReceived < 1) {
+        const int nError = GetSystemLastError();
+        if (m_bQuit) {
+            return false;
+        }
+        m_emRtspStat = RTSP_ERROR;
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]"),
+            nReceived, nRoom, m_sockfd.load(), nError);
+        return false;
+    }
+    pBuffer->nHeld += nReceived;
+    pBuffer->data[pBuffer->nHeld] = '\0';
+    return true;
+}
+
+// Takes one message or frame out of the buffer; false ends the session.
+//
+// Kept: only the count shrinks, what remains is not moved to the front, and the next receive
+// appends behind the reduced count. One message a receive leaves the buffer empty; with several,
+// the framing shifts.
+bool CRtspSession::consume(CReceiveBuffer* pBuffer) {
+    int nMsgLen = 0;
+    switch (check_packet(pBuffer->data, RECV_BUFFER_SIZE, pBuffer->nHeld, nMsgLen)) {
+        case -1:
+            pBuffer->nHeld = 0;
+            return true;
+        case 1:
+            pBuffer->nHeld -= nMsgLen;
+            return true;
+        case 0:
+            pBuffer->nHeld -= nMsgLen;
+            return handle_message(pBuffer->data, nMsgLen);
+        default:
+            return true;
+    }
+}
+
+bool CRtspSession::handle_message(const char* buf, int msgLen) {
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
+                                            RTSPS_AT("fd[%d], len = [%d],\npRecvBuf:\n[%s]"),
+                                            m_sockfd.load(), msgLen, buf);
+    const std::unique_ptr<CRtspMsg> msg(m_parser.parse(buf, msgLen));
+    if (msg == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("parse pMsg Error!!!, fd[%d],client[%s]"),
+                                                m_sockfd.load(), client_text());
+        return false;
+    }
+    proc_rtsp_msg_hook(msg.get());
+    return true;
+}
+
+int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLen) {
+    if (len < MIN_PACKET_SIZE) {
+        return 2;
+    }
+    const auto* pBytes = reinterpret_cast<const uint8_t*>(buf);
+    if (pBytes[0] == '$' && pBytes[1] < INTERLEAVED_CHANNELS) {
+        const int nFrame = ReadBe16(pBytes + 2) + MIN_PACKET_SIZE;
+        if (len < nFrame) {
+            return 2;
+        }
+        msgLen = nFrame;
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("RTCP packet recv"));
+        return 1;
+    }
+    const char* pEnd = CBB_Strstr(buf, "\r\n\r\n");
+    if (pEnd != nullptr) {
+        msgLen = static_cast<int>(pEnd - buf) + MIN_PACKET_SIZE;
+        return 0;
+    }
+    return len <= bufSize / 2 ? 2 : -1;
+}
+
+int CRtspSession::get_msg_cseq_value(const CRtspMsg* msg) {
+    char szCseq[CSEQ_SIZE] = {};
+    msg->GetHeaderValue("CSeq", szCseq, sizeof(szCseq));
+    m_nCSeq = TextToInt(szCseq);
+    return 0;
+}
+
+int CRtspSession::proc_response(CRtspMsg* /*msg*/) {
+    return 0;
+}
+
+int CRtspSession::send_response(const CRtspResponse* resp) {
+    char szBuf[SEND_BUFFER_SIZE] = {};
+    const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
+    int nError = 0;
+    if (!send_text(szBuf, nLen, &nError)) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("send_response failed, , fd[%d],errno[%d]"), m_sockfd.load(),
+            nError);
+        return -1;
+    }
+    return 0;
+}
+
+int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body, int bodyLen) {
+    char szBuf[SEND_BUFFER_SIZE] = {};
+    int nLen = resp.as_binary(szBuf, SEND_BUFFER_SIZE);
+    if (nLen >= 0) {
+        CTextAppender reply(szBuf, sizeof(szBuf));
+        reply.Append(body);
+        nLen = reply.Overflowed() ? -1 : nLen + bodyLen;
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
+    int nError = 0;
+    if (!send_text(szBuf, nLen, &nError)) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_WARN, RTSPS_AT("Send SDP INFO ERROR, , FD[%d]"), m_sockfd.load());
+        return -1;
+    }
+    return 0;
+}
+
+int CRtspSession::send_request(const CRtspRequest* req) {
+    char szBuf[SEND_BUFFER_SIZE] = {};
+    const int nLen = req->as_binary(szBuf, SEND_BUFFER_SIZE);
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n%s\n"), szBuf);
+    int nError = 0;
+    if (!send_text(szBuf, nLen, &nError)) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_WARN, RTSPS_AT("send_request ERROR, , FD[%d]"), m_sockfd.load());
+        return -1;
+    }
+    return 0;
+}
+
+// Sends a serialised message on the road that the session has: its transport once there is one,
+// else the bare connection. A negative length is a message that did not fit.
+bool CRtspSession::send_text(char* buf, int len, int* pErrno) {
+    if (len < 0) {
+        return false;
+    }
+    const CLockGuard guard(m_mutexSend);
+    const int nSent = m_pTransCtrl != nullptr ? m_pTransCtrl->SendMsg(buf, len, 0)
+                                              : CBB_Sendn(m_sockfd, buf, len, 0);
+    *pErrno = GetSystemLastError();
+    return nSent == len;
+}

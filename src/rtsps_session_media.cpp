@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+// The host's media pushes.
+#include "rtp_packet.h"
+#include "rtsps_debug.h"
+#include "rtsps_session.h"
+
+namespace {
+
+// A client is ended when this many pushes in a row were not taken whole, and one more.
+constexpr int SHORT_SEND_LIMIT = 20;
+
+constexpr int OFFSET_PAYLOAD_TYPE = UNIT_PREFIX_SIZE + RTP_OFFSET_PAYLOAD;
+constexpr int NO_PAYLOAD_TYPE = -2;  // matches no stream
+
+int FirstPayloadType(const void* data, int len) {
+    if (len <= OFFSET_PAYLOAD_TYPE) {
+        return NO_PAYLOAD_TYPE;
+    }
+    return static_cast<const uint8_t*>(data)[OFFSET_PAYLOAD_TYPE] & RTP_PAYLOAD_MASK;
+}
+
+}  // namespace
+
+bool CRtspSession::takes_push(int chan, int streamtype) const {
+    return m_emRtspStat.load(std::memory_order_acquire) == RTSP_PLAY &&
+           !m_bQuit.load(std::memory_order_acquire) && m_stuReqCfg.nReqType == 0 &&
+           chan == m_stuReqCfg.nChan && streamtype == m_stuReqCfg.nStreamtype;
+}
+
+int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) {
+    if (!takes_push(chan, streamtype)) {
+        return 0;
+    }
+    if (data == nullptr || len <= UNIT_PREFIX_SIZE) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("datalen[%d] is invalid"),
+                                                len);
+        return 0;
+    }
+    const CLockGuard guard(m_mutexSend);
+    // A TEARDOWN or a Close may have come first: the push is dropped as a whole.
+    if (!takes_push(chan, streamtype)) {
+        return 0;
+    }
+    if (m_pTransCtrl == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_pTransCtrl is NULL"));
+        return -1;
+    }
+    const int nPayloadType = FirstPayloadType(data, len);
+    // Video first: equal payload types always go to video.
+    const bool bVideo = nPayloadType == m_nVideoPT;
+    if (!bVideo && nPayloadType != m_nAudioPT) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("unkown payload type"));
+        return -1;
+    }
+    const int nSent =
+        m_pTransCtrl->SendStream(data, len, bVideo ? TRANS_STREAM_VIDEO : TRANS_STREAM_AUDIO, 0);
+    if (nSent < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send error and exit"));
+        m_bQuit = true;
+    }
+    if (nSent != len) {
+        count_short_send(chan, streamtype, len, nSent);
+    } else {
+        m_nSndErrCounter = 0;
+    }
+    return nSent;
+}
+
+void CRtspSession::count_short_send(int chan, int streamtype, int len, int nSent) {
+    ++m_nSndErrCounter;
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_ERROR, RTSPS_AT("send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s"),
+        len, nSent, chan, streamtype, client_text());
+    if (m_nSndErrCounter > SHORT_SEND_LIMIT) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("send failed over thresold and exit"));
+        m_bQuit = true;
+    }
+}
+
+int CRtspSession::SendFileStream(void* /*data*/, int /*len*/) {
+    const CLockGuard guard(m_mutexSend);
+    return 0;
+}

@@ -1,0 +1,566 @@
+// SPDX-License-Identifier: MIT
+// The answers to the requests, and the session's protocol state.
+//
+// A reply's headers leave in the order in which they are appended; clients match replies byte for
+// byte, so the orders below stay, differences between methods included.
+#include <cstring>
+#include <new>
+
+#include "rtsp_msg.h"
+#include "rtsps_auth.h"
+#include "rtsps_debug.h"
+#include "rtsps_misc.h"
+#include "rtsps_server.h"
+#include "rtsps_session.h"
+#include "rtsps_text.h"
+
+namespace {
+
+constexpr int DESCRIPTION_SIZE = 2048;
+constexpr size_t AUTH_VALUE_SIZE = 1024;
+constexpr int AUTH_BASIC = 1;
+constexpr int AUTH_DIGEST = 2;
+
+// Kept: no comma before HEARTBEAT.
+constexpr char PUBLIC_OPTIONS[] = "OPTIONS, DESCRIBE, SETUP, TEARDOWN, PLAY, PAUSE HEARTBEAT";
+
+// A session id as it stands in "Session" headers. Ids from the manager are below 2^31, so the
+// signed form that PAUSE uses reads the same.
+struct CSessionIdText {
+    explicit CSessionIdText(unsigned int dwId) { snprintf(sz, sizeof(sz), "%u", dwId); }
+    explicit CSessionIdText(int nId) { snprintf(sz, sizeof(sz), "%d", nId); }
+    char sz[40] = {};
+};
+
+const char* UrlOf(const CRtspMsg* msg) {
+    const auto* req = dynamic_cast<const CRtspRequest*>(msg);
+    return req != nullptr ? req->URL() : nullptr;
+}
+
+}  // namespace
+
+int CRtspSession::proc_rtsp_msg_hook(CRtspMsg* msg) {
+    if (!msg->IsRequest()) {
+        proc_response(msg);
+        return -1;
+    }
+    int nResult = 0;
+    const eRTSP_METHOD_INDEX method = get_rtsp_method(msg->Method());
+    switch (method) {
+        case RTSP_SETUP:
+            nResult = proc_setup(msg);
+            break;
+        case RTSP_TEARDOWN:
+            nResult = proc_teardown(msg);
+            break;
+        case RTSP_PLAY:
+            nResult = proc_play(msg);
+            break;
+        case RTSP_PAUSE:
+            nResult = proc_pause(msg);
+            break;
+        case RTSP_DESCRIBE:
+            nResult = proc_describe(msg);
+            break;
+        case RTSP_OPTIONS:
+            nResult = proc_options(msg);
+            break;
+        case RTSP_HEARTBEAT:
+            nResult = proc_heartbeat(msg);
+            break;
+        default:
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                    RTSPS_AT("unkown rtsp method[%d],client[%s]"),
+                                                    method, client_text());
+            nResult = send_response_method_not_allowed(msg);
+            break;
+    }
+    if (nResult != 0) {
+        m_emRtspStat = RTSP_ERROR;
+    } else {
+        get_msg_cseq_value(msg);
+    }
+    return nResult;
+}
+
+int CRtspSession::proc_options(CRtspMsg* msg) {
+    CRtspResponse resp(RTSP_STATUS_200);
+    resp.append_cseq(msg);
+    resp.append_public_options(PUBLIC_OPTIONS);
+    return send_response(&resp);
+}
+
+int CRtspSession::proc_describe(CRtspMsg* msg) {
+    CRtspResponse resp(RTSP_STATUS_200);
+    const CRtspUrl url(UrlOf(msg));
+    if (m_emRtspStat != RTSP_UNKNOWN) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("describe timing sequence is illegal"));
+        send_response_method_not_valid_in_this_state(msg);
+        return -1;
+    }
+    if (!url.IsValid()) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT(" url is invalid"));
+        send_response_nothis_streaming(msg);
+        return -1;
+    }
+    url.get_req_cfg(&m_stuReqCfg);
+    if (check_authentication(msg) < 0) {
+        // The 401 is out, and the client may ask again with credentials.
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("check_authentication failed"));
+        return 0;
+    }
+    if (check_req_cfg_validity() < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("ERROR! check_req_cfg_validity, bad cfg"));
+        send_response_bad_request(msg);
+        m_stuReqCfg = {};
+        return -1;
+    }
+    if (describe_stream(msg, &resp) != 0) {
+        m_stuReqCfg = {};
+        return -1;
+    }
+    if (m_stuReqCfg.nReqType == 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_INFO, RTSPS_AT("reqtype=%d,chan=%d,streamtype=%d"), m_stuReqCfg.nReqType,
+            m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
+    }
+    m_emRtspStat = RTSP_DESCRIBE;
+    return 0;
+}
+
+int CRtspSession::describe_stream(const CRtspMsg* msg, CRtspResponse* resp) {
+    char szSdp[DESCRIPTION_SIZE] = {};
+    if (GenerateSdpDescription(&m_stuReqCfg, szSdp, DESCRIPTION_SIZE) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("generate_sdp_description failed"));
+        send_response_nothis_streaming(msg);
+        return -1;
+    }
+    const int nSdp = static_cast<int>(strnlen(szSdp, DESCRIPTION_SIZE));
+    resp->append_cseq(msg);
+    resp->append("Content-Type", "application/sdp");
+    resp->AddHeader("Content-Length", nSdp);
+    if (send_sdp_response(*resp, szSdp, nSdp) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("send_sdp_response failed "));
+        return -1;
+    }
+    return 0;
+}
+
+// What one SETUP gathers on its way.
+struct CRtspSession::CSetup {
+    explicit CSetup(const char* szUrl) : url(szUrl) {}
+    CRtspResponse resp{RTSP_STATUS_200};
+    CRtspUrl url;
+    tagRtspServerStreamInfo streamInfo{};
+    TRANS_INFO transInfo{};
+    ETransStreamId streamId = TRANS_STREAM_VIDEO;
+    int nServerPort = 0;
+    int nClientPort = 0;
+};
+
+int CRtspSession::proc_setup(CRtspMsg* msg) {
+    tagRtspServerStreamInfo streamInfo{};
+    CRtspServer* pServer = CRtspServer::Instance();
+    if (pServer->GetStreamInfo(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype, &streamInfo) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("get stream info failed,reqtype[%d],chan[%d],streamtype[%d]"),
+            m_stuReqCfg.nReqType, m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
+        send_response_nothis_streaming(msg);
+        return -1;
+    }
+    m_nVideoPT = streamInfo.byVideoPayload;
+    m_nAudioPT = streamInfo.byAudioPayload;
+    const eRTSP_METHOD_INDEX state = m_emRtspStat;
+    if (state != RTSP_DESCRIBE && state != RTSP_SETUP) {
+        send_response_method_not_valid_in_this_state(msg);
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT(" bad m_rtspstat : %d"),
+                                                state);
+        return -1;
+    }
+    if (check_authentication(msg) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
+        return -1;
+    }
+    CSetup setup(UrlOf(msg));
+    setup.streamInfo = streamInfo;
+    const int nResult = setup_stream(msg, &setup);
+    if (nResult < 0) {
+        if (setup.nServerPort != 0) {
+            pServer->GivebackDataPort(setup.nServerPort);
+        }
+        // Kept: the client's own port number is handed to the pool as well.
+        if (setup.nClientPort != 0) {
+            pServer->GivebackDataPort(setup.nClientPort);
+        }
+    }
+    return nResult;
+}
+
+int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
+    pSetup->resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
+    if (!pSetup->url.IsValid()) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("set up url invalid."));
+        send_response_bad_request(msg);
+        return -1;
+    }
+    if (setup_select_stream(msg, pSetup) != 0 || setup_transport(msg, pSetup) != 0 ||
+        setup_open(msg, pSetup) != 0) {
+        return -1;
+    }
+    pSetup->resp.SetResponseCode(RTSP_STATUS_200);
+    pSetup->resp.append_cseq(msg);
+    if (send_response(&pSetup->resp) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        return -1;
+    }
+    m_emRtspStat = RTSP_SETUP;
+    return 0;
+}
+
+int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
+    const char* szUrl = pSetup->url.get_rtsp_url();
+    TRANS_INFO* pInfo = &pSetup->transInfo;
+    if (CBB_Strstr(szUrl, "streamid=0") != nullptr) {
+        pSetup->streamId = TRANS_STREAM_VIDEO;
+        pInfo->dwRtpPT = pSetup->streamInfo.byVideoPayload;
+        pInfo->dwRtpSSRC = pSetup->streamInfo.dwVideoSSrc;
+    } else if (CBB_Strstr(szUrl, "streamid=1") != nullptr) {
+        pSetup->streamId = TRANS_STREAM_AUDIO;
+        pInfo->dwRtpPT = pSetup->streamInfo.byAudioPayload;
+        pInfo->dwRtpSSRC = pSetup->streamInfo.dwAudioSSrc;
+    } else {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad streamid "));
+        send_response_bad_request(msg);
+        return -1;
+    }
+    pInfo->sockFd = m_sockfd;  // interleaved media of both streams leave on this connection
+    return 0;
+}
+
+int CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
+    const CRtspHeader* pTransport = msg->GetHeader("Transport");
+    if (pTransport == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad Transport "));
+        send_response_bad_request(msg);
+        return -1;
+    }
+    const trans_protocol protocol = CRtspTransport::GetTransProtocol(*pTransport);
+    switch (protocol) {
+        case protocol_over_rtsp:
+            return setup_over_rtsp(msg, pSetup);
+        case protocol_udp:
+        case protocol_tcp:
+            return setup_with_ports(msg, pSetup, protocol);
+        case protocol_mcast:
+            pSetup->transInfo.mode = MCAST_MODE;
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                    RTSPS_AT("setup not support mcast"));
+            break;
+        default:
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                    RTSPS_AT("unkown trans protocol"));
+            break;
+    }
+    send_response_not_implemented(msg);
+    return -1;
+}
+
+int CRtspSession::setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup) {
+    TRANS_INFO* pInfo = &pSetup->transInfo;
+    pInfo->mode = RTPOVERRTSP_MODE;
+    pSetup->resp.append_transport(msg, protocol_over_rtsp, pInfo->dwRtpSSRC, 0, 1, nullptr,
+                                  &pInfo->byTcpFlag, &pInfo->byTcpRtcpFlag);
+    return 0;
+}
+
+int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, int nProtocol) {
+    TRANS_INFO* pInfo = &pSetup->transInfo;
+    const auto protocol = static_cast<trans_protocol>(nProtocol);
+    pInfo->mode = protocol == protocol_tcp ? TCP_MODE : UDP_MODE;
+    pSetup->nClientPort = CRtspTransport::GetClientPort(*msg->GetHeader("Transport"));
+    if (pSetup->nClientPort == 0) {
+        // Kept: the same text as for a missing stream id.
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad streamid "));
+        send_response_bad_request(msg);
+        return -1;
+    }
+    pInfo->clientAddr = m_clientAddr;
+    CBB_SetAddrPort(&pInfo->clientAddr, static_cast<uint16_t>(pSetup->nClientPort));
+
+    pSetup->nServerPort = CRtspServer::Instance()->BorrowDataPort();
+    if (pSetup->nServerPort == 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("ERROR! borrow_data_port Err!!!"));
+        send_response_internal_server_error(msg);
+        return -1;
+    }
+    const auto nRtpPort = static_cast<uint16_t>(pSetup->nServerPort);
+    const auto nRtcpPort = static_cast<uint16_t>(pSetup->nServerPort + 1);
+    pInfo->serverAddr = m_serverAddr;
+    CBB_SetAddrPort(&pInfo->serverAddr, nRtpPort);
+    pSetup->resp.append_transport(msg, protocol, pInfo->dwRtpSSRC, nRtpPort, nRtcpPort, nullptr,
+                                  nullptr, nullptr);
+    return 0;
+}
+
+int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
+    if (m_pTransCtrl == nullptr) {
+        std::unique_ptr<CTransCtrl> pTransCtrl(new (std::nothrow) CTransCtrl(this));
+        if (pTransCtrl == nullptr) {
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                    RTSPS_AT("new CTransCtrl failed"));
+            send_response_internal_server_error(msg);
+            return -1;
+        }
+        pTransCtrl->Init();
+        m_pTransCtrl = std::move(pTransCtrl);
+    }
+    if (pSetup->streamId == TRANS_STREAM_VIDEO) {
+        m_pTransCtrl->SetVideoTransInfo(&pSetup->transInfo);
+    } else {
+        m_pTransCtrl->SetAudioTransInfo(&pSetup->transInfo);
+    }
+    if (m_pTransCtrl->Open(&m_stuReqCfg, pSetup->streamId) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("m_pTransCtrl->Open failed"));
+        send_response_internal_server_error(msg);
+        return -1;
+    }
+    return 0;
+}
+
+int CRtspSession::proc_play(CRtspMsg* msg) {
+    const CRtspUrl url(UrlOf(msg));  // for its log lines only
+    CRtspResponse resp(RTSP_STATUS_200);
+    if (m_pTransCtrl == nullptr) {
+        send_response_internal_server_error(msg);
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_pTransCtrl == NULL"));
+        return -1;
+    }
+    if (check_authentication(msg) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
+        return -1;
+    }
+    if (check_req_session_id(msg) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad SessionId "));
+        return 0;
+    }
+    if (m_emRtspStat != RTSP_SETUP && m_emRtspStat != RTSP_PAUSE) {
+        send_response_method_not_valid_in_this_state(msg);
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("rtsp status invalid"));
+        return -1;
+    }
+    resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
+    resp.append_cseq(msg);
+    if (send_response(&resp) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        return -1;
+    }
+    m_emRtspStat.store(RTSP_PLAY, std::memory_order_release);
+    return 0;
+}
+
+int CRtspSession::proc_pause(CRtspMsg* msg) {
+    CRtspResponse resp(RTSP_STATUS_200);
+    if (check_req_session_id(msg) != 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("check_req_session_id failed"));
+        return 0;
+    }
+    if (m_emRtspStat != RTSP_PLAY && m_emRtspStat != RTSP_PAUSE) {
+        send_response_method_not_valid_in_this_state(msg);
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                RTSPS_AT("pause timing sequence is illegal"));
+        return 0;
+    }
+    if (m_stuReqCfg.nReqType == 0) {
+        const int nResult = send_response_method_not_allowed(msg);
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                RTSPS_AT("preview mode no support pause!"));
+        return nResult;
+    }
+    if (check_authentication(msg) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
+        return -1;
+    }
+    resp.append_cseq(msg);
+    resp.append_session_id(CSessionIdText(static_cast<int>(m_dwSessionId)).sz);
+    if (send_response(&resp) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        return -1;
+    }
+    m_emRtspStat = RTSP_PAUSE;
+    return 0;
+}
+
+int CRtspSession::proc_teardown(CRtspMsg* msg) {
+    CRtspResponse resp;
+    resp.append_cseq(msg);
+    if (check_req_session_id(msg) != 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("check_req_session_id failed"));
+        return 0;
+    }
+    resp.SetResponseCode(RTSP_STATUS_200);
+    resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
+    resp.append_connection("close");
+    if (send_response(&resp) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        return -1;
+    }
+    // The state first, so that a waiting push is dropped whole. The connection stays open: the
+    // client closes it.
+    m_emRtspStat = RTSP_TEARDOWN;
+    if (m_pTransCtrl != nullptr) {
+        m_pTransCtrl->Close();
+    }
+    return 0;
+}
+
+int CRtspSession::proc_heartbeat(CRtspMsg* msg) {
+    CRtspResponse resp;
+    if (check_req_session_id(msg) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("check_req_session_id failed"));
+        return 0;
+    }
+    resp.SetResponseCode(RTSP_STATUS_200);
+    resp.append_cseq(msg);
+    if (send_response(&resp) < 0) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        return -1;
+    }
+    return 0;
+}
+
+int CRtspSession::proc_unknown_request(CRtspMsg* msg) {
+    return send_response_bad_request(msg);
+}
+
+int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
+    if (!m_bNeedCheckId || CRtspResponse::CheckSessionId(msg, m_dwSessionId) == 0) {
+        return 0;
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("BadSessionID!!!, FD[%d]"),
+                                            m_sockfd.load());
+    // Kept: a 454 that went out counts as 0, and the handler carries on.
+    return send_response_bad_session_id(msg);
+}
+
+int CRtspSession::check_authentication(const CRtspMsg* msg) {
+    CRtspResponse resp;
+    resp.append_cseq(msg);
+    if (m_nCheckUserPwdMode == 0 || m_bAuthChecked) {
+        return 0;
+    }
+    const int nResult = check_credentials(msg);
+    if (nResult != 0) {
+        return refuse_authentication(&resp, nResult);
+    }
+    m_bAuthChecked = !m_bEachReqAuthCheck;
+    return 0;
+}
+
+int CRtspSession::check_credentials(const CRtspMsg* msg) {
+    if (msg->GetHeader("Authorization") == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                RTSPS_AT("no Header Authorization"));
+        return -1;
+    }
+    char szValue[AUTH_VALUE_SIZE] = {};
+    msg->GetHeaderValue("Authorization", szValue, sizeof(szValue));
+    switch (m_nCheckUserPwdMode) {
+        case AUTH_BASIC:
+            return CheckBasicAuth(&m_stuReqCfg, szValue);
+        case AUTH_DIGEST:
+            return CheckDigestAuth(&m_stuReqCfg, szValue, nullptr);
+        default:
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("unsupported Auth!"));
+            return -1;
+    }
+}
+
+int CRtspSession::refuse_authentication(CRtspResponse* resp, int nResult) {
+    switch (m_nCheckUserPwdMode) {
+        case AUTH_BASIC:
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                    RTSPS_AT("Need Authorization Basic"));
+            resp->append("WWW-Authenticate", "Basic realm=\"/\"");
+            break;
+        case AUTH_DIGEST:
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                    RTSPS_AT("Need Authorization Digest"));
+            resp->append("Authorization", "Digest");  // kept: not "WWW-Authenticate"
+            break;
+        default:
+            CDebugInfo::Instance()->OutputDebugInfo(
+                LOG_LEVEL_WARN, RTSPS_AT("m_CheckUserPwdMode ERROR %d"), m_nCheckUserPwdMode);
+            break;
+    }
+    resp->SetResponseCode(RTSP_STATUS_401);
+    send_response(resp);
+    return nResult;
+}
+
+int CRtspSession::send_status(const CRtspMsg* msg, eRTSP_STATUS_CODE_INDEX index) {
+    CRtspResponse resp;
+    resp.append_cseq(msg);
+    resp.SetResponseCode(index);
+    return send_response(&resp);
+}
+
+int CRtspSession::send_response_bad_request(const CRtspMsg* msg) {
+    return send_status(msg, RTSP_STATUS_400);
+}
+
+int CRtspSession::send_response_bad_session_id(const CRtspMsg* msg) {
+    return send_status(msg, RTSP_STATUS_454);
+}
+
+int CRtspSession::send_response_no_support_transport(const CRtspMsg* msg) {
+    // Kept: the text names 454 while the code is 461.
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! RTSP_STATUS_454, FD[%d]"), m_sockfd.load());
+    return send_status(msg, RTSP_STATUS_461);
+}
+
+int CRtspSession::send_response_internal_server_error(const CRtspMsg* msg) {
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! RTSP_STATUS_500, FD[%d]"), m_sockfd.load());
+    return send_status(msg, RTSP_STATUS_500);
+}
+
+int CRtspSession::send_response_method_not_valid_in_this_state(const CRtspMsg* msg) {
+    return send_status(msg, RTSP_STATUS_455);
+}
+
+int CRtspSession::send_response_nothis_streaming(const CRtspMsg* msg) {
+    return send_status(msg, RTSP_STATUS_404);
+}
+
+int CRtspSession::send_response_method_not_allowed(const CRtspMsg* msg) {
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN, RTSPS_AT("RTSP_STATUS_405, FD[%d]"),
+                                            m_sockfd.load());
+    return send_status(msg, RTSP_STATUS_405);
+}
+
+int CRtspSession::send_response_invalid_range(const CRtspMsg* msg) {
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! RTSP_STATUS_457, FD[%d]"), m_sockfd.load());
+    return send_status(msg, RTSP_STATUS_457);
+}
+
+int CRtspSession::send_response_not_implemented(const CRtspMsg* msg) {
+    return send_status(msg, RTSP_STATUS_501);
+}
+
+int CRtspSession::send_response_no_bandwidth(const CRtspMsg* msg) {
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT(" RTSP_STATUS_453, FD[%d]"),
+                                            m_sockfd.load());
+    return send_status(msg, RTSP_STATUS_453);
+}

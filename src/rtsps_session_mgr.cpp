@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_session_mgr.h"
+
+#include <sys/time.h>
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "rtsps_debug.h"
+#include "rtsps_never_destroyed.h"
+#include "rtsps_session.h"
+
+CRtspSessionManager* CRtspSessionManager::Instance() {
+    static CNeverDestroyed<CRtspSessionManager> manager;
+    return manager.Get();
+}
+
+int CRtspSessionManager::Init() {
+    const CLockGuard guard(m_Mutex);
+    ++m_nInitRef;
+    return 0;
+}
+
+int CRtspSessionManager::Release() {
+    const CLockGuard guard(m_Mutex);
+    --m_nInitRef;
+    return 0;
+}
+
+uint32_t CRtspSessionManager::GenerateSessionId() {
+    constexpr uint32_t LOW_BITS = 0xF;
+    const CLockGuard guard(m_Mutex);
+    for (;;) {
+        timeval now{};
+        gettimeofday(&now, nullptr);
+        // The process-wide generator, seeded anew for every id: kept, hosts are told.
+        srandom(static_cast<unsigned int>(now.tv_usec));
+        const auto r1 = static_cast<uint32_t>(random());
+        srandom(static_cast<unsigned int>(now.tv_usec) + 1);
+        const auto r2 = static_cast<uint32_t>(random());
+        const uint32_t dwId = (r1 & ~LOW_BITS) | (r2 & LOW_BITS);
+        if (m_mapSession.find(dwId) != m_mapSession.end()) {
+            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
+                                                    RTSPS_AT("Dup,SRC[0x%x]!!!!!!!!!!!!!"), dwId);
+            continue;
+        }
+        // Level CRIT: kept, every new id is printed.
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_CRIT, RTSPS_AT("New sessionID [0x%x]"),
+                                                dwId);
+        return dwId;
+    }
+}
+
+bool CRtspSessionManager::CanTakeSession() {
+    {
+        const CLockGuard guard(m_Mutex);
+        if (has_room()) {
+            return true;
+        }
+    }
+    DelExceptionSession();
+    const CLockGuard guard(m_Mutex);
+    return has_room();
+}
+
+int CRtspSessionManager::AddSession(CRtspSession* pSession) {
+    bool bFull = false;
+    {
+        const CLockGuard guard(m_Mutex);
+        bFull = is_full();
+    }
+    if (bFull) {
+        DelExceptionSession();  // dead entries must not lock live clients out
+    }
+    {
+        const CLockGuard guard(m_Mutex);
+        if (register_session(pSession)) {
+            CDebugInfo::Instance()->OutputDebugInfo(
+                LOG_LEVEL_CRIT, RTSPS_AT("m_maxSessions=%u, now has %u"), m_maxSessions,
+                static_cast<uint32_t>(m_mapSession.size()));
+            return 0;
+        }
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                            RTSPS_AT("ERROR! add_session,OverSize!!!"));
+    keep_refused(pSession);
+    return -1;
+}
+
+bool CRtspSessionManager::register_session(CRtspSession* pSession) {
+    const uint32_t dwId = pSession->GetSessionId();
+    if (is_full()) {
+        return false;
+    }
+    try {
+        m_mapRef[dwId] = 1;
+        m_mapSession[dwId] = pSession;
+    } catch (const std::bad_alloc&) {
+        m_mapRef.erase(dwId);
+        return false;
+    }
+    return true;
+}
+
+// Kept: a refused session runs on, without media, and Stop does not close it.
+void CRtspSessionManager::keep_refused(CRtspSession* pSession) {
+    {
+        const CLockGuard guard(m_Mutex);
+        if (m_refused.nCount < RTSPS_MAX_SESSIONS) {
+            m_refused.pSessions[m_refused.nCount++] = pSession;
+            return;
+        }
+    }
+    pSession->Close();
+    delete pSession;
+}
+
+void CRtspSessionManager::sweep_refused() {
+    CRefusedSessions ended;
+    {
+        const CLockGuard guard(m_Mutex);
+        size_t nKept = 0;
+        for (size_t i = 0; i < m_refused.nCount; ++i) {
+            CRtspSession* pSession = m_refused.pSessions[i];
+            if (pSession->IsRunning()) {
+                m_refused.pSessions[nKept++] = pSession;
+            } else {
+                ended.pSessions[ended.nCount++] = pSession;
+            }
+        }
+        m_refused.nCount = nKept;
+    }
+    for (size_t i = 0; i < ended.nCount; ++i) {
+        const std::unique_ptr<CRtspSession> pSession(ended.pSessions[i]);
+        pSession->Close();
+    }
+}
+
+CRtspSession* CRtspSessionManager::getSession(uint32_t dwSessionId) {
+    const CLockGuard guard(m_Mutex);
+    const auto it = m_mapSession.find(dwSessionId);
+    if (it == m_mapSession.end()) {
+        return nullptr;
+    }
+    ++m_mapRef.find(dwSessionId)->second;
+    return it->second;
+}
+
+CSessionList CRtspSessionManager::getSession() {
+    CSessionList sessions;
+    const CLockGuard guard(m_Mutex);
+    auto itRef = m_mapRef.begin();  // both maps hold the same ids in the same order
+    for (const auto& [dwId, pSession] : m_mapSession) {
+        ++itRef->second;
+        ++itRef;
+        sessions.entries[sessions.nCount++] = {dwId, pSession};
+    }
+    return sessions;
+}
+
+void CRtspSessionManager::releaseSession(uint32_t dwSessionId) {
+    const CLockGuard guard(m_Mutex);
+    drop_reference(dwSessionId);
+}
+
+void CRtspSessionManager::releaseSession(const CRtspSession* pSession) {
+    releaseSession(pSession->GetSessionId());
+}
+
+void CRtspSessionManager::releaseSession(const CSessionList& sessions) {
+    const CLockGuard guard(m_Mutex);
+    for (const tagSessionRef& entry : sessions) {
+        drop_reference(entry.dwSessionId);
+    }
+}
+
+void CRtspSessionManager::closeSession(int nSessionId) {
+    const CLockGuard guard(m_Mutex);
+    drop_registry_reference(static_cast<uint32_t>(nSessionId));
+}
+
+void CRtspSessionManager::closeSession(const CSessionList& sessions) {
+    const CLockGuard guard(m_Mutex);
+    for (const tagSessionRef& entry : sessions) {
+        drop_registry_reference(entry.dwSessionId);
+    }
+}
+
+void CRtspSessionManager::drop_reference(uint32_t dwSessionId) {
+    const auto itRef = m_mapRef.find(dwSessionId);
+    if (itRef == m_mapRef.end() || --itRef->second >= 1) {
+        return;
+    }
+    const auto itSession = m_mapSession.find(dwSessionId);
+    delete itSession->second;
+    m_mapSession.erase(itSession);
+    m_mapRef.erase(itRef);
+}
+
+void CRtspSessionManager::drop_registry_reference(uint32_t dwSessionId) {
+    const auto it = m_mapSession.find(dwSessionId);
+    if (it != m_mapSession.end() && it->second->m_bRegistered) {
+        it->second->m_bRegistered = false;
+        drop_reference(dwSessionId);
+    }
+}
+
+int CRtspSessionManager::Close() {
+    const CSessionList sessions = getSession();
+    // All are told first, so that they end side by side and not one after another.
+    for (const tagSessionRef& entry : sessions) {
+        entry.pSession->RequestQuit();
+    }
+    for (const tagSessionRef& entry : sessions) {
+        entry.pSession->Close();
+    }
+    releaseSession(sessions);
+    closeSession(sessions);
+    return 0;
+}
+
+int CRtspSessionManager::Close(unsigned int dwSessionId) {
+    CRtspSession* pSession = getSession(dwSessionId);
+    if (pSession == nullptr) {
+        return -1;
+    }
+    const int nResult = pSession->Close();
+    releaseSession(dwSessionId);
+    closeSession(static_cast<int>(dwSessionId));
+    return nResult;
+}
+
+void CRtspSessionManager::DelExceptionSession() {
+    const CSessionList sessions = getSession();
+    for (const tagSessionRef& entry : sessions) {
+        if (!entry.pSession->IsRunning()) {
+            entry.pSession->Close();
+            closeSession(static_cast<int>(entry.dwSessionId));
+        }
+    }
+    releaseSession(sessions);
+    sweep_refused();
+}
+
+int CRtspSessionManager::SendRealStream(int nChan, int nStreamType, void* pData, int nLen) {
+    const CSessionList sessions = getSession();
+    for (const tagSessionRef& entry : sessions) {
+        entry.pSession->SendRealStream(nChan, nStreamType, pData, nLen);
+    }
+    releaseSession(sessions);
+    return 0;
+}
+
+int CRtspSessionManager::SendFileStream(int nSessionId, void* pData, int nLen) {
+    CRtspSession* pSession = getSession(static_cast<uint32_t>(nSessionId));
+    if (pSession == nullptr) {
+        return -1;
+    }
+    // Kept: the lookup's reference is not given back, so this session is never destroyed.
+    return pSession->SendFileStream(pData, nLen);
+}
+
+int CRtspSessionManager::SetEventCallBack(pRtspServerEventCallBack pCallBack, void* pUserData) {
+    const CLockGuard guard(m_Mutex);
+    m_pEventCallBack = pCallBack;
+    m_pEventUserData = pUserData;
+    return 0;
+}
+
+uint32_t CRtspSessionManager::GetCurrSessionNums() {
+    const CLockGuard guard(m_Mutex);
+    return static_cast<uint32_t>(m_mapSession.size());
+}
+
+uint32_t CRtspSessionManager::GetMaxsessionNums() {
+    const CLockGuard guard(m_Mutex);
+    return m_maxSessions;
+}

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#ifndef RTSPS_TRANS_CTRL_H
+#define RTSPS_TRANS_CTRL_H
+
+#include <cstddef>
+#include <memory>
+
+#include "rtsps_thread_safety.h"
+#include "transmitter.h"
+
+class CRtpSession;
+class CRtspSession;
+struct tagRtspRequestCfg;
+
+enum ETransStreamId : int {
+    TRANS_STREAM_VIDEO = 1,
+    TRANS_STREAM_AUDIO = 2,
+};
+
+// The media side of one client: the video and the audio media session, and the road of the
+// client's replies once a transport exists.
+//
+// Locks: the caller of SendStream and SendMsg holds the session's m_mutexSend; m_mutexMedia is
+// taken inside it. Close waits for transmitter threads only after it has let m_mutexMedia go.
+class CTransCtrl {
+  public:
+    explicit CTransCtrl(CRtspSession* pRtspSession);
+    ~CTransCtrl();
+    CTransCtrl(const CTransCtrl&) = delete;
+    CTransCtrl& operator=(const CTransCtrl&) = delete;
+
+    int Init() { return 0; }
+    int Release() { return 0; }
+
+    // Copy the parameters of the stream that the next Open is for; 0.
+    int SetVideoTransInfo(const TRANS_INFO* pInfo);
+    int SetAudioTransInfo(const TRANS_INFO* pInfo);
+
+    // Makes and opens the media session of a stream; 0 or -1. An earlier one of the same stream
+    // stays open until Close.
+    [[nodiscard]] int Open(const tagRtspRequestCfg* pCfg, ETransStreamId id);
+
+    // Closes everything and gives the data ports back; 0. May be called again, see give_back_ports.
+    int Close();
+
+    // Sends a run of units (4-byte prefix with the big-endian length, RTP packet) to one stream.
+    // Writes into `data`. Returns the bytes taken, fewer than `len` when a unit was not taken or
+    // the run is cut off, or -1 on a socket error.
+    int SendStream(void* data, int len, ETransStreamId id, int flag);
+
+    // Sends the text of a reply; the bytes taken or -1.
+    int SendMsg(void* buf, int len, int flag);
+
+  private:
+    // Media sessions that a repeated SETUP replaced. They stay open, since the client may still
+    // send there, and are closed with the transport.
+    struct CSupersededSessions {
+        static constexpr size_t MAX_KEPT = 16;
+        std::unique_ptr<CRtpSession> pSessions[MAX_KEPT];
+        size_t nCount = 0;
+    };
+
+    static bool replace_session(const TRANS_INFO& info, std::unique_ptr<CRtpSession>* ppSession,
+                                CSupersededSessions* pSuperseded);
+    static void close_session(std::unique_ptr<CRtpSession> pSession);
+    static void close_superseded(CSupersededSessions* pSuperseded);
+    static void give_back_port(const TRANS_INFO& info);
+    int open_video() REQUIRES(m_mutexMedia);
+    int open_audio() REQUIRES(m_mutexMedia);
+
+    CMutex m_mutexMedia;
+    // Null until their stream is opened, and after Close.
+    std::unique_ptr<CRtpSession> m_pVideoSession GUARDED_BY(m_mutexMedia);
+    std::unique_ptr<CRtpSession> m_pAudioSession GUARDED_BY(m_mutexMedia);
+    CRtspSession* m_pRtspSession GUARDED_BY(m_mutexMedia);  // not owned; null after Close
+    TRANS_INFO m_stuVideoTransInfo GUARDED_BY(m_mutexMedia){};
+    TRANS_INFO m_stuAudioTransInfo GUARDED_BY(m_mutexMedia){};
+    CSupersededSessions m_supersededVideo GUARDED_BY(m_mutexMedia);
+    CSupersededSessions m_supersededAudio GUARDED_BY(m_mutexMedia);
+};
+
+#endif

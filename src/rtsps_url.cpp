@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_url.h"
+
+#include <cctype>
+#include <cstring>
+
+#include "cbb.h"
+#include "rtsps_debug.h"
+#include "rtsps_text.h"
+
+namespace {
+
+constexpr int PROTOCOL_UNKNOWN = 0;
+constexpr int PROTOCOL_RTSP = 1;
+constexpr int PROTOCOL_HTTP = 2;
+
+constexpr size_t NUMBER_SIZE = 64;
+
+// Kept: a host and port text must be longer than this.
+constexpr size_t SHORT_HOST_LENGTH = 6;
+
+struct StreamName {
+    const char* szName;
+    int nStreamtype;
+};
+// Searched in this order, as substrings.
+constexpr StreamName STREAM_NAMES[] = {{"main", 0}, {"sub", 1}, {"third", 2}};
+
+}  // namespace
+
+CRtspUrl::CRtspUrl(const char* url) {
+    parse(url);
+}
+
+int CRtspUrl::get_req_cfg(tagRtspRequestCfg* out) const {
+    if (out == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("p_ReqCfg is NULL;"));
+        return -1;
+    }
+    *out = m_ReqCfg;
+    return 0;
+}
+
+int CRtspUrl::atoin(const char* s, int n) {
+    char szNumber[NUMBER_SIZE] = {};
+    TextCopy(szNumber, sizeof(szNumber), s, n > 0 ? static_cast<size_t>(n) : 0);
+    return TextToInt(szNumber);
+}
+
+void CRtspUrl::parse(const char* url) {
+    if (url == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("pURL == NULL error!"));
+        return;
+    }
+    if (strnlen(url, URL_SIZE) >= URL_SIZE) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("URL tooo Longgggg"));
+        return;
+    }
+    TextCopy(m_szUrl, url);
+    for (char& c : m_szUrl) {
+        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    }
+    const char* szHostPart = parse_scheme();
+    if (szHostPart == nullptr) {
+        return;
+    }
+    const char* szPath = parse_host(szHostPart);
+    m_bIsValid = szPath != nullptr && parse_path(szPath);
+}
+
+// Returns what follows the scheme, or null when the scheme is refused.
+const char* CRtspUrl::parse_scheme() {
+    const char* szMark = CBB_Strstr(m_szUrl, "://");
+    if (szMark == nullptr) {
+        return m_szUrl;
+    }
+    char szScheme[URL_SIZE] = {};
+    TextCopy(szScheme, sizeof(szScheme), m_szUrl, static_cast<size_t>(szMark - m_szUrl));
+    if (CBB_Strcmp(szScheme, "rtsp") == 0) {
+        m_protocol = PROTOCOL_RTSP;
+        return szMark + 3;
+    }
+    if (CBB_Strcmp(szScheme, "http") == 0) {
+        m_protocol = PROTOCOL_HTTP;
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_protocol error 1! %s"),
+                                                szScheme);
+        return nullptr;
+    }
+    m_protocol = PROTOCOL_UNKNOWN;
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_protocol error 2! %s"),
+                                            szScheme);
+    return nullptr;
+}
+
+// Returns the path behind the host part's slash, or null when the host part is refused.
+const char* CRtspUrl::parse_host(const char* szHostPart) {
+    const char* szSlash = CBB_Strchr(szHostPart, '/');
+    const size_t nHost = szSlash == nullptr ? 0 : static_cast<size_t>(szSlash - szHostPart);
+    if (szSlash == nullptr || nHost <= SHORT_HOST_LENGTH) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("host_port error! %s"),
+                                                szHostPart);
+        return nullptr;
+    }
+    m_ReqCfg.byIPV6 = szHostPart[0] == '[' ? 1 : 0;
+    TextCopy(m_szHost, sizeof(m_szHost), szHostPart + m_ReqCfg.byIPV6, nHost - m_ReqCfg.byIPV6);
+    return split_host_and_port() ? szSlash + 1 : nullptr;
+}
+
+bool CRtspUrl::split_host_and_port() {
+    char* szColon = nullptr;
+    if (m_ReqCfg.byIPV6 != 0) {
+        char* szBracket = strchr(m_szHost, ']');
+        if (szBracket == nullptr) {
+            return false;
+        }
+        *szBracket = '\0';
+        szColon = strchr(szBracket + 1, ':');
+    } else {
+        szColon = strchr(m_szHost, ':');
+    }
+    if (szColon != nullptr) {
+        parse_port(szColon);
+    }
+    return true;
+}
+
+void CRtspUrl::parse_port(char* szColon) {
+    *szColon = '\0';
+    if (szColon[1] != '\0') {
+        // Kept: the first digit is skipped, so 8554 reads as 554. Nothing connects to this port.
+        m_port = static_cast<uint16_t>(TextToInt(szColon + 2));
+    }
+}
+
+bool CRtspUrl::parse_path(const char* szPath) {
+    const char* szChan = CBB_Strstr(szPath, "chan");
+    if (szChan == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("can not find chan"));
+        return false;
+    }
+    szChan += strlen("chan");
+    const char* szSlash = strchr(szChan, '/');
+    if (szSlash == nullptr) {
+        return false;
+    }
+    m_ReqCfg.nChan = atoin(szChan, static_cast<int>(szSlash - szChan));
+    m_ReqCfg.nReqType = 0;
+    for (const StreamName& stream : STREAM_NAMES) {
+        if (CBB_Strstr(szSlash + 1, stream.szName) != nullptr) {
+            m_ReqCfg.nStreamtype = stream.nStreamtype;
+            return true;
+        }
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_ERROR, RTSPS_AT("Error!not find 'main' or 'sub' or 'third' [%s]"), szSlash + 1);
+    return false;
+}

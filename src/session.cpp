@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include "session.h"
+
+#include <new>
+
+#include "mcast_transmitter.h"
+#include "rtsps_debug.h"
+#include "tcp_transmitter.h"
+#include "udp_transmitter.h"
+
+namespace {
+
+template <class TTransmitter>
+std::unique_ptr<CTransmitter> MakeOpened(ETRANS_MODE mode, TRANS_INFO* pInfo) {
+    std::unique_ptr<CTransmitter> pTransmitter(new (std::nothrow) TTransmitter(mode));
+    if (pTransmitter != nullptr && pTransmitter->open(pInfo) != 0) {
+        pTransmitter.reset();
+    }
+    return pTransmitter;
+}
+
+}  // namespace
+
+CSession::~CSession() {
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
+                                            RTSPS_AT("Call Base CSession Destructor!"));
+    ReleaseTransmitter();
+}
+
+uint32_t CSession::inittransmitter(TRANS_INFO* pInfo) {
+    const TRANS_INFO info = *pInfo;  // the caller may pass this session's own record
+    m_tranInfo = {};
+    if (m_pTransmitter != nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("m_pTransmitter != NULL, mode [%d]"), m_mode);
+        return 0;
+    }
+    m_tranInfo = info;
+    m_pTransmitter = make_transmitter(&m_tranInfo);
+    if (m_pTransmitter == nullptr) {
+        CDebugInfo::Instance()->OutputDebugInfo(
+            LOG_LEVEL_ERROR, RTSPS_AT("Error m_pTransmitter == NULL! mode! [%d]"), m_mode);
+        return 0;
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
+                                            RTSPS_AT("inittransmitter OK, mode [%d]"), m_mode);
+    return 1;
+}
+
+std::unique_ptr<CTransmitter> CSession::make_transmitter(TRANS_INFO* pInfo) {
+    switch (m_mode) {
+        case UDP_MODE:
+            return inittransmitter_udp(pInfo);
+        case TCP_MODE:
+            return inittransmitter_tcp(pInfo);
+        case MCAST_MODE:
+            return inittransmitter_mcast(pInfo);
+        case RTPOVERRTSP_MODE:
+            return inittransmitter_over_rtsp(pInfo);
+        case NON_MODE:
+            break;
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Unsupported! mode! [%d]"),
+                                            m_mode);
+    return nullptr;
+}
+
+void CSession::ReleaseTransmitter() {
+    m_pTransmitter.reset();
+}
+
+std::unique_ptr<CTransmitter> CSession::inittransmitter_udp(TRANS_INFO* pInfo) {
+    return MakeOpened<CUdpTransmitter>(m_mode, pInfo);
+}
+
+std::unique_ptr<CTransmitter> CSession::inittransmitter_tcp(TRANS_INFO* pInfo) {
+    return MakeOpened<CTcpTransmitter>(m_mode, pInfo);
+}
+
+std::unique_ptr<CTransmitter> CSession::inittransmitter_mcast(TRANS_INFO* pInfo) {
+    return MakeOpened<CMcastTransmitter>(m_mode, pInfo);
+}
+
+std::unique_ptr<CTransmitter> CSession::inittransmitter_over_rtsp(TRANS_INFO* pInfo) {
+    return MakeOpened<CRtpOverRtspTransmitter>(m_mode, pInfo);
+}

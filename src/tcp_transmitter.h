@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+// RTP over TCP: on a connection of the stream's own, or interleaved on the RTSP connection.
+#ifndef TCP_TRANSMITTER_H
+#define TCP_TRANSMITTER_H
+
+#include "rtsps_thread_safety.h"
+#include "transmitter.h"
+
+// What both TCP modes share: live packets that the socket does not take wait in a pending buffer,
+// and a packet that does not fit there is dropped.
+class CPendingTransmitter : public CTransmitter {
+  public:
+    static constexpr int PENDING_SIZE = 131072;
+
+    int RecvPacket(void* buf, int len, int timeout) override;
+
+  protected:
+    // Not cleared: a client that keeps up never touches these pages.
+    explicit CPendingTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}  // NOLINT: m_buf
+
+    // The socket that carries the media, or -1.
+    virtual CBB_SOCK_T data_socket() const = 0;
+
+    int send_pending(const void* buf, int len, int timeout);
+    int pending_size() const { return m_nBufDataSize; }
+
+  private:
+    int send_fresh(const void* buf, int len, int timeout);
+
+    int m_nBufDataSize = 0;
+    unsigned char m_buf[PENDING_SIZE];
+};
+
+// A TCP connection that the client opens to the borrowed port, within one second after SETUP.
+class CTcpTransmitter final : public CPendingTransmitter {
+  public:
+    explicit CTcpTransmitter(ETRANS_MODE mode);
+    ~CTcpTransmitter() override;
+
+    int open_extra(TRANS_INFO* pInfo) override;
+    int SendPacket(void* buf, int len, int timeout) override;
+    int GetHandle() override;  // the listening socket, not the accepted one
+    int SetHandle(int fd) override;
+    int Connect() override { return 0; }
+    int Accept() override;
+    virtual int Close();
+    virtual int Connect(CBB_SOCK_T sock, CBB_ADDR_T* pAddr);
+
+    int SetBufferSize(int nSend, int nRecv);
+
+  private:
+    static void* accept_connect_svc(void* pTransmitter);
+
+    CBB_SOCK_T data_socket() const override { return m_Connectfd.load(std::memory_order_acquire); }
+    void accept_peer();
+    void close_listener();
+
+    CMutex m_mutexListen;  // taken to use or close the listening socket; held for no wait
+    CBB_SOCK_T m_ListenSockfd GUARDED_BY(m_mutexListen) = -1;
+    // atomic: published by the accept thread once its options are set, read by the sender
+    std::atomic<CBB_SOCK_T> m_Connectfd{-1};
+    CBB_ADDR_T m_LocalAddr{};
+    CBB_ADDR_T m_HopedRemoteAddr{};  // informational: any client that connects is taken
+    CBB_HANDLE m_ThreadAccept = CBB_INVALID_HANDLE;
+};
+
+// Interleaved on the RTSP connection, which belongs to the client session and is never closed here.
+class CRtpOverRtspTransmitter final : public CPendingTransmitter {
+  public:
+    explicit CRtpOverRtspTransmitter(ETRANS_MODE mode);
+    ~CRtpOverRtspTransmitter() override;
+
+    int open_extra(TRANS_INFO* pInfo) override;
+    int SendPacket(void* buf, int len, int timeout) override;
+    int GetHandle() override { return m_Sockfd; }
+    int SetHandle(int fd) override;
+    int Connect() override { return -2; }
+    int Accept() override { return -2; }
+    virtual int Close() { return 0; }
+    virtual int Connect(CBB_SOCK_T sock, CBB_ADDR_T* pAddr);
+    // Sends past the pending buffer.
+    virtual int SendnPacket(void* buf, int len, int timeout);
+
+    int SetBufferSize(int nSend, int nRecv);
+
+  private:
+    CBB_SOCK_T data_socket() const override { return m_Sockfd; }
+
+    CBB_SOCK_T m_Sockfd = -1;
+    CBB_ADDR_T m_LocalAddr{};
+    CBB_ADDR_T m_RemoteAddr{};
+    int m_rtpFlag = 255;
+    int m_rtcpFlag = 255;
+};
+
+#endif
