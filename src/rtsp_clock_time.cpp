@@ -14,11 +14,6 @@ constexpr int FIELD_COUNT = 6;
 
 }  // namespace
 
-ClockTime::ClockTime(unsigned long sec) {
-    // Read as signed first, so that a time before 1970 survives its way through an unsigned long.
-    Set(static_cast<long>(sec), 0);
-}
-
 ClockTime::ClockTime(const char* text, int len) {
     char szText[TEXT_SIZE];
     TextCopySlice(szText, text, len);

@@ -8,8 +8,8 @@
 class ClockTime : public SecTime<ClockTime> {
   public:
     ClockTime() = default;
-    ClockTime(int sec, int usec) { Set(sec, usec); }
-    explicit ClockTime(unsigned long sec);
+    ClockTime(int sec, int usec) : SecTime(sec, usec) {}
+    explicit ClockTime(unsigned long sec) : SecTime(sec) {}
     ClockTime(const char* text, int len);  // at most 255 bytes are read
 
     // "19700101T000000Z", in UTC; valid until the next call.

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "rtsp_msg.h"
 
+#include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "cbb.h"
 #include "rtsp_clock_time.h"

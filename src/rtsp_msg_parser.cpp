@@ -2,7 +2,9 @@
 #include "rtsp_msg_parser.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string>
 

@@ -2,6 +2,7 @@
 #ifndef RTSP_MSG_PARSER_H
 #define RTSP_MSG_PARSER_H
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 

@@ -43,11 +43,6 @@ int SplitFields(const char* text, double (&fields)[MAX_FIELDS]) {
 
 }  // namespace
 
-NPTime::NPTime(unsigned long sec) {
-    // Read as signed first, so that a time before 0 survives its way through an unsigned long.
-    Set(static_cast<long>(sec), 0);
-}
-
 NPTime::NPTime(const char* text, int len) {
     char szText[TEXT_SIZE];
     TextCopySlice(szText, text, len);

@@ -9,8 +9,8 @@
 class NPTime : public SecTime<NPTime> {
   public:
     NPTime() = default;
-    NPTime(int sec, int usec) { Set(sec, usec); }
-    explicit NPTime(unsigned long sec);
+    NPTime(int sec, int usec) : SecTime(sec, usec) {}
+    explicit NPTime(unsigned long sec) : SecTime(sec) {}
     NPTime(const char* text, int len);  // at most 31 bytes are read
     // With `wholeSeconds` the fraction is dropped; `valid` tells whether the text had one to four
     // fields.

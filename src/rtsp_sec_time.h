@@ -51,6 +51,9 @@ class SecTime {
     static constexpr int USEC_PER_SEC = 1000000;
 
     SecTime() = default;
+    SecTime(int sec, int usec) { Set(sec, usec); }
+    // Read as signed first, so that a time below 0 survives its way through an unsigned long.
+    explicit SecTime(unsigned long sec) { Set(static_cast<long>(sec), 0); }
 
     // Stores a normalised time; seconds that an int cannot hold are cut to the nearer end.
     void Set(int64_t nSec, int64_t nUsec) {
