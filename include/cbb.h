@@ -97,9 +97,8 @@ RTSPS_EXPORT int32_t CBB_MakeAddr4ByInt(uint32_t nAddr, uint16_t nPort, CBB_ADDR
 RTSPS_EXPORT int32_t CBB_MakeAddr6ByInt(const uint8_t* pAddr6, uint16_t nPort, CBB_ADDR_T* pAddr);
 
 /*
- * Copies nLength raw bytes over the beginning of a record.
- * Returns -1, with nothing written, when a pointer is null, or nLength is 0 or above the size of
- * the record.
+ * Copies nLength raw bytes over the beginning of a record; what is longer than the record is cut.
+ * Returns 0, or -1, with nothing written, when a pointer is null or nLength is 0.
  */
 RTSPS_EXPORT int32_t CBB_MakeAddr(const void* pBytes, uint32_t nLength, CBB_ADDR_T* pAddr);
 

@@ -71,6 +71,14 @@ bool TextCopy(char* szDst, size_t nDstSize, const char* szSrc) {
     return TextCopy(szDst, nDstSize, szSrc, strlen(szSrc));
 }
 
+void TextToLower(char* szText) {
+    for (char* p = szText; *p != '\0'; ++p) {
+        if (*p >= 'A' && *p <= 'Z') {
+            *p = static_cast<char>(*p - 'A' + 'a');
+        }
+    }
+}
+
 long TextToLong(const char* szText) {
     return strtol(szText, nullptr, 10);  // clamps to LONG_MIN and LONG_MAX by itself
 }

@@ -52,6 +52,9 @@ bool TextCopySlice(char (&szDst)[N], const char* pSrc, int nLen) {
     return TextCopy(szDst, N, bEmpty ? "" : pSrc, bEmpty ? 0 : static_cast<size_t>(nLen));
 }
 
+// Lower-cases ASCII letters in place, whatever the host's locale says.
+void TextToLower(char* szText);
+
 // `atoi` and `strtol` without their undefined ends: leading blanks and a sign, then the digits,
 // clamped to the range of the type; 0 when there is no digit.
 int TextToInt(const char* szText);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_url.h"
 
-#include <cctype>
 #include <cstring>
 
 #include "cbb.h"
@@ -57,9 +56,7 @@ void CRtspUrl::parse(const char* url) {
         return;
     }
     TextCopy(m_szUrl, url);
-    for (char& c : m_szUrl) {
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    }
+    TextToLower(m_szUrl);
     const char* szHostPart = parse_scheme();
     if (szHostPart == nullptr) {
         return;

@@ -14,6 +14,7 @@ constexpr size_t IPV6_BYTES = 16;
 constexpr int IPV6_GROUPS = 8;
 constexpr size_t ADDR_TEXT_SIZE = 128;
 
+// Kept: leading zeros are decimal here (010 is 10), unlike in CBB_MakeAddrByString.
 bool ParseIpv4(const char* szText, uint8_t* pOut) {
     uint8_t octets[IPV4_BYTES] = {};
     size_t nOctets = 0;
@@ -280,10 +281,11 @@ int32_t CBB_MakeAddr6ByInt(const uint8_t* pAddr6, uint16_t nPort, CBB_ADDR_T* pA
 }
 
 int32_t CBB_MakeAddr(const void* pBytes, uint32_t nLength, CBB_ADDR_T* pAddr) {
-    if (pBytes == nullptr || pAddr == nullptr || nLength == 0 || nLength > sizeof(*pAddr)) {
+    if (pBytes == nullptr || pAddr == nullptr || nLength == 0) {
         return -1;
     }
-    memcpy(pAddr, pBytes, nLength);
+    // Kept: a longer length is no error; only what fits is copied.
+    memcpy(pAddr, pBytes, nLength < sizeof(*pAddr) ? nLength : sizeof(*pAddr));
     return 0;
 }
 

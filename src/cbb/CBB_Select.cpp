@@ -47,7 +47,7 @@ int32_t CBB_Poll(struct pollfd* pFds, int iFds, int iTimeO) {
 }
 
 int32_t CBB_PollEx(struct pollfd* pFds, int iFds, int* piTimeO) {
-    if (piTimeO == nullptr || *piTimeO == -1) {
+    if (piTimeO == nullptr || *piTimeO < 0) {  // poll takes every negative time for unlimited
         int nResult = 0;
         do {
             nResult = CBB_Poll(pFds, iFds, -1);

