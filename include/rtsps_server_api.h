@@ -21,7 +21,7 @@
 extern "C" {
 #endif
 
-/* How many clients may be registered at once. A client beyond them gets its replies, but no media. */
+/* How many clients may be registered at once. A client beyond them gets replies, but no media. */
 #define RTSPS_MAX_SESSIONS 128
 
 /* Bytes in front of each RTP packet of a push; see RTSPServer_SendRealSteam. */
@@ -79,7 +79,82 @@ typedef struct tagRtspServerStreamInfo {
     uint32_t res[6];
 } tagRtspServerStreamInfo, TRtspServerStreamInfo;
 
-/* The host's event function; see RTSPServer_SetEventCallBack. */
+/* What happened to a client. The values are fixed; hosts ignore those that they do not know. */
+typedef enum RTSP_SERVER_EVENT {
+    RTSPS_EVENT_CONNECTED = 1, /* it is registered; nothing of it comes before this */
+    RTSPS_EVENT_DESCRIBED = 2, /* it knows the stream; channel and stream are set from here on */
+    RTSPS_EVENT_SETUP = 3,     /* it has set up dwMedia over dwTransport; once a stream */
+    RTSPS_EVENT_PLAYING = 4,   /* pushes reach it from here on: a key frame is welcome */
+    RTSPS_EVENT_TORN_DOWN = 5, /* it has ended its media; its connection may last */
+    RTSPS_EVENT_CLOSED = 6     /* it is gone; dwReason and stuTotals are set; the last event */
+} RTSP_SERVER_EVENT;
+
+/* Why a client is gone. */
+typedef enum RTSP_SERVER_CLOSE_REASON {
+    RTSPS_CLOSE_NONE = 0,             /* not closed */
+    RTSPS_CLOSE_CLIENT_LEFT = 1,      /* it closed its connection */
+    RTSPS_CLOSE_TEARDOWN = 2,         /* it sent TEARDOWN, then left */
+    RTSPS_CLOSE_REFUSED = 3,          /* it asked for something that ends a session: see the log */
+    RTSPS_CLOSE_TOO_SLOW = 4,         /* more than 20 pushes in a row were not taken whole */
+    RTSPS_CLOSE_CONNECTION_ERROR = 5, /* its connection broke */
+    RTSPS_CLOSE_SERVER_STOPPED = 6    /* RTSPServer_Stop */
+} RTSP_SERVER_CLOSE_REASON;
+
+/* Which stream of the description an event is about. */
+typedef enum RTSP_SERVER_MEDIA {
+    RTSPS_MEDIA_NONE = 0,
+    RTSPS_MEDIA_VIDEO = 1,
+    RTSPS_MEDIA_AUDIO = 2
+} RTSP_SERVER_MEDIA;
+
+/* How the media reach a client. */
+typedef enum RTSP_SERVER_TRANSPORT {
+    RTSPS_TRANSPORT_NONE = 0,
+    RTSPS_TRANSPORT_UDP = 1,
+    RTSPS_TRANSPORT_TCP = 2,        /* a TCP connection of the stream's own */
+    RTSPS_TRANSPORT_MULTICAST = 3,  /* refused at SETUP */
+    RTSPS_TRANSPORT_INTERLEAVED = 4 /* on the RTSP connection */
+} RTSP_SERVER_TRANSPORT;
+
+/* What a client was sent in all. A packet that waits in a buffer for a slow client counts. */
+typedef struct tagRtspServerTotals {
+    uint64_t qwVideoPackets;
+    uint64_t qwVideoBytes; /* RTP packets, without prefixes and lower headers */
+    uint64_t qwAudioPackets;
+    uint64_t qwAudioBytes;
+    uint32_t dwShortSends;      /* pushes that were not taken whole */
+    uint32_t dwLongestShortRun; /* the most of them in a row */
+} tagRtspServerTotals, TRtspServerTotals;
+
+/* What an event tells. The record grows at its end only: read what lies within dwSize. */
+typedef struct tagRtspServerEventInfo {
+    uint32_t dwSize;     /* bytes of this record */
+    int32_t nChan;       /* channel; -1 before RTSPS_EVENT_DESCRIBED */
+    int32_t nStreamType; /* stream; -1 before RTSPS_EVENT_DESCRIBED */
+    uint32_t dwMedia;    /* RTSP_SERVER_MEDIA: set with RTSPS_EVENT_SETUP */
+    uint32_t dwTransport;  /* RTSP_SERVER_TRANSPORT of the latest SETUP */
+    uint32_t dwClientPort; /* TCP port of the client's connection, host byte order */
+    char szClientAddr[48]; /* its address as text, NUL-terminated */
+    uint32_t dwReason;     /* RTSP_SERVER_CLOSE_REASON: set with RTSPS_EVENT_CLOSED */
+    uint32_t dwReserved;
+    uint64_t qwConnectedMs;        /* milliseconds since it connected; never jumps */
+    tagRtspServerTotals stuTotals; /* set with RTSPS_EVENT_CLOSED */
+} tagRtspServerEventInfo, TRtspServerEventInfo;
+
+/*
+ * The host's event function.
+ *
+ * It runs on the client's own thread, with no lock of the library held, and only that client waits
+ * for it; it must not throw. RTSPServer_Stop waits for it too, since it ends that thread. From
+ * inside it RTSPServer_SendRealSteam, RTSPServer_SetStreamInfo, RTSPServer_SetEventCallBack and
+ * RTSPServer_Release work as always; RTSPServer_Start and RTSPServer_Stop do nothing.
+ *
+ * nEvent      a RTSP_SERVER_EVENT value.
+ * nSessionId  id of the client, as in its "Session" header.
+ * pData       a tagRtspServerEventInfo, valid during the call.
+ * nLen        its size in bytes.
+ * pUserData   what was registered with the function.
+ */
 typedef void (*pRtspServerEventCallBack)(int32_t nEvent, int32_t nSessionId, void* pData,
                                          int32_t nLen, void* pUserData);
 
@@ -113,19 +188,20 @@ RTSPS_EXPORT int32_t RTSPServer_Release(void);
  *              erases the channel from the key: all channels share one record for it.
  * pPara        in, not null; copied.
  *
- * Returns 0 always.
+ * Returns 0, or -1 when there is no memory for a new record.
  */
 RTSPS_EXPORT int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType,
                                               tagRtspServerStreamInfo* pPara);
 
 /*
  * Starts to accept clients. Blocks for a moment only, longer while another thread is in
- * RTSPServer_Stop.
+ * RTSPServer_Stop. Called from inside the event function it prints an error line and does nothing.
  *
  * Returns 0, also when the server is already started, or -1 when
  *   - RTSPServer_Init was not called,
  *   - memory or a thread is not to be had, or the range of data ports never ends
  *     (see tagRtspServerPara.nMaxPort),
+ *   - it is called from inside the event function,
  *   - the server port cannot be bound.
  */
 RTSPS_EXPORT int32_t RTSPServer_Start(void);
@@ -133,7 +209,8 @@ RTSPS_EXPORT int32_t RTSPServer_Start(void);
 /*
  * Stops to accept clients and ends every registered one: their connections are closed, their
  * threads joined. May be called whether or not the server was started, twice, and while other
- * threads push. Takes milliseconds, also with 128 clients.
+ * threads push. Takes milliseconds, also with 128 clients, and as long as an event function that is
+ * running just then. Called from inside that function it prints an error line and does nothing.
  *
  * A client that was beyond RTSPS_MAX_SESSIONS keeps its connection, without media.
  *
@@ -153,16 +230,19 @@ RTSPS_EXPORT int32_t RTSPServer_Stop(void);
  *     +--------+----------+-------+--------+-------------------------------+
  *
  * All units of one push are of one kind, video or audio: the payload type of the first decides.
- * Push whole access units, with parameter sets in band before each key frame. An empty unit, one
- * that is cut off by nLen, or an unknown payload type is a log line and costs the host nothing else.
+ * Push whole access units, with parameter sets in band before each key frame. A push of up to 4
+ * bytes, or of an unknown payload type, is a log line for each client that plays the stream. A run
+ * whose last unit is cut off by nLen is sent up to there and counts as a short push.
  *
  * The call sends on the calling thread and never waits for a client: what a client's socket does
  * not take is buffered up to 128 KiB (TCP) or dropped (UDP), and a client with more than 20 short
- * pushes in a row is ended. Pushes from several threads are allowed if each pushes a buffer of its
+ * pushes in a row is ended. For a client that has set up one stream only, pushes of the other count
+ * as short: it is ended when more than 20 of them come without one of its own in between. Pushes
+ * from several threads are allowed if each pushes a buffer of its
  * own; the packets of one stream then leave in the order of the calls.
  *
  * nChan, nStreamType  as in RTSPServer_SetStreamInfo.
- * pData  in and out: the library writes prefixes and SSRCs into it. The host's again after the call.
+ * pData  in and out: the library writes prefixes and SSRCs into it. The host's after the call.
  * nLen   bytes in pData, above 4.
  *
  * Returns 0 always.
@@ -182,7 +262,12 @@ RTSPS_EXPORT int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType
 RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, int32_t nLen);
 
 /*
- * Stores the host's event function and its user pointer. No event is defined yet.
+ * Sets the function that hears of clients, and its user pointer. Call it before RTSPServer_Start: a
+ * client that connects while no function is set stays unheard of to its end. For every
+ * RTSPS_EVENT_CONNECTED there is one RTSPS_EVENT_CLOSED, and nothing of that client after it. A
+ * client beyond RTSPS_MAX_SESSIONS raises no event.
+ *
+ * After this returns no new call uses the old pair; a call that is on its way may still run.
  *
  * pCallBack  the function, or null for none.
  * pUserData  passed back unchanged; the host's.
@@ -196,9 +281,11 @@ RTSPS_EXPORT int32_t RTSPServer_SetEventCallBack(pRtspServerEventCallBack pCallB
 }
 static_assert(sizeof(tagRtspServerPara) == 108, "the record is part of the binary interface");
 static_assert(sizeof(tagRtspServerStreamInfo) == 44, "the record is part of the binary interface");
+static_assert(sizeof(tagRtspServerEventInfo) == 128, "the record is part of the binary interface");
 #else
 _Static_assert(sizeof(tagRtspServerPara) == 108, "the record is part of the binary interface");
 _Static_assert(sizeof(tagRtspServerStreamInfo) == 44, "the record is part of the binary interface");
+_Static_assert(sizeof(tagRtspServerEventInfo) == 128, "the record is part of the binary interface");
 #endif
 
 #endif

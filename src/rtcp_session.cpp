@@ -49,6 +49,16 @@ void CRtcpSession::calc_next_time() {
     m_nextTime.tv_sec += REPORT_INTERVAL_SEC;
 }
 
+bool CRtcpSession::is_due() const {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return m_bFirst != 0 || is_reached(now);
+}
+
+bool CRtcpSession::is_reached(const timeval& now) const {
+    return m_nextTime.tv_sec <= now.tv_sec || m_nextTime.tv_sec - now.tv_sec >= CLOCK_STEP_SEC;
+}
+
 uint32_t CRtcpSession::is_time() {
     if (m_bFirst != 0) {
         m_bFirst = 0;
@@ -58,7 +68,7 @@ uint32_t CRtcpSession::is_time() {
     }
     timeval now{};
     gettimeofday(&now, nullptr);
-    if (m_nextTime.tv_sec > now.tv_sec && m_nextTime.tv_sec - now.tv_sec < CLOCK_STEP_SEC) {
+    if (!is_reached(now)) {
         return 0;
     }
     calc_next_time();
@@ -72,8 +82,9 @@ int CRtcpSession::send_sr(int timeout) {
     }
     timeval now{};
     gettimeofday(&now, nullptr);
-    uint8_t packet[UNIT_PREFIX_SIZE + SENDER_REPORT_SIZE] = {};
-    uint8_t* pReport = packet + UNIT_PREFIX_SIZE;
+    // Kept: a lone sender report without report blocks, no SDES behind it.
+    uint8_t packet[RTP_PREFIX_SIZE + SENDER_REPORT_SIZE] = {};
+    uint8_t* pReport = packet + RTP_PREFIX_SIZE;
     pReport[0] = RTP_VERSION << 6;
     pReport[1] = RTCP_SR;
     WriteBe16(pReport + 2, SENDER_REPORT_WORDS);

@@ -25,6 +25,8 @@ class CRtcpSession final : public CSession {
     // Accounts one RTP packet, given its header of at least 12 bytes; 0.
     int parse_rtp_packet(const uint8_t* pHeader, int len);
 
+    // Whether the next is_time() does anything but say 0.
+    bool is_due() const;
     // 1 when a report is due; the next one is then 5 seconds off.
     uint32_t is_time();
     void calc_next_time();
@@ -33,6 +35,8 @@ class CRtcpSession final : public CSession {
     int send_sr(int timeout);
 
   private:
+    bool is_reached(const timeval& now) const;
+
     uint32_t m_ssrc = 0;  // of the last packet, like the time stamp
     uint32_t m_pSend = 0;
     uint32_t m_oSend = 0;

@@ -12,15 +12,15 @@
 namespace {
 
 // Shortest units in which a sequence number, and in which a whole RTP header, is held.
-constexpr int UNIT_SIZE_WITH_SEQUENCE = UNIT_PREFIX_SIZE + RTP_OFFSET_TIMESTAMP;
-constexpr int UNIT_SIZE_WITH_HEADER = UNIT_PREFIX_SIZE + RTP_HEADER_SIZE;
+constexpr int UNIT_SIZE_WITH_SEQUENCE = RTP_PREFIX_SIZE + RTP_OFFSET_TIMESTAMP;
+constexpr int UNIT_SIZE_WITH_HEADER = RTP_PREFIX_SIZE + RTP_HEADER_SIZE;
 
 void RaisePort(CBB_ADDR_T* pAddr) {
     CBB_SetAddrPort(pAddr, static_cast<uint16_t>(CBB_GetAddrPort(pAddr) + 1));
 }
 
 bool IsRtspText(const void* buf, int len) {
-    return len >= UNIT_PREFIX_SIZE && strncasecmp(static_cast<const char*>(buf), "RTSP", 4) == 0;
+    return len >= RTP_PREFIX_SIZE && strncasecmp(static_cast<const char*>(buf), "RTSP", 4) == 0;
 }
 
 }  // namespace
@@ -103,27 +103,60 @@ int CRtpSession::send(void* buf, int len, int timeout) {
 
 int CRtpSession::buff_process(void* buf, int len) {
     auto* pUnit = static_cast<uint8_t*>(buf);
-    uint8_t* pHeader = pUnit + UNIT_PREFIX_SIZE;
-    if (len >= UNIT_SIZE_WITH_SEQUENCE) {
-        check_sequence(pHeader);
+    stamp_unit(pUnit, len);
+    account_unit(pUnit, len);
+    return 0;
+}
+
+int CRtpSession::send_burst(void* buf, int len, int* pnUnits) {
+    CTransmitter* pTransmitter = GetTransmitter();
+    if (pTransmitter == nullptr || pTransmitter->get_status() != STAUTS_OK) {
+        return 0;
     }
+    const CRtpBurst burst(static_cast<uint8_t*>(buf), len, pTransmitter->burst_kind(), m_seq);
+    if (burst.Units() < 2 || (m_pRtcpSession != nullptr && m_pRtcpSession->is_due())) {
+        return 0;  // a report that is due leaves right behind the next unit
+    }
+    for (int nOffset = 0; nOffset < burst.Bytes(); nOffset += burst.UnitSize(nOffset)) {
+        stamp_unit(burst.Data() + nOffset, burst.UnitSize(nOffset));
+    }
+    const int nTaken = pTransmitter->SendBurst(burst);
+    const int nTried = nTaken < 0 ? burst.UnitSize(0) : nTaken;
+    int nUnits = 0;
+    for (int nOffset = 0; nOffset < nTried; nOffset += burst.UnitSize(nOffset)) {
+        account_unit(burst.Data() + nOffset, burst.UnitSize(nOffset));
+        ++nUnits;
+    }
+    if (nTaken > 0) {
+        *pnUnits = nUnits;
+    }
+    return nTaken;
+}
+
+void CRtpSession::stamp_unit(uint8_t* pUnit, int len) const {
     if (len >= UNIT_SIZE_WITH_HEADER) {
-        WriteBe32(pHeader + RTP_OFFSET_SSRC, get_trans_info()->dwRtpSSRC);
+        WriteBe32(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SSRC, get_trans_info()->dwRtpSSRC);
     }
-    if (len >= UNIT_PREFIX_SIZE && GetTransMode() == TCP_MODE) {
+    if (len >= RTP_PREFIX_SIZE && GetTransMode() == TCP_MODE) {
         // Kept: these four bytes are sent, with channel 0 and length 0.
         pUnit[0] = '$';
         pUnit[1] = 0;
         WriteBe16(pUnit + 2, 0);
-    } else if (len >= UNIT_PREFIX_SIZE && GetTransMode() == RTPOVERRTSP_MODE) {
+    } else if (len >= RTP_PREFIX_SIZE && GetTransMode() == RTPOVERRTSP_MODE) {
         pUnit[0] = '$';
         pUnit[1] = get_trans_info()->byTcpFlag;
-        WriteBe16(pUnit + 2, static_cast<uint16_t>(len - UNIT_PREFIX_SIZE));
+        WriteBe16(pUnit + 2, static_cast<uint16_t>(len - RTP_PREFIX_SIZE));
+    }
+}
+
+void CRtpSession::account_unit(const uint8_t* pUnit, int len) {
+    const uint8_t* pHeader = pUnit + RTP_PREFIX_SIZE;
+    if (len >= UNIT_SIZE_WITH_SEQUENCE) {
+        check_sequence(pHeader);
     }
     if (len >= UNIT_SIZE_WITH_HEADER && m_pRtcpSession != nullptr) {
         m_pRtcpSession->parse_rtp_packet(pHeader, 0);
     }
-    return 0;
 }
 
 void CRtpSession::check_sequence(const uint8_t* pHeader) {

@@ -12,6 +12,9 @@ enum eLOG_LEVEL : int {
     LOG_LEVEL_INFO = 4,
 };
 
+// The texts of the messages are part of the output contract too, misspellings and trailing blanks
+// included: operators' filters match them.
+//
 // Expands to the format and the three arguments with which every diagnostic line begins, so that
 // the message's own arguments follow it directly:
 //     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bind %d failed"), port);

@@ -106,7 +106,7 @@ void* CRtspListener::accept_handler_svc(void* pListener) {
     auto* pSelf = static_cast<CRtspListener*>(pListener);
     while (pSelf->IsRunning()) {
         try {
-            pSelf->accept_client();
+            pSelf->accept_clients();
         } catch (...) {
             CBB_Sleep(REFUSAL_PAUSE_MS);  // no memory: nothing below may end the accept thread
         }
@@ -114,7 +114,25 @@ void* CRtspListener::accept_handler_svc(void* pListener) {
     return nullptr;
 }
 
-void CRtspListener::accept_client() {
+// Accepted connections whose sessions are not made yet, first come first served.
+struct CRtspListener::CArrivals {
+    ~CArrivals() {
+        for (; nCount > 0; --nCount) {
+            CBB_CloseSocket(entries[(nFirst + nCount - 1) % CAPACITY].sock, 0);
+        }
+    }
+
+    static constexpr size_t CAPACITY = 64;
+    struct {
+        CBB_SOCK_T sock;
+        CBB_ADDR_T peer;
+    } entries[CAPACITY] = {};
+    size_t nFirst = 0;
+    size_t nCount = 0;
+};
+
+void CRtspListener::accept_clients() {
+    CArrivals arrivals;
     CBB_ADDR_T peer{};
     const CBB_SOCK_T sock = CBB_Accept(GetFd(), &peer, ACCEPT_TIMEOUT_MS);
     if (sock == -1) {
@@ -124,11 +142,29 @@ void CRtspListener::accept_client() {
         }
         return;
     }
-    prepare_socket(sock);
-    log_arrival(peer);
-    if (!serve_client(sock, &peer)) {
-        CBB_CloseSocket(sock, 0);
-        CBB_Sleep(REFUSAL_PAUSE_MS);
+    arrivals.entries[0] = {sock, peer};
+    arrivals.nCount = 1;
+    while (arrivals.nCount > 0 && IsRunning()) {
+        take_arrivals(&arrivals);
+        const auto next = arrivals.entries[arrivals.nFirst];
+        arrivals.nFirst = (arrivals.nFirst + 1) % CArrivals::CAPACITY;
+        --arrivals.nCount;
+        serve_client(next.sock, next.peer);
+    }
+}
+
+// Making a session takes longer than a connection takes to arrive, and the kernel's short queue
+// drops what it cannot hold; a dropped client tries again only after a second.
+void CRtspListener::take_arrivals(CArrivals* pArrivals) const {
+    while (pArrivals->nCount < CArrivals::CAPACITY) {
+        CBB_ADDR_T peer{};
+        const CBB_SOCK_T sock = CBB_Accept(GetFd(), &peer, 0);
+        if (sock == -1) {
+            return;
+        }
+        const size_t nAt = (pArrivals->nFirst + pArrivals->nCount) % CArrivals::CAPACITY;
+        pArrivals->entries[nAt] = {sock, peer};
+        ++pArrivals->nCount;
     }
 }
 
@@ -150,8 +186,17 @@ void CRtspListener::log_arrival(const CBB_ADDR_T& peer) {
     pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("port [%d]"), CBB_GetAddrPort(&peer));
 }
 
+void CRtspListener::serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
+    prepare_socket(sock);
+    log_arrival(peer);
+    if (!start_session(sock, peer)) {
+        CBB_CloseSocket(sock, 0);
+        CBB_Sleep(REFUSAL_PAUSE_MS);
+    }
+}
+
 // Returns whether a session has taken the socket over.
-bool CRtspListener::serve_client(CBB_SOCK_T sock, CBB_ADDR_T* pPeer) {
+bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
     CRtspSessionManager* pManager = CRtspSessionManager::Instance();
     const uint32_t dwId = pManager->GenerateSessionId();
     std::unique_ptr<CRtspSession> pSession;
@@ -168,7 +213,8 @@ bool CRtspListener::serve_client(CBB_SOCK_T sock, CBB_ADDR_T* pPeer) {
             LOG_LEVEL_ERROR, RTSPS_AT("Error!!! Server can not process more client!!"));
         return false;
     }
-    if (pSession->Open(sock, pPeer) != 0) {
+    pSession->ExpectRegistration();
+    if (pSession->Open(sock, &peer) != 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("Open thread to process msg ERROR!!"));
         pSession->Release();

@@ -27,15 +27,19 @@ class CRtspListener {
     CBB_SOCK_T GetFd() const { return m_sock.load(std::memory_order_acquire); }
 
   private:
+    struct CArrivals;
+
     static void* accept_handler_svc(void* pListener);
 
     int listen_on(int port);
     int start_thread(int port);
     void close_socket();
-    void accept_client();
+    void accept_clients();
+    void take_arrivals(CArrivals* pArrivals) const;
     static void prepare_socket(CBB_SOCK_T sock);
     static void log_arrival(const CBB_ADDR_T& peer);
-    static bool serve_client(CBB_SOCK_T sock, CBB_ADDR_T* pPeer);
+    static void serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer);
+    static bool start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer);
 
     std::atomic<uint32_t> m_running{
         0};  // atomic: set by Open, cleared by Close, read by the thread

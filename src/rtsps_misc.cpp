@@ -19,7 +19,7 @@ void AppendSessionLines(const tagRtspRequestCfg& cfg, CTextAppender& sdp) {
     const char* szFamily = bIpv6 ? "IP6" : "IP4";
     const char* szAnyAddr = bIpv6 ? "::" : "0.0.0.0";
     sdp.Append("v=0\r\n");
-    // A fixed session id: the description of a stream does not change between clients.
+    // Kept: one session id and version for every description.
     sdp.AppendFormat("o=%s %s %s IN %s %s\r\n", "-", "1109162014219182", "0", szFamily, szAnyAddr);
     sdp.Append("s=Media Server\r\n");
     sdp.Append("i=Media Server Session Description : standard\r\n");
@@ -94,7 +94,7 @@ void RtspsDebugHex(unsigned char* data, int len) {
     fprintf(stderr, "%s", RULE);
     for (int i = 0; i < len; ++i) {
         if (i % DUMP_ROW_SIZE == 0) {
-            fprintf(stderr, "\n %04d |", i + 1);
+            fprintf(stderr, "\n %04d |", i + 1);  // kept: rows are numbered from 1
         }
         fprintf(stderr, "%02x ", data[i]);
     }

@@ -38,7 +38,7 @@ int CRtspServer::Init(const TRtspServerPara* pPara) {
     }
     if (CBB_InitNetwork_Inter() < 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("init failed"));
-        return -1;
+        return -1;  // kept: the count stays raised
     }
     m_stuPara = pPara != nullptr ? *pPara : TRtspServerPara{};
     CDebugInfo::Instance()->SetDebugSwitch(m_stuPara.byDbg != 0);

@@ -1,11 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_server_api.h"
 
+#include "rtsps_debug.h"
+#include "rtsps_event.h"
 #include "rtsps_server.h"
 #include "rtsps_session_mgr.h"
 
+namespace {
+
+// Starting and stopping wait for threads, and a callback runs on one of them.
+bool RefuseInCallBack() {
+    if (!CSessionEvents::InCallBack()) {
+        return false;
+    }
+    CDebugInfo::Instance()->OutputDebugInfo(
+        LOG_LEVEL_ERROR, RTSPS_AT("start and stop do nothing inside the event callback"));
+    return true;
+}
+
+}  // namespace
+
 int32_t RTSPServer_Init(tagRtspServerPara* pPara) {
-    CRtspServer::Instance()->Init(pPara);
+    CRtspServer::Instance()->Init(pPara);  // kept: its result is not the host's
     CRtspSessionManager::Instance()->Init();
     return 0;
 }
@@ -22,10 +38,16 @@ int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType,
 }
 
 int32_t RTSPServer_Start(void) {
+    if (RefuseInCallBack()) {
+        return -1;
+    }
     return CRtspServer::Instance()->Start();
 }
 
 int32_t RTSPServer_Stop(void) {
+    if (RefuseInCallBack()) {
+        return 0;
+    }
     CRtspServer::Instance()->Stop();
     CRtspSessionManager::Instance()->Close();
     return 0;

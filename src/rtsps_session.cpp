@@ -65,6 +65,7 @@ int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
 }
 
 void CRtspSession::RequestQuit() {
+    m_events.SetReason(RTSPS_CLOSE_SERVER_STOPPED);  // counts only for one that was running
     m_bQuit = true;
     const CLockGuard guard(m_mutexSend);  // the descriptor is closed under it
     const CBB_SOCK_T sock = m_sockfd;
@@ -95,6 +96,15 @@ int CRtspSession::Close() {
     return 0;
 }
 
+bool CRtspSession::TryReap() {
+    if (m_events.MayRaise() && !m_bEnded.load(std::memory_order_acquire)) {
+        RequestQuit();
+        return false;
+    }
+    Close();
+    return true;
+}
+
 int CRtspSession::Release() {
     const CBB_SOCK_T sock = m_sockfd.exchange(-1);
     if (sock != -1) {
@@ -110,13 +120,17 @@ void* CRtspSession::process_msg_svc(void* pSession) {
         return nullptr;
     }
     auto* pSelf = static_cast<CRtspSession*>(pSession);
+    pSelf->m_events.Begin(pSelf->m_dwSessionId, pSelf->m_clientAddr);
     try {
         pSelf->run_message_loop();
     } catch (...) {
         // Out of memory: this client ends, the process does not.
+        pSelf->m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
     }
     pSelf->m_bQuit = true;
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_CRIT, RTSPS_AT("exit"));
+    pSelf->m_events.End(pSelf->media_totals());
+    pSelf->m_bEnded.store(true, std::memory_order_release);
     return nullptr;
 }
 
@@ -130,6 +144,7 @@ void CRtspSession::run_message_loop() {
             return;  // woken to stop: not a receive error
         }
         if (nReady < 0) {
+            m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
             CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                     RTSPS_AT("select failed,errno %d"), nError);
             return;
@@ -180,6 +195,7 @@ bool CRtspSession::idle_too_long(int nIdleMs) {
         return false;
     }
     m_emRtspStat = RTSP_ERROR;
+    m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
     CDebugInfo::Instance()->OutputDebugInfo(
         LOG_LEVEL_ERROR, RTSPS_AT("RtspSession in 30s ,close this session,! fd[%d],client[%s]"),
         m_sockfd.load(), client_text());
@@ -195,6 +211,7 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
             return false;
         }
         m_emRtspStat = RTSP_ERROR;
+        m_events.SetReason(nReceived == 0 ? RTSPS_CLOSE_CLIENT_LEFT : RTSPS_CLOSE_CONNECTION_ERROR);
         CDebugInfo::Instance()->OutputDebugInfo(
             LOG_LEVEL_ERROR, RTSPS_AT("Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]"),
             nReceived, nRoom, m_sockfd.load(), nError);
@@ -236,6 +253,7 @@ bool CRtspSession::handle_message(const char* buf, int msgLen) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("parse pMsg Error!!!, fd[%d],client[%s]"),
                                                 m_sockfd.load(), client_text());
+        m_events.SetReason(RTSPS_CLOSE_REFUSED);
         return false;
     }
     proc_rtsp_msg_hook(msg.get());
@@ -256,6 +274,8 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("RTCP packet recv"));
         return 1;
     }
+    // Kept: a body is neither waited for nor counted, so a request that announces one does not
+    // parse, and ends its session.
     const char* pEnd = CBB_Strstr(buf, "\r\n\r\n");
     if (pEnd != nullptr) {
         msgLen = static_cast<int>(pEnd - buf) + MIN_PACKET_SIZE;
@@ -276,11 +296,35 @@ int CRtspSession::proc_response(CRtspMsg* /*msg*/) {
 }
 
 int CRtspSession::send_response(const CRtspResponse* resp) {
-    char szBuf[SEND_BUFFER_SIZE] = {};
+    char szBuf[SEND_BUFFER_SIZE + 1] = {};
     const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
     int nError = 0;
-    if (!send_text(szBuf, nLen, &nError)) {
+    const bool bSent = send_text(szBuf, nLen, &nError);
+    return finish_response(bSent, nError);
+}
+
+int CRtspSession::send_play_response(const CRtspResponse* resp) {
+    char szBuf[SEND_BUFFER_SIZE + 1] = {};
+    const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
+    int nError = 0;
+    bool bSent = false;
+    {
+        // A push that sees the new state waits here until the reply is out.
+        const CLockGuard guard(m_mutexSend);
+        const eRTSP_METHOD_INDEX before = m_emRtspStat;
+        m_emRtspStat.store(RTSP_PLAY, std::memory_order_release);
+        bSent = send_text_locked(szBuf, nLen, &nError);
+        if (!bSent) {
+            m_emRtspStat = before;
+        }
+    }
+    return finish_response(bSent, nError);
+}
+
+int CRtspSession::finish_response(bool bSent, int nError) {
+    if (!bSent) {
         CDebugInfo::Instance()->OutputDebugInfo(
             LOG_LEVEL_ERROR, RTSPS_AT("send_response failed, , fd[%d],errno[%d]"), m_sockfd.load(),
             nError);
@@ -290,10 +334,10 @@ int CRtspSession::send_response(const CRtspResponse* resp) {
 }
 
 int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body, int bodyLen) {
-    char szBuf[SEND_BUFFER_SIZE] = {};
+    char szBuf[SEND_BUFFER_SIZE + 1] = {};
     int nLen = resp.as_binary(szBuf, SEND_BUFFER_SIZE);
     if (nLen >= 0) {
-        CTextAppender reply(szBuf, sizeof(szBuf));
+        CTextAppender reply(szBuf, SEND_BUFFER_SIZE);
         reply.Append(body);
         nLen = reply.Overflowed() ? -1 : nLen + bodyLen;
     }
@@ -308,7 +352,7 @@ int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body,
 }
 
 int CRtspSession::send_request(const CRtspRequest* req) {
-    char szBuf[SEND_BUFFER_SIZE] = {};
+    char szBuf[SEND_BUFFER_SIZE + 1] = {};
     const int nLen = req->as_binary(szBuf, SEND_BUFFER_SIZE);
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n%s\n"), szBuf);
     int nError = 0;
@@ -320,13 +364,17 @@ int CRtspSession::send_request(const CRtspRequest* req) {
     return 0;
 }
 
+bool CRtspSession::send_text(char* buf, int len, int* pErrno) {
+    const CLockGuard guard(m_mutexSend);
+    return send_text_locked(buf, len, pErrno);
+}
+
 // Sends a serialised message on the road that the session has: its transport once there is one,
 // else the bare connection. A negative length is a message that did not fit.
-bool CRtspSession::send_text(char* buf, int len, int* pErrno) {
+bool CRtspSession::send_text_locked(char* buf, int len, int* pErrno) {
     if (len < 0) {
         return false;
     }
-    const CLockGuard guard(m_mutexSend);
     const int nSent = m_pTransCtrl != nullptr ? m_pTransCtrl->SendMsg(buf, len, 0)
                                               : CBB_Sendn(m_sockfd, buf, len, 0);
     *pErrno = GetSystemLastError();

@@ -9,6 +9,7 @@
 #include "cbb.h"
 #include "rtsp_common.h"
 #include "rtsp_msg_parser.h"
+#include "rtsps_event.h"
 #include "rtsps_thread_safety.h"
 #include "rtsps_trans_ctrl.h"
 #include "rtsps_url.h"
@@ -46,6 +47,14 @@ class CRtspSession {
     // Ends the thread, closes the socket, frees the transport; 0. May run twice and in two threads
     // at once, but not on the session's own thread, which it waits for.
     int Close();
+
+    // Closes a session that is not running, unless its thread is, or may soon be, inside the host's
+    // event function: it is then told to end, and the result is false.
+    bool TryReap();
+
+    // A session that is to be registered announces it before Open; whoever decides says so once.
+    void ExpectRegistration() { m_events.ExpectDecision(); }
+    void DecideRegistration(bool bRegistered) { m_events.Decide(bRegistered); }
 
     // Closes the socket of a session that was never opened; 0.
     int Release();
@@ -87,6 +96,8 @@ class CRtspSession {
     int get_msg_cseq_value(const CRtspMsg* msg);
     int proc_response(CRtspMsg* msg);
     void refresh_status() {}
+
+    // Some members below have no caller yet: they are the protocol's vocabulary, kept complete.
 
     // Method handlers: 0 keeps the connection, anything else ends it
     int proc_options(CRtspMsg* msg);
@@ -130,13 +141,19 @@ class CRtspSession {
 
     // Send path; 0 or -1. A reply that does not fit SEND_BUFFER_SIZE is not sent: -1.
     int send_response(const CRtspResponse* resp);
+    // The same for a reply with which the session begins to play: media of a push that comes while
+    // it is sent follows right behind it.
+    int send_play_response(const CRtspResponse* resp);
+    int finish_response(bool bSent, int nError);
     int send_sdp_response(const CRtspResponse& resp, const char* body, int bodyLen);
     int send_request(const CRtspRequest* req);
-    bool send_text(char* buf, int len, int* pErrno);
+    bool send_text(char* buf, int len, int* pErrno) EXCLUDES(m_mutexSend);
+    bool send_text_locked(char* buf, int len, int* pErrno) REQUIRES(m_mutexSend);
 
     // Media
     bool takes_push(int chan, int streamtype) const;
     void count_short_send(int chan, int streamtype, int len, int nSent) REQUIRES(m_mutexSend);
+    tagRtspServerTotals media_totals();
 
     const char* client_text() const { return CBB_GetAddrString(&m_clientAddr); }
 
@@ -152,6 +169,10 @@ class CRtspSession {
     int32_t m_nCSeq = 0;                                   // of the last request that succeeded
     int32_t m_nCheckUserPwdMode = 0;                       // 0 none, 1 Basic, 2 Digest
     int32_t m_nSndErrCounter GUARDED_BY(m_mutexSend) = 0;  // short pushes in a row
+    uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;    // in all
+    uint32_t m_nLongestShortRun GUARDED_BY(m_mutexSend) = 0;
+    CSessionEvents m_events;
+    std::atomic<bool> m_bEnded{false};  // atomic: set by the session's thread as its last act
     // atomic: written by SETUP, read by pushes; -1 matches no payload type
     std::atomic<int32_t> m_nVideoPT{-1};
     std::atomic<int32_t> m_nAudioPT{-1};
@@ -172,7 +193,10 @@ class CRtspSession {
     std::atomic<eRTSP_METHOD_INDEX> m_emRtspStat{RTSP_UNKNOWN};
     // Made by the session's thread before its first PLAY, detached under m_mutexSend by Close.
     std::unique_ptr<CTransCtrl> m_pTransCtrl;
-    bool m_bRegistered = true;  // the manager's, under its lock: its own reference still stands
+    // The manager's, under its lock: its own reference still stands; one reference is kept for
+    // good.
+    bool m_bRegistered = true;
+    bool m_bKeptForFileData = false;
 };
 
 #endif

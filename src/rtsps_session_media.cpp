@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The host's media pushes.
+#include <algorithm>
+
 #include "rtp_packet.h"
 #include "rtsps_debug.h"
 #include "rtsps_session.h"
@@ -9,7 +11,7 @@ namespace {
 // A client is ended when this many pushes in a row were not taken whole, and one more.
 constexpr int SHORT_SEND_LIMIT = 20;
 
-constexpr int OFFSET_PAYLOAD_TYPE = UNIT_PREFIX_SIZE + RTP_OFFSET_PAYLOAD;
+constexpr int OFFSET_PAYLOAD_TYPE = RTP_PREFIX_SIZE + RTP_OFFSET_PAYLOAD;
 constexpr int NO_PAYLOAD_TYPE = -2;  // matches no stream
 
 int FirstPayloadType(const void* data, int len) {
@@ -31,7 +33,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
     if (!takes_push(chan, streamtype)) {
         return 0;
     }
-    if (data == nullptr || len <= UNIT_PREFIX_SIZE) {
+    if (data == nullptr || len <= RTP_PREFIX_SIZE) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("datalen[%d] is invalid"),
                                                 len);
         return 0;
@@ -56,6 +58,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         m_pTransCtrl->SendStream(data, len, bVideo ? TRANS_STREAM_VIDEO : TRANS_STREAM_AUDIO, 0);
     if (nSent < 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send error and exit"));
+        m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
         m_bQuit = true;
     }
     if (nSent != len) {
@@ -68,14 +71,28 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
 
 void CRtspSession::count_short_send(int chan, int streamtype, int len, int nSent) {
     ++m_nSndErrCounter;
+    ++m_nShortSends;
+    m_nLongestShortRun = std::max(m_nLongestShortRun, static_cast<uint32_t>(m_nSndErrCounter));
     CDebugInfo::Instance()->OutputDebugInfo(
         LOG_LEVEL_ERROR, RTSPS_AT("send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s"),
         len, nSent, chan, streamtype, client_text());
     if (m_nSndErrCounter > SHORT_SEND_LIMIT) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("send failed over thresold and exit"));
+        m_events.SetReason(RTSPS_CLOSE_TOO_SLOW);
         m_bQuit = true;
     }
+}
+
+tagRtspServerTotals CRtspSession::media_totals() {
+    const CLockGuard guard(m_mutexSend);  // waits for a push that is on its way
+    tagRtspServerTotals totals{};
+    if (m_pTransCtrl != nullptr) {
+        m_pTransCtrl->GetTotals(&totals);
+    }
+    totals.dwShortSends = m_nShortSends;
+    totals.dwLongestShortRun = m_nLongestShortRun;
+    return totals;
 }
 
 int CRtspSession::SendFileStream(void* /*data*/, int /*len*/) {

@@ -77,6 +77,7 @@ int CRtspSession::proc_rtsp_msg_hook(CRtspMsg* msg) {
     }
     if (nResult != 0) {
         m_emRtspStat = RTSP_ERROR;
+        m_events.SetReason(RTSPS_CLOSE_REFUSED);
     } else {
         get_msg_cseq_value(msg);
     }
@@ -128,6 +129,7 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
             m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
     }
     m_emRtspStat = RTSP_DESCRIBE;
+    m_events.Describe(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
     return 0;
 }
 
@@ -166,6 +168,8 @@ struct CRtspSession::CSetup {
 int CRtspSession::proc_setup(CRtspMsg* msg) {
     tagRtspServerStreamInfo streamInfo{};
     CRtspServer* pServer = CRtspServer::Instance();
+    // Kept: the stream is looked up before the state is checked, so a SETUP that comes first is
+    // answered with 404 where channel 0 main is not declared, and with 455 where it is.
     if (pServer->GetStreamInfo(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype, &streamInfo) < 0) {
         CDebugInfo::Instance()->OutputDebugInfo(
             LOG_LEVEL_ERROR, RTSPS_AT("get stream info failed,reqtype[%d],chan[%d],streamtype[%d]"),
@@ -219,6 +223,9 @@ int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
         return -1;
     }
     m_emRtspStat = RTSP_SETUP;
+    // Stream ids and transport modes have the same numbers as the events' media and transports.
+    m_events.SetUp(static_cast<uint32_t>(pSetup->streamId),
+                   static_cast<uint32_t>(pSetup->transInfo.mode));
     return 0;
 }
 
@@ -355,13 +362,14 @@ int CRtspSession::proc_play(CRtspMsg* msg) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("rtsp status invalid"));
         return -1;
     }
+    // Kept: neither Range nor RTP-Info.
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     resp.append_cseq(msg);
-    if (send_response(&resp) < 0) {
+    if (send_play_response(&resp) < 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
         return -1;
     }
-    m_emRtspStat.store(RTSP_PLAY, std::memory_order_release);
+    m_events.Playing();
     return 0;
 }
 
@@ -376,7 +384,7 @@ int CRtspSession::proc_pause(CRtspMsg* msg) {
         send_response_method_not_valid_in_this_state(msg);
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
                                                 RTSPS_AT("pause timing sequence is illegal"));
-        return 0;
+        return 0;  // kept: unlike the other methods, the session goes on
     }
     if (m_stuReqCfg.nReqType == 0) {
         const int nResult = send_response_method_not_allowed(msg);
@@ -415,10 +423,14 @@ int CRtspSession::proc_teardown(CRtspMsg* msg) {
     }
     // The state first, so that a waiting push is dropped whole. The connection stays open: the
     // client closes it.
-    m_emRtspStat = RTSP_TEARDOWN;
+    {
+        const CLockGuard guard(m_mutexSend);  // a push that is on its way ends first
+        m_emRtspStat = RTSP_TEARDOWN;
+    }
     if (m_pTransCtrl != nullptr) {
         m_pTransCtrl->Close();
     }
+    m_events.TornDown();
     return 0;
 }
 

@@ -59,7 +59,7 @@ bool CRtspSessionManager::CanTakeSession() {
             return true;
         }
     }
-    DelExceptionSession();
+    make_room();
     const CLockGuard guard(m_Mutex);
     return has_room();
 }
@@ -71,11 +71,12 @@ int CRtspSessionManager::AddSession(CRtspSession* pSession) {
         bFull = is_full();
     }
     if (bFull) {
-        DelExceptionSession();  // dead entries must not lock live clients out
+        make_room();  // dead entries must not lock live clients out
     }
     {
         const CLockGuard guard(m_Mutex);
         if (register_session(pSession)) {
+            // Level CRIT like the line of a new id; kept.
             CDebugInfo::Instance()->OutputDebugInfo(
                 LOG_LEVEL_CRIT, RTSPS_AT("m_maxSessions=%u, now has %u"), m_maxSessions,
                 static_cast<uint32_t>(m_mapSession.size()));
@@ -100,11 +101,13 @@ bool CRtspSessionManager::register_session(CRtspSession* pSession) {
         m_mapRef.erase(dwId);
         return false;
     }
+    pSession->DecideRegistration(true);
     return true;
 }
 
 // Kept: a refused session runs on, without media, and Stop does not close it.
 void CRtspSessionManager::keep_refused(CRtspSession* pSession) {
+    pSession->DecideRegistration(false);
     {
         const CLockGuard guard(m_Mutex);
         if (m_refused.nCount < RTSPS_MAX_SESSIONS) {
@@ -232,14 +235,35 @@ int CRtspSessionManager::Close(unsigned int dwSessionId) {
 }
 
 void CRtspSessionManager::DelExceptionSession() {
+    sweep_registered();
+    sweep_refused();
+}
+
+// Returns whether sessions were left over that have been told to end and have not ended yet.
+bool CRtspSessionManager::sweep_registered() {
+    bool bLeftOver = false;
     const CSessionList sessions = getSession();
     for (const tagSessionRef& entry : sessions) {
-        if (!entry.pSession->IsRunning()) {
-            entry.pSession->Close();
+        if (entry.pSession->IsRunning()) {
+            continue;
+        }
+        if (entry.pSession->TryReap()) {
             closeSession(static_cast<int>(entry.dwSessionId));
+        } else {
+            bLeftOver = true;
         }
     }
     releaseSession(sessions);
+    return bLeftOver;
+}
+
+// Sweeps a full registry, and grants the sessions that are about to end a moment.
+void CRtspSessionManager::make_room() {
+    constexpr int PAUSE_MS = 5;
+    constexpr int PAUSES = 10;
+    for (int i = 0; sweep_registered() && i < PAUSES; ++i) {
+        CBB_Sleep(PAUSE_MS);
+    }
     sweep_refused();
 }
 
@@ -257,8 +281,15 @@ int CRtspSessionManager::SendFileStream(int nSessionId, void* pData, int nLen) {
     if (pSession == nullptr) {
         return -1;
     }
-    // Kept: the lookup's reference is not given back, so this session is never destroyed.
-    return pSession->SendFileStream(pData, nLen);
+    const int nResult = pSession->SendFileStream(pData, nLen);
+    // Kept: the lookup's reference is not given back, so this session is never destroyed. Once is
+    // enough for that; the others go back, or the count would overflow some day.
+    const CLockGuard guard(m_Mutex);
+    if (pSession->m_bKeptForFileData) {
+        drop_reference(static_cast<uint32_t>(nSessionId));
+    }
+    pSession->m_bKeptForFileData = true;
+    return nResult;
 }
 
 int CRtspSessionManager::SetEventCallBack(pRtspServerEventCallBack pCallBack, void* pUserData) {
@@ -266,6 +297,24 @@ int CRtspSessionManager::SetEventCallBack(pRtspServerEventCallBack pCallBack, vo
     m_pEventCallBack = pCallBack;
     m_pEventUserData = pUserData;
     return 0;
+}
+
+bool CRtspSessionManager::HasEventCallBack() {
+    const CLockGuard guard(m_Mutex);
+    return m_pEventCallBack != nullptr;
+}
+
+void CRtspSessionManager::RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen) {
+    pRtspServerEventCallBack pCallBack = nullptr;
+    void* pUserData = nullptr;
+    {
+        const CLockGuard guard(m_Mutex);
+        pCallBack = m_pEventCallBack;
+        pUserData = m_pEventUserData;
+    }
+    if (pCallBack != nullptr) {
+        pCallBack(nEvent, static_cast<int32_t>(dwSessionId), pData, nLen, pUserData);
+    }
 }
 
 uint32_t CRtspSessionManager::GetCurrSessionNums() {

@@ -78,6 +78,10 @@ class CRtspSessionManager {
     int SendFileStream(int nSessionId, void* pData, int nLen);
     int SetEventCallBack(pRtspServerEventCallBack pCallBack, void* pUserData);
 
+    // For the sessions' threads: whether an event function is set, and its call, without a lock.
+    bool HasEventCallBack();
+    void RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen);
+
     uint32_t GetCurrSessionNums();
     uint32_t GetMaxsessionNums();
 
@@ -99,6 +103,8 @@ class CRtspSessionManager {
         return !is_full() || m_refused.nCount < RTSPS_MAX_SESSIONS;
     }
     bool register_session(CRtspSession* pSession) REQUIRES(m_Mutex);
+    bool sweep_registered();
+    void make_room();
     void keep_refused(CRtspSession* pSession);
     void sweep_refused();
     void drop_reference(uint32_t dwSessionId) REQUIRES(m_Mutex);

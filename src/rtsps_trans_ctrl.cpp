@@ -7,6 +7,7 @@
 #include "rtp_session.h"
 #include "rtsps_debug.h"
 #include "rtsps_server.h"
+#include "rtsps_server_api.h"
 #include "rtsps_text.h"
 
 CTransCtrl::CTransCtrl(CRtspSession* pRtspSession) : m_pRtspSession(pRtspSession) {}
@@ -42,6 +43,9 @@ int CTransCtrl::open_video() {
     if (!replace_session(m_stuVideoTransInfo, &m_pVideoSession, &m_supersededVideo)) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("new m_pVideoSession error!;"));
+        if (m_pVideoSession != nullptr) {  // the record and the session in place stay a pair
+            m_stuVideoTransInfo = *m_pVideoSession->get_trans_info();
+        }
         return -1;
     }
     if (m_pVideoSession->open(&m_stuVideoTransInfo) != 0) {
@@ -58,6 +62,9 @@ int CTransCtrl::open_audio() {
     if (!replace_session(m_stuAudioTransInfo, &m_pAudioSession, &m_supersededAudio)) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("new m_pAudioSession error!;"));
+        if (m_pAudioSession != nullptr) {
+            m_stuAudioTransInfo = *m_pAudioSession->get_trans_info();
+        }
         return -1;
     }
     CDebugInfo::Instance()->OutputDebugInfo(
@@ -141,34 +148,61 @@ void CTransCtrl::give_back_port(const TRANS_INFO& info) {
 
 int CTransCtrl::SendStream(void* data, int len, ETransStreamId id, int flag) {
     const CLockGuard guard(m_mutexMedia);
-    CRtpSession* pSession = id == TRANS_STREAM_VIDEO
-                                ? m_pVideoSession.get()
-                                : (id == TRANS_STREAM_AUDIO ? m_pAudioSession.get() : nullptr);
-    auto* pUnit = static_cast<uint8_t*>(data);
+    auto* pUnits = static_cast<uint8_t*>(data);
+    switch (id) {
+        case TRANS_STREAM_VIDEO:
+            return send_units(m_pVideoSession.get(), pUnits, len, flag, &m_videoTotals);
+        case TRANS_STREAM_AUDIO:
+            return send_units(m_pAudioSession.get(), pUnits, len, flag, &m_audioTotals);
+    }
+    return send_units(nullptr, pUnits, len, flag, &m_videoTotals);
+}
+
+int CTransCtrl::send_units(CRtpSession* pSession, uint8_t* pUnits, int len, int flag,
+                           CStreamTotals* pTotals) {
     int nTotal = 0;
-    int nResult = 0;
-    while (len - nTotal >= UNIT_PREFIX_SIZE) {
-        const uint16_t nPacket = ReadBe16(pUnit + 2);
-        const int nUnit = nPacket + UNIT_PREFIX_SIZE;
-        if (nUnit > len - nTotal) {
-            return nTotal;  // cut off by the host: never clamped and sent
+    while (pSession != nullptr && len - nTotal >= RTP_PREFIX_SIZE) {
+        uint8_t* pUnit = pUnits + nTotal;
+        int nUnits = 1;
+        int nTaken = flag == 0 ? pSession->send_burst(pUnit, len - nTotal, &nUnits) : 0;
+        if (nTaken < 0) {
+            return nTotal;
         }
-        if (pSession != nullptr) {
-            nResult = pSession->send(pUnit, nUnit, flag);
-            // The next client's walk needs the length, which separate TCP has overwritten.
-            WriteBe16(pUnit + 2, nPacket);
+        if (nTaken == 0) {
+            const int nUnit = ReadBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH) + RTP_PREFIX_SIZE;
+            if (nUnit > len - nTotal) {
+                return nTotal;  // cut off by the host: never clamped and sent
+            }
+            nTaken = send_unit(pSession, pUnit, nUnit, flag);
+            if (nTaken != nUnit) {
+                return nTaken < 0 ? -1 : nTotal + nTaken;
+            }
         }
-        if (nResult != nUnit) {
-            return nResult < 0 ? -1 : nTotal + nResult;
-        }
-        nTotal += nUnit;
-        pUnit += nUnit;
+        nTotal += nTaken;
+        pTotals->nPackets += static_cast<uint64_t>(nUnits);
+        pTotals->nBytes += static_cast<uint64_t>(nTaken - nUnits * RTP_PREFIX_SIZE);
     }
     return nTotal;
 }
 
+int CTransCtrl::send_unit(CRtpSession* pSession, uint8_t* pUnit, int nUnit, int flag) {
+    const int nResult = pSession->send(pUnit, nUnit, flag);
+    // The next client's walk needs the length, which separate TCP has overwritten.
+    WriteBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH, static_cast<uint16_t>(nUnit - RTP_PREFIX_SIZE));
+    return nResult;
+}
+
+void CTransCtrl::GetTotals(tagRtspServerTotals* pTotals) {
+    const CLockGuard guard(m_mutexMedia);
+    pTotals->qwVideoPackets = m_videoTotals.nPackets;
+    pTotals->qwVideoBytes = m_videoTotals.nBytes;
+    pTotals->qwAudioPackets = m_audioTotals.nPackets;
+    pTotals->qwAudioBytes = m_audioTotals.nBytes;
+}
+
 int CTransCtrl::SendMsg(void* buf, int len, int flag) {
     const CLockGuard guard(m_mutexMedia);
+    // Kept: a client that has audio alone, or has torn down, gets no replies.
     if (m_pVideoSession == nullptr) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("m_pVideoSession is NULL"));

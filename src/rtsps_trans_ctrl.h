@@ -11,6 +11,7 @@
 class CRtpSession;
 class CRtspSession;
 struct tagRtspRequestCfg;
+struct tagRtspServerTotals;
 
 enum ETransStreamId : int {
     TRANS_STREAM_VIDEO = 1,
@@ -40,13 +41,16 @@ class CTransCtrl {
     // stays open until Close.
     [[nodiscard]] int Open(const tagRtspRequestCfg* pCfg, ETransStreamId id);
 
-    // Closes everything and gives the data ports back; 0. May be called again, see give_back_ports.
+    // Closes everything and gives the data ports back; 0. May be called again.
     int Close();
 
     // Sends a run of units (4-byte prefix with the big-endian length, RTP packet) to one stream.
     // Writes into `data`. Returns the bytes taken, fewer than `len` when a unit was not taken or
     // the run is cut off, or -1 on a socket error.
     int SendStream(void* data, int len, ETransStreamId id, int flag);
+
+    // What SendStream has sent so far, both streams; the fields of short sends are not touched.
+    void GetTotals(tagRtspServerTotals* pTotals);
 
     // Sends the text of a reply; the bytes taken or -1.
     int SendMsg(void* buf, int len, int flag);
@@ -60,11 +64,19 @@ class CTransCtrl {
         size_t nCount = 0;
     };
 
+    struct CStreamTotals {
+        uint64_t nPackets = 0;
+        uint64_t nBytes = 0;
+    };
+
     static bool replace_session(const TRANS_INFO& info, std::unique_ptr<CRtpSession>* ppSession,
                                 CSupersededSessions* pSuperseded);
     static void close_session(std::unique_ptr<CRtpSession> pSession);
     static void close_superseded(CSupersededSessions* pSuperseded);
     static void give_back_port(const TRANS_INFO& info);
+    int send_units(CRtpSession* pSession, uint8_t* pUnits, int len, int flag,
+                   CStreamTotals* pTotals) REQUIRES(m_mutexMedia);
+    static int send_unit(CRtpSession* pSession, uint8_t* pUnit, int nUnit, int flag);
     int open_video() REQUIRES(m_mutexMedia);
     int open_audio() REQUIRES(m_mutexMedia);
 
@@ -75,6 +87,8 @@ class CTransCtrl {
     CRtspSession* m_pRtspSession GUARDED_BY(m_mutexMedia);  // not owned; null after Close
     TRANS_INFO m_stuVideoTransInfo GUARDED_BY(m_mutexMedia){};
     TRANS_INFO m_stuAudioTransInfo GUARDED_BY(m_mutexMedia){};
+    CStreamTotals m_videoTotals GUARDED_BY(m_mutexMedia);
+    CStreamTotals m_audioTotals GUARDED_BY(m_mutexMedia);
     CSupersededSessions m_supersededVideo GUARDED_BY(m_mutexMedia);
     CSupersededSessions m_supersededAudio GUARDED_BY(m_mutexMedia);
 };

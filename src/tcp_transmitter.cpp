@@ -55,15 +55,30 @@ int CPendingTransmitter::send_fresh(const void* buf, int len, int timeout) {
         set_status(STAUTS_ERROR);
         return nSent;
     }
-    const int nTail = len - nSent;
-    if (nTail > PENDING_SIZE) {  // longer than any unit: it cannot wait here
-        return nSent;
+    return keep_tail(static_cast<const unsigned char*>(buf) + nSent, len - nSent) ? len : nSent;
+}
+
+// Lets what the socket did not take wait. False when it is longer than any unit.
+bool CPendingTransmitter::keep_tail(const unsigned char* pTail, int nTail) {
+    if (nTail > PENDING_SIZE) {
+        return false;
     }
     if (nTail > 0) {
-        memcpy(m_buf, static_cast<const unsigned char*>(buf) + nSent, static_cast<size_t>(nTail));
+        memcpy(m_buf, pTail, static_cast<size_t>(nTail));
         m_nBufDataSize = nTail;
     }
-    return len;
+    return true;
+}
+
+// One send for all units; the one that the socket takes in part, or first does not take, waits.
+int CPendingTransmitter::send_burst(const CRtpBurst& burst) {
+    const int nSent = CBB_Sendn(data_socket(), burst.Data(), burst.Bytes(), 0);
+    if (nSent >= burst.Bytes()) {
+        return burst.Bytes();
+    }
+    const int nEnd = burst.EndOfUnitAt(nSent);
+    keep_tail(burst.Data() + nSent, nEnd - nSent);
+    return nEnd;
 }
 
 CTcpTransmitter::CTcpTransmitter(ETRANS_MODE mode) : CPendingTransmitter(mode) {}
@@ -107,11 +122,15 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
         return -1;
     }
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("Open OK, Need Recv 4 Byte!"));
-    return 0;
+    return 0;  // kept: the status becomes OK now; until a peer comes, packets wait in the buffer
 }
 
 void* CTcpTransmitter::accept_connect_svc(void* pTransmitter) {
-    static_cast<CTcpTransmitter*>(pTransmitter)->accept_peer();
+    try {
+        static_cast<CTcpTransmitter*>(pTransmitter)->accept_peer();
+    } catch (...) {
+        // Nothing leaves a thread of the library; this stream stays without its connection.
+    }
     return nullptr;
 }
 
@@ -158,6 +177,8 @@ int CTcpTransmitter::Accept() {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Listen failed "));
         return -1;
     }
+    pollfd arrival = {sock, POLLRDNORM, 0};
+    CBB_PollEx(&arrival, 1, nullptr);  // the socket does not block, so the wait is here
     const CBB_SOCK_T peer = CBB_Accept(sock, nullptr, CBB_INFINITE);
     m_Connectfd.store(peer, std::memory_order_release);
     return peer;
@@ -224,11 +245,21 @@ int CRtpOverRtspTransmitter::open_extra(TRANS_INFO* pInfo) {
 
 int CRtpOverRtspTransmitter::SendPacket(void* buf, int len, int timeout) {
     const int nResult = send_pending(buf, len, timeout);
+    warn_of_pending();
+    return nResult;
+}
+
+int CRtpOverRtspTransmitter::SendBurst(const CRtpBurst& burst) {
+    const int nTaken = send_burst(burst);
+    warn_of_pending();
+    return nTaken;
+}
+
+void CRtpOverRtspTransmitter::warn_of_pending() const {
     if (pending_size() > 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN, RTSPS_AT("remain bufsize=%d"),
                                                 pending_size());
     }
-    return nResult;
 }
 
 int CRtpOverRtspTransmitter::SendnPacket(void* buf, int len, int timeout) {

@@ -22,10 +22,13 @@ class CPendingTransmitter : public CTransmitter {
     virtual CBB_SOCK_T data_socket() const = 0;
 
     int send_pending(const void* buf, int len, int timeout);
+    bool can_burst() const { return m_nBufDataSize == 0 && is_playback_mode() == 0; }
+    int send_burst(const CRtpBurst& burst);
     int pending_size() const { return m_nBufDataSize; }
 
   private:
     int send_fresh(const void* buf, int len, int timeout);
+    bool keep_tail(const unsigned char* pTail, int nTail);
 
     int m_nBufDataSize = 0;
     unsigned char m_buf[PENDING_SIZE];
@@ -65,6 +68,8 @@ class CTcpTransmitter final : public CPendingTransmitter {
 };
 
 // Interleaved on the RTSP connection, which belongs to the client session and is never closed here.
+// Kept: video and audio have a pending buffer each, on one connection. While one holds the rest of
+// a unit the other sends on, so the framing of a client that cannot keep up may break.
 class CRtpOverRtspTransmitter final : public CPendingTransmitter {
   public:
     explicit CRtpOverRtspTransmitter(ETRANS_MODE mode);
@@ -72,6 +77,10 @@ class CRtpOverRtspTransmitter final : public CPendingTransmitter {
 
     int open_extra(TRANS_INFO* pInfo) override;
     int SendPacket(void* buf, int len, int timeout) override;
+    CRtpBurst::EKind burst_kind() const override {
+        return can_burst() ? CRtpBurst::STREAM : CRtpBurst::NONE;
+    }
+    int SendBurst(const CRtpBurst& burst) override;
     int GetHandle() override { return m_Sockfd; }
     int SetHandle(int fd) override;
     int Connect() override { return -2; }
@@ -85,6 +94,7 @@ class CRtpOverRtspTransmitter final : public CPendingTransmitter {
 
   private:
     CBB_SOCK_T data_socket() const override { return m_Sockfd; }
+    void warn_of_pending() const;
 
     CBB_SOCK_T m_Sockfd = -1;
     CBB_ADDR_T m_LocalAddr{};

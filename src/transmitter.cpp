@@ -15,11 +15,11 @@ int CTransmitter::open(TRANS_INFO* pInfo) {
 }
 
 int CTransmitter::send_datagram(CBB_SOCK_T sock, const void* buf, int len, int timeout) {
-    const int nPacket = len - UNIT_PREFIX_SIZE;
+    const int nPacket = len - RTP_PREFIX_SIZE;
     if (nPacket < 0) {
         return 0;
     }
-    const auto* pPacket = static_cast<const uint8_t*>(buf) + UNIT_PREFIX_SIZE;
+    const auto* pPacket = static_cast<const uint8_t*>(buf) + RTP_PREFIX_SIZE;
     const int nSent = CBB_Sendn(sock, pPacket, nPacket, static_cast<uint32_t>(timeout));
     if (nSent < 0) {
         return -1;

@@ -7,6 +7,8 @@
 #include <cstdint>
 
 #include "cbb.h"
+#include "rtp_burst.h"
+#include "rtp_packet.h"
 
 enum ETRANS_MODE : int {
     NON_MODE = 0,
@@ -36,9 +38,6 @@ struct TRANS_INFO {
     CBB_SOCK_T sockFd;  // the RTSP connection, not owned
 };
 
-// Every buffer handed to SendPacket begins with this many bytes of interleaved prefix.
-constexpr int UNIT_PREFIX_SIZE = 4;
-
 // Kernel buffers of UDP and separate TCP data sockets, in bytes.
 constexpr int DATA_SEND_BUFFER_SIZE = 524288;
 constexpr int DATA_RECV_BUFFER_SIZE = 262144;
@@ -54,9 +53,9 @@ class CTransmitter {
     // Opens the network path of one mode; 0 or -1.
     virtual int open_extra(TRANS_INFO* pInfo) = 0;
 
-    // Sends one buffer, prefix included in `len`, waiting at most `timeout` ms for the socket.
-    // Returns `len` for a buffer that was taken, 0 for one that was not, negative on a socket
-    // error.
+    // Sends one buffer, a prefix of RTP_PREFIX_SIZE bytes included in `len`, waiting at most
+    // `timeout` ms for the socket. Returns `len` for a buffer that was taken, 0 for one that was
+    // not, negative on a socket error.
     virtual int SendPacket(void* buf, int len, int timeout) = 0;
     virtual int RecvPacket(void* buf, int len, int timeout) = 0;
 
@@ -64,6 +63,13 @@ class CTransmitter {
     virtual int SetHandle(int /*fd*/) { return -1; }
     virtual int Connect() { return -1; }
     virtual int Accept() { return -1; }
+
+    // The kind of burst that the transmitter would take now, and the send of one without waiting.
+    // Returns the bytes of the units that were taken, each as SendPacket would have taken it; 0
+    // when the units must go through SendPacket instead; -1 when the first one was not taken, as
+    // SendPacket says with 0.
+    virtual CRtpBurst::EKind burst_kind() const { return CRtpBurst::NONE; }
+    virtual int SendBurst(const CRtpBurst& /*burst*/) { return 0; }
 
     // Opens the transmitter and marks it usable; 0 or -1.
     [[nodiscard]] int open(TRANS_INFO* pInfo);

@@ -13,6 +13,8 @@ class CUdpTransmitter final : public CTransmitter {
     int open_extra(TRANS_INFO* pInfo) override;
     int SendPacket(void* buf, int len, int timeout) override;
     int RecvPacket(void* buf, int len, int timeout) override;
+    CRtpBurst::EKind burst_kind() const override;
+    int SendBurst(const CRtpBurst& burst) override;
     int GetHandle() override { return m_Sockfd; }
     int SetHandle(int fd) override;
     using CTransmitter::Connect;
@@ -23,7 +25,14 @@ class CUdpTransmitter final : public CTransmitter {
     int SetBufferSize(int nSend, int nRecv);
 
   private:
+    void probe_segmentation();
+    bool take_refusal();
+
     CBB_SOCK_T m_Sockfd = -1;
+    bool m_bSegmentation = false;  // the kernel cuts one send into datagrams
+    bool m_bRefused = false;       // the client's port has once answered that nobody listens
+    bool m_bOwedRefusal = false;   // such an answer was read and not told yet
+    bool m_bSentAlone = false;     // the latest send was a single packet, and it left
     CBB_ADDR_T LocalAddr{};
     CBB_ADDR_T RemoteAddr{};
 };
