@@ -69,7 +69,9 @@ typedef struct tagRtspServerStreamInfo {
      * video is compared first. Sequence gaps are reported for type 96 only. */
     uint8_t byVideoPayload;
     uint8_t byAudioPayload;
-    /* SSRCs, host byte order. They replace whatever a pushed packet carries. */
+    /* SSRCs, host byte order. They replace whatever a pushed packet carries. Choose them below
+     * 0x80000000: a sender report over UDP begins with the SSRC, and a player that shares one
+     * socket between RTP and RTCP takes it for media when the top bits are 10. */
     uint32_t dwVideoSSrc;
     uint32_t dwAudioSSrc;
     /* RTSP_SERVER_STREAM_TYPE values. Audio stands before video here, unlike in the other pairs. */

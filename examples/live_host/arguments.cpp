@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: MIT
+#include "arguments.h"
+
+#include <getopt.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+const char* const HELP_TEXT =
+    "Usage: live_host [options]\n"
+    "Serves a clip, or what a pipe brings, as a live camera does: at rtsp://HOST:PORT/chanN/main/\n"
+    "and, the same again, at .../sub/. Ctrl-C ends it.\n"
+    "\n"
+    "  --port N              TCP port for clients (8554)\n"
+    "  --channel N           the N of chanN in the URL (1)\n"
+    "  --video FILE|-        Annex-B H.264 or H.265; - is standard input (the project's clip)\n"
+    "  --codec h264|h265     coding of --video (h265 if it ends in .h265, .265 or .hevc; else "
+    "h264)\n"
+    "  --audio FILE          raw A-law, 8 kHz, mono (the clip's; none for a --video)\n"
+    "  --no-audio            video only\n"
+    "  --fps N[/M]           frames per second, such as 30 or 30000/1001 (25)\n"
+    "  --loop, --no-loop     at the end, begin again or end (--loop; a pipe: --no-loop)\n"
+    "  --seconds N           end after N seconds\n"
+    "  --data-ports MIN-MAX  UDP ports for media, MIN even, two for each stream of each client\n"
+    "                        (20000-20998)\n"
+    "  --debug               print the server's INFO lines too\n"
+    "  --help                print this text\n";
+
+namespace {
+
+// Above it the server's range of ports would never end.
+constexpr int LAST_DATA_PORT = 65533;
+
+enum EOption {
+    OPT_PORT = 1,
+    OPT_CHANNEL,
+    OPT_VIDEO,
+    OPT_CODEC,
+    OPT_AUDIO,
+    OPT_NO_AUDIO,
+    OPT_FPS,
+    OPT_LOOP,
+    OPT_NO_LOOP,
+    OPT_SECONDS,
+    OPT_DATA_PORTS,
+    OPT_DEBUG,
+    OPT_HELP
+};
+
+const option OPTIONS[] = {
+    {"port", required_argument, nullptr, OPT_PORT},
+    {"channel", required_argument, nullptr, OPT_CHANNEL},
+    {"video", required_argument, nullptr, OPT_VIDEO},
+    {"codec", required_argument, nullptr, OPT_CODEC},
+    {"audio", required_argument, nullptr, OPT_AUDIO},
+    {"no-audio", no_argument, nullptr, OPT_NO_AUDIO},
+    {"fps", required_argument, nullptr, OPT_FPS},
+    {"loop", no_argument, nullptr, OPT_LOOP},
+    {"no-loop", no_argument, nullptr, OPT_NO_LOOP},
+    {"seconds", required_argument, nullptr, OPT_SECONDS},
+    {"data-ports", required_argument, nullptr, OPT_DATA_PORTS},
+    {"debug", no_argument, nullptr, OPT_DEBUG},
+    {"help", no_argument, nullptr, OPT_HELP},
+    {nullptr, 0, nullptr, 0},
+};
+
+// What was said, where its meaning depends on what else was said.
+struct CGiven {
+    std::optional<EVideoCodec> codec;
+    std::optional<bool> loop;
+    bool bNoAudio = false;
+};
+
+bool Complain(const char* pWhat) {
+    std::fprintf(stderr, "live_host: %s (see --help)\n", pWhat);
+    return false;
+}
+
+bool ReadNumber(const char* pText, const char* pEnd, int minimum, int maximum, int& number) {
+    const auto [pStop, error] = std::from_chars(pText, pEnd, number);
+    return error == std::errc() && pStop == pEnd && number >= minimum && number <= maximum;
+}
+
+bool ReadNumber(const char* pText, int minimum, int maximum, int& number) {
+    return ReadNumber(pText, pText + std::strlen(pText), minimum, maximum, number);
+}
+
+bool ReadFrameRate(const char* pText, CArguments& arguments) {
+    const char* pSlash = std::strchr(pText, '/');
+    if (pSlash == nullptr)
+        return ReadNumber(pText, 1, 1000, arguments.nFrames);
+    return ReadNumber(pText, pSlash, 1, 1000000, arguments.nFrames) &&
+           ReadNumber(pSlash + 1, 1, 1000000, arguments.nFrameSeconds) &&
+           arguments.nFrames / 1000 <= arguments.nFrameSeconds;
+}
+
+bool ReadDataPorts(const char* pText, CArguments& arguments) {
+    const char* pDash = std::strchr(pText, '-');
+    return pDash != nullptr &&
+           ReadNumber(pText, pDash, 1024, LAST_DATA_PORT, arguments.nMinDataPort) &&
+           ReadNumber(pDash + 1, arguments.nMinDataPort, LAST_DATA_PORT, arguments.nMaxDataPort) &&
+           arguments.nMinDataPort % 2 == 0;
+}
+
+bool ReadCodec(const char* pText, CGiven& given) {
+    if (std::strcmp(pText, "h264") == 0)
+        given.codec = EVideoCodec::eH264;
+    else if (std::strcmp(pText, "h265") == 0)
+        given.codec = EVideoCodec::eH265;
+    return given.codec.has_value();
+}
+
+EVideoCodec CodecByName(const std::string& path) {
+    for (const std::string ending : {".h265", ".265", ".hevc"}) {
+        if (path.size() > ending.size() &&
+            path.compare(path.size() - ending.size(), ending.size(), ending) == 0)
+            return EVideoCodec::eH265;
+    }
+    return EVideoCodec::eH264;
+}
+
+bool TakeSwitch(int option, CArguments& arguments, CGiven& given) {
+    switch (option) {
+        case OPT_NO_AUDIO:
+            given.bNoAudio = true;
+            return true;
+        case OPT_LOOP:
+        case OPT_NO_LOOP:
+            given.loop = option == OPT_LOOP;
+            return true;
+        case OPT_DEBUG:
+            arguments.bDebug = true;
+            return true;
+        case OPT_HELP:
+            arguments.bHelp = true;
+            return true;
+        default:  // getopt_long has complained
+            return false;
+    }
+}
+
+bool TakeOption(int option, const char* pValue, CArguments& arguments, CGiven& given) {
+    switch (option) {
+        case OPT_PORT:
+            return ReadNumber(pValue, 1, 65535, arguments.nPort) ||
+                   Complain("--port wants a number from 1 to 65535");
+        case OPT_CHANNEL:
+            return ReadNumber(pValue, 0, 9999, arguments.nChannel) ||
+                   Complain("--channel wants a number from 0 to 9999");
+        case OPT_VIDEO:
+            arguments.strVideo = pValue;
+            return *pValue != '\0' || Complain("--video wants a file, or - for standard input");
+        case OPT_CODEC:
+            return ReadCodec(pValue, given) || Complain("--codec wants h264 or h265");
+        case OPT_AUDIO:
+            arguments.strAudio = pValue;
+            return *pValue != '\0' || Complain("--audio wants a file");
+        case OPT_FPS:
+            return ReadFrameRate(pValue, arguments) ||
+                   Complain("--fps wants a number from 1 to 1000, or a fraction of two numbers");
+        case OPT_SECONDS:
+            return ReadNumber(pValue, 1, 1000000000, arguments.nSeconds) ||
+                   Complain("--seconds wants a number from 1 on");
+        case OPT_DATA_PORTS:
+            return ReadDataPorts(pValue, arguments) ||
+                   Complain("--data-ports wants MIN-MAX, 1024 to 65533, MIN even");
+        default:
+            return TakeSwitch(option, arguments, given);
+    }
+}
+
+// Puts the defaults in that depend on other arguments, and refuses what contradicts itself.
+bool Settle(const std::string& mediaDir, const CGiven& given, CArguments& arguments) {
+    const bool ownVideo = !arguments.strVideo.empty();
+    const bool pipe = arguments.strVideo == "-";
+    if (given.codec && !ownVideo)
+        return Complain("--codec belongs to a --video");
+    if (given.bNoAudio && !arguments.strAudio.empty())
+        return Complain("--audio and --no-audio contradict each other");
+    if (pipe && given.loop.value_or(false))
+        return Complain("standard input cannot be repeated: --loop is for files");
+    arguments.bLoop = given.loop.value_or(!pipe);
+    arguments.emCodec = given.codec.value_or(CodecByName(arguments.strVideo));
+    if (ownVideo)
+        return true;
+    arguments.strVideo = mediaDir + "/clip.h264";
+    if (!given.bNoAudio && arguments.strAudio.empty())
+        arguments.strAudio = mediaDir + "/clip.alaw";
+    return true;
+}
+
+}  // namespace
+
+bool ParseArguments(int argc, char** argv, const std::string& mediaDir, CArguments& arguments) {
+    CGiven given;
+    for (;;) {
+        const int option = getopt_long(argc, argv, "", OPTIONS, nullptr);
+        if (option == -1)
+            break;
+        if (!TakeOption(option, optarg, arguments, given))
+            return false;
+    }
+    if (optind < argc)
+        return Complain("options begin with --; nothing else is understood");
+    return Settle(mediaDir, given, arguments);
+}

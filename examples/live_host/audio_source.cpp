@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "audio_source.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+bool CAudioSource::Open(const std::string& path, bool bLoop, std::string& error) {
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0) {
+        error = path + ": " + std::strerror(errno);
+        return false;
+    }
+    // An empty file could be repeated for ever; a pipe would hold the video up.
+    if (!S_ISREG(info.st_mode) || info.st_size == 0) {
+        error = path + ": not a file with audio in it";
+        return false;
+    }
+    m_pFile.reset(std::fopen(path.c_str(), "rbe"));
+    if (!m_pFile)
+        error = path + ": " + std::strerror(errno);
+    m_bLoop = bLoop;
+    return m_pFile != nullptr;
+}
+
+size_t CAudioSource::Read(uint8_t* pData, size_t size) {
+    size_t got = std::fread(pData, 1, size, m_pFile.get());
+    while (m_bLoop && got < size) {
+        std::rewind(m_pFile.get());
+        const size_t more = std::fread(pData + got, 1, size - got, m_pFile.get());
+        if (more == 0)
+            break;
+        got += more;
+    }
+    return got;
+}

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#include "media_pump.h"
+
+#include <poll.h>
+#include <time.h>
+
+#include <algorithm>
+#include <limits>
+#include <random>
+
+#include "rtsps_server_api.h"
+
+namespace {
+
+constexpr uint32_t VIDEO_RTP_RATE = 90000;
+constexpr uint32_t AUDIO_RTP_RATE = 8000;
+constexpr uint32_t AUDIO_PACKETS_A_SECOND = 50;
+constexpr size_t AUDIO_PACKET_SIZE = AUDIO_RTP_RATE / AUDIO_PACKETS_A_SECOND;
+
+// What is later than this was held up by more than a busy machine: the source or the process stood
+// still. A burst that catches up would only flood the clients.
+constexpr int64_t MAX_LATENESS = NANOSECONDS / 2;
+
+constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
+
+int64_t Now() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * NANOSECONDS + now.tv_nsec;
+}
+
+// Sequence numbers and time stamps begin anywhere (RFC 3550, 5.1).
+template <typename T>
+T Random() {
+    static std::random_device device;
+    return static_cast<T>(device());
+}
+
+}  // namespace
+
+CMediaPump::CMediaPump(const CArguments& arguments, CVideoSource& video, CAudioSource* pAudio,
+                       int stopFd)
+    : m_arguments(arguments),
+      m_video(video),
+      m_pAudio(pAudio),
+      m_stopFd(stopFd),
+      m_videoClock(static_cast<uint32_t>(arguments.nFrames),
+                   static_cast<uint32_t>(arguments.nFrameSeconds), VIDEO_RTP_RATE,
+                   Random<uint32_t>()),
+      m_audioClock(AUDIO_PACKETS_A_SECOND, 1, AUDIO_RTP_RATE, Random<uint32_t>()),
+      m_videoRtp(VIDEO_PAYLOAD_TYPE, Random<uint16_t>()),
+      m_audioRtp(AUDIO_PAYLOAD_TYPE, Random<uint16_t>()),
+      m_end(arguments.nSeconds > 0 ? Now() + arguments.nSeconds * NANOSECONDS : NEVER) {}
+
+bool CMediaPump::Run() {
+    for (;;) {
+        if (!FetchPicture())
+            return false;
+        if (!Wait(NextDue()))
+            return true;
+        const int64_t now = Now();
+        if (now >= m_end)
+            return true;
+        if (m_bPicture && now >= m_begin + m_videoClock.Due())
+            PushPicture(now);
+        if (m_pAudio != nullptr && m_begin >= 0 && now >= m_begin + m_audioClock.Due())
+            PushSamples(now);
+    }
+}
+
+bool CMediaPump::FetchPicture() {
+    if (m_bPicture || m_bEnded)
+        return true;
+    switch (m_video.Fetch()) {
+        case CVideoSource::EState::eReady:
+            m_bPicture = true;
+            if (m_begin < 0)
+                m_begin = Now();
+            return true;
+        case CVideoSource::EState::eEnded:
+            // The last picture is shown as long as every other, and the sound lasts as long.
+            m_bEnded = true;
+            m_end = std::min(m_end, m_begin + m_videoClock.Due());
+            return true;
+        case CVideoSource::EState::eWaiting:
+            return true;
+        case CVideoSource::EState::eFailed:
+            return false;
+    }
+    return false;
+}
+
+int64_t CMediaPump::NextDue() const {
+    int64_t due = m_end;
+    if (m_bPicture)
+        due = std::min(due, m_begin + m_videoClock.Due());
+    if (m_pAudio != nullptr && m_begin >= 0)
+        due = std::min(due, m_begin + m_audioClock.Due());
+    return due;
+}
+
+// Waits until a point in time, or for input when the source has run dry. Returns false at a stop.
+bool CMediaPump::Wait(int64_t until) const {
+    const bool dry = !m_bPicture && !m_bEnded;
+    pollfd events[] = {{m_stopFd, POLLIN, 0}, {dry ? m_video.Fd() : -1, POLLIN, 0}};
+    const int64_t left = until == NEVER ? NANOSECONDS : std::max<int64_t>(until - Now(), 0);
+    const timespec timeout = {static_cast<time_t>(left / NANOSECONDS),
+                              static_cast<long>(left % NANOSECONDS)};
+    ppoll(events, std::size(events), &timeout, nullptr);
+    return events[0].revents == 0;
+}
+
+void CMediaPump::PushPicture(int64_t now) {
+    if (now - m_begin - m_videoClock.Due() > MAX_LATENESS)
+        m_videoClock.SkipTo(now - m_begin);
+    m_units.clear();
+    m_videoRtp.AppendPicture(m_arguments.emCodec, m_video.Unit(), m_videoClock.Timestamp(),
+                             m_units);
+    Publish();
+    m_videoClock.Next();
+    m_bPicture = false;
+}
+
+void CMediaPump::PushSamples(int64_t now) {
+    if (now - m_begin - m_audioClock.Due() > MAX_LATENESS)
+        m_audioClock.SkipTo(now - m_begin);
+    uint8_t samples[AUDIO_PACKET_SIZE];
+    const size_t size = m_pAudio->Read(samples, sizeof(samples));
+    if (size < sizeof(samples))
+        m_pAudio = nullptr;
+    if (size == 0)
+        return;
+    m_units.clear();
+    m_audioRtp.AppendSamples(samples, size, m_audioClock.Timestamp(), m_units);
+    Publish();
+    m_audioClock.Next();
+}
+
+// A camera would push a smaller picture as "sub". The server leaves the buffer fit for a second
+// push.
+void CMediaPump::Publish() {
+    if (m_units.empty())
+        return;
+    for (const int stream : {RTSPS_STREAM_MAIN, RTSPS_STREAM_SUB}) {
+        RTSPServer_SendRealSteam(m_arguments.nChannel, stream, m_units.data(),
+                                 static_cast<int32_t>(m_units.size()));
+    }
+}
