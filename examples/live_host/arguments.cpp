@@ -22,6 +22,7 @@ const char* const HELP_TEXT =
     "  --no-audio            video only\n"
     "  --fps N[/M]           frames per second, such as 30 or 30000/1001 (25)\n"
     "  --loop, --no-loop     at the end, begin again or end (--loop; a pipe: --no-loop)\n"
+    "  --no-cue              never jump ahead to a key frame for a viewer who is alone\n"
     "  --seconds N           end after N seconds\n"
     "  --data-ports MIN-MAX  UDP ports for media, MIN even, two for each stream of each client\n"
     "                        (20000-20998)\n"
@@ -43,6 +44,7 @@ enum EOption {
     OPT_FPS,
     OPT_LOOP,
     OPT_NO_LOOP,
+    OPT_NO_CUE,
     OPT_SECONDS,
     OPT_DATA_PORTS,
     OPT_DEBUG,
@@ -59,6 +61,7 @@ const option OPTIONS[] = {
     {"fps", required_argument, nullptr, OPT_FPS},
     {"loop", no_argument, nullptr, OPT_LOOP},
     {"no-loop", no_argument, nullptr, OPT_NO_LOOP},
+    {"no-cue", no_argument, nullptr, OPT_NO_CUE},
     {"seconds", required_argument, nullptr, OPT_SECONDS},
     {"data-ports", required_argument, nullptr, OPT_DATA_PORTS},
     {"debug", no_argument, nullptr, OPT_DEBUG},
@@ -130,6 +133,9 @@ bool TakeSwitch(int option, CArguments& arguments, CGiven& given) {
         case OPT_NO_LOOP:
             given.loop = option == OPT_LOOP;
             return true;
+        case OPT_NO_CUE:
+            arguments.bCue = false;
+            return true;
         case OPT_DEBUG:
             arguments.bDebug = true;
             return true;
@@ -182,6 +188,7 @@ bool Settle(const std::string& mediaDir, const CGiven& given, CArguments& argume
     if (pipe && given.loop.value_or(false))
         return Complain("standard input cannot be repeated: --loop is for files");
     arguments.bLoop = given.loop.value_or(!pipe);
+    arguments.bCue = arguments.bCue && !pipe;  // what a pipe brings is live: it cannot jump ahead
     arguments.emCodec = given.codec.value_or(CodecByName(arguments.strVideo));
     if (ownVideo)
         return true;

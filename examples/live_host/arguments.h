@@ -21,6 +21,7 @@ struct CArguments {
     int nFrames = 25;  // in nFrameSeconds
     int nFrameSeconds = 1;
     bool bLoop = true;
+    bool bCue = true;  // jump to a key picture for a viewer who is alone
     int nSeconds = 0;  // 0: until a signal
 };
 

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -34,4 +35,14 @@ size_t CAudioSource::Read(uint8_t* pData, size_t size) {
         got += more;
     }
     return got;
+}
+
+void CAudioSource::Skip(size_t size) {
+    uint8_t scratch[1024];
+    while (size > 0) {
+        const size_t got = Read(scratch, std::min(size, sizeof(scratch)));
+        if (got == 0)
+            return;
+        size -= got;
+    }
 }

@@ -17,6 +17,9 @@ class CAudioSource {
     // Returns how many; fewer than size only at the end.
     size_t Read(uint8_t* pData, size_t size);
 
+    // Passes over that many samples.
+    void Skip(size_t size);
+
   private:
     struct CFileCloser {
         void operator()(std::FILE* pFile) const { std::fclose(pFile); }

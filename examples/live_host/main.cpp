@@ -48,13 +48,14 @@ void DeclareStreams(const CArguments& arguments) {
     }
 }
 
-bool StartServer(const CArguments& arguments) {
+bool StartServer(const CArguments& arguments, CViewers& viewers) {
     TRtspServerPara para = {};
     para.byDbg = arguments.bDebug ? 1 : 0;
     para.nServerPort = static_cast<uint32_t>(arguments.nPort);
     para.nMinPort = arguments.nMinDataPort;
     para.nMaxPort = arguments.nMaxDataPort;
     RTSPServer_Init(&para);
+    RTSPServer_SetEventCallBack(CViewers::OnEvent, &viewers);
     DeclareStreams(arguments);
     return RTSPServer_Start() == 0;
 }
@@ -92,14 +93,15 @@ int Serve(const CArguments& arguments) {
         std::perror("live_host: signalfd");
         return EXIT_FAILED;
     }
-    if (!StartServer(arguments)) {
+    CViewers viewers;
+    if (!StartServer(arguments, viewers)) {
         std::fprintf(stderr, "live_host: cannot serve on TCP port %d; is it in use?\n",
                      arguments.nPort);
         StopServer();
         return EXIT_FAILED;
     }
     PrintWelcome(arguments);
-    CMediaPump pump(arguments, video, hasAudio ? &audio : nullptr, stopFd);
+    CMediaPump pump(arguments, video, hasAudio ? &audio : nullptr, stopFd, viewers);
     const bool fine = pump.Run();
     if (!fine)
         std::fprintf(stderr, "live_host: %s\n", video.Error().c_str());

@@ -39,11 +39,12 @@ T Random() {
 }  // namespace
 
 CMediaPump::CMediaPump(const CArguments& arguments, CVideoSource& video, CAudioSource* pAudio,
-                       int stopFd)
+                       int stopFd, const CViewers& viewers)
     : m_arguments(arguments),
       m_video(video),
       m_pAudio(pAudio),
       m_stopFd(stopFd),
+      m_viewers(viewers),
       m_videoClock(static_cast<uint32_t>(arguments.nFrames),
                    static_cast<uint32_t>(arguments.nFrameSeconds), VIDEO_RTP_RATE,
                    Random<uint32_t>()),
@@ -74,6 +75,7 @@ bool CMediaPump::FetchPicture() {
     switch (m_video.Fetch()) {
         case CVideoSource::EState::eReady:
             m_bPicture = true;
+            FollowCue();
             if (m_begin < 0)
                 m_begin = Now();
             return true;
@@ -100,14 +102,37 @@ int64_t CMediaPump::NextDue() const {
 }
 
 // Waits until a point in time, or for input when the source has run dry. Returns false at a stop.
-bool CMediaPump::Wait(int64_t until) const {
+bool CMediaPump::Wait(int64_t until) {
     const bool dry = !m_bPicture && !m_bEnded;
-    pollfd events[] = {{m_stopFd, POLLIN, 0}, {dry ? m_video.Fd() : -1, POLLIN, 0}};
+    pollfd events[] = {{m_stopFd, POLLIN, 0},
+                       {m_arguments.bCue ? m_viewers.CueFd() : -1, POLLIN, 0},
+                       {dry ? m_video.Fd() : -1, POLLIN, 0}};
     const int64_t left = until == NEVER ? NANOSECONDS : std::max<int64_t>(until - Now(), 0);
     const timespec timeout = {static_cast<time_t>(left / NANOSECONDS),
                               static_cast<long>(left % NANOSECONDS)};
     ppoll(events, std::size(events), &timeout, nullptr);
+    if (events[1].revents != 0)
+        Cue();
     return events[0].revents == 0;
+}
+
+// A viewer has come and is alone: the clip jumps to its next group of pictures. The slots go on as
+// ever, so RTP time does too.
+void CMediaPump::Cue() {
+    m_viewers.TakeCue();
+    if (m_bEnded || (m_bPicture && m_video.Unit().IsKey()))
+        return;
+    m_video.SkipToKey(m_bPicture);
+    m_bPicture = false;
+}
+
+// The sound jumps as far as the pictures did.
+void CMediaPump::FollowCue() {
+    const size_t pictures = m_video.TakeSkipped();
+    if (m_pAudio == nullptr || pictures == 0)
+        return;
+    m_pAudio->Skip(pictures * AUDIO_RTP_RATE * static_cast<size_t>(m_arguments.nFrameSeconds) /
+                   static_cast<size_t>(m_arguments.nFrames));
 }
 
 void CMediaPump::PushPicture(int64_t now) {

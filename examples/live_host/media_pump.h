@@ -9,6 +9,7 @@
 #include "rtp_packetizer.h"
 #include "slot_clock.h"
 #include "video_source.h"
+#include "viewers.h"
 
 // RTP payload types and what the host declares them to be; see RTSPServer_SetStreamInfo.
 constexpr uint8_t VIDEO_PAYLOAD_TYPE = 96;
@@ -18,7 +19,9 @@ class CMediaPump {
   public:
     // video: open. pAudio: open, or null for none. Both outlive the pump. stopFd: becomes readable
     // when it is time to stop.
-    CMediaPump(const CArguments& arguments, CVideoSource& video, CAudioSource* pAudio, int stopFd);
+    // viewers: who asks for a key picture.
+    CMediaPump(const CArguments& arguments, CVideoSource& video, CAudioSource* pAudio, int stopFd,
+               const CViewers& viewers);
 
     // Runs until a stop, the end of the video or the end of the time. Returns false when the video
     // cannot be read any further.
@@ -27,7 +30,9 @@ class CMediaPump {
   private:
     bool FetchPicture();
     int64_t NextDue() const;
-    bool Wait(int64_t until) const;
+    bool Wait(int64_t until);
+    void Cue();
+    void FollowCue();
     void PushPicture(int64_t now);
     void PushSamples(int64_t now);
     void Publish();
@@ -36,6 +41,7 @@ class CMediaPump {
     CVideoSource& m_video;
     CAudioSource* m_pAudio;
     const int m_stopFd;
+    const CViewers& m_viewers;
 
     CSlotClock m_videoClock;
     CSlotClock m_audioClock;

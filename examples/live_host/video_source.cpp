@@ -88,7 +88,7 @@ CVideoSource::EState CVideoSource::Read() {
 }
 
 CVideoSource::EState CVideoSource::Repeat() {
-    if (m_bWaitForKey)
+    if (m_bWaitForKey && !m_bSkipping)
         return Fail("no key frame with its parameter sets; is --codec right?");
     if (!m_bLoop)
         return EState::eEnded;
@@ -107,7 +107,24 @@ CVideoSource::EState CVideoSource::Fail(const std::string& what) {
 
 bool CVideoSource::IsDecodable() {
     const bool complete = m_sets.Complete(m_unit);
-    if (m_bWaitForKey && m_unit.IsKey() && complete)
+    if (m_bWaitForKey && m_unit.IsKey() && complete) {
         m_bWaitForKey = false;
+        m_bSkipping = false;
+    }
+    if (m_bSkipping)
+        ++m_nSkippedPictures;
     return !m_bWaitForKey;
+}
+
+void CVideoSource::SkipToKey(bool bDropsUnit) {
+    m_nSkippedPictures += bDropsUnit ? 1 : 0;
+    m_bWaitForKey = true;
+    m_bSkipping = true;
+    m_nSkipped = 0;
+}
+
+size_t CVideoSource::TakeSkipped() {
+    const size_t skipped = m_nSkippedPictures;
+    m_nSkippedPictures = 0;
+    return skipped;
 }

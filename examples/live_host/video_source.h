@@ -31,6 +31,12 @@ class CVideoSource {
     // the beginning too, is a key picture; every key picture has its parameter sets.
     EState Fetch();
 
+    // Passes over everything in front of the next key picture, which Fetch() hands out next. Unit()
+    // counts as passed over too when the caller drops it.
+    void SkipToKey(bool bDropsUnit);
+    // How many pictures were passed over that way since the last call.
+    size_t TakeSkipped();
+
     const CAccessUnit& Unit() const { return m_unit; }
     int Fd() const { return m_fd; }
     // One sentence for people, naming the source.
@@ -50,7 +56,9 @@ class CVideoSource {
     CParameterSets m_sets;
     CAccessUnit m_unit;
     bool m_bWaitForKey = true;
-    size_t m_nSkipped = 0;  // bytes of pictures in front of the first key picture
+    bool m_bSkipping = false;       // asked to: what is passed over would have been shown
+    size_t m_nSkippedPictures = 0;  // of these
+    size_t m_nSkipped = 0;          // bytes of pictures in front of the first key picture
     std::vector<uint8_t> m_chunk;
 };
 
