@@ -122,7 +122,7 @@ bool CMemPool::GetData(uint8_t** ppBuf, uint32_t* pdwLen) {
     if (m_pBuf == nullptr || (Used(pos) < RECORD_OVERHEAD && pos.dwRead <= pos.dwWrite)) {
         return false;
     }
-    uint32_t dwLen = 0;
+    uint32_t dwLen = 0;  // kept: the marker in front of it is not checked
     memcpy(&dwLen, m_pBuf + pos.dwRead + sizeof(RECORD_MARKER), sizeof(dwLen));
     // A commit of more than was offered, or a consumed length that was not the reported one, must
     // not lead the reader out of the block.

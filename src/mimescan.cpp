@@ -146,11 +146,12 @@ CMimeToken CMimeScanner::next_delimited(const char* szDelimiters) {
             continue;
         }
         skip_line_end_pair(c);
+        // Kept: an empty token is not folded, so that a body may begin with a blank.
         if (!token.hasValue() || !IsBlank(m_input.peek())) {
             token.m_lastChar = CMimeToken::END_OF_LINE;
             return token;
         }
-        SkipWS();
+        SkipWS();  // kept: nothing takes the place of the line end and its blanks
         if (fold == Fold::NONE) {
             fold = begin_join(token) ? Fold::JOINED : Fold::CUT;
         }

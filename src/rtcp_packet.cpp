@@ -35,7 +35,7 @@ CRtcpPacket::CRtcpPacket(void* buf, int len)
     }
     m_length = nSize;
     if (m_rtcp->common.padding != 0 && nSize > 0) {
-        m_length -= Bytes()[nSize - 1] & 3;
+        m_length -= Bytes()[nSize - 1] & 3;  // kept: only the low two bits of the count
     }
     switch (m_rtcp->common.type) {
         case RTCP_SR:

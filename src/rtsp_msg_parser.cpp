@@ -54,6 +54,7 @@ bool BeginsWithProtocol(const string_node& slice) {
 
 // Headers whose value is one text that commas and semicolons do not divide.
 bool IsWholeTextHeader(const CRtspHeader& header) {
+    // Kept: exactly these spellings.
     static constexpr const char* NAMES[] = {"WWW-Authenticate", "Authenticate", "Authorization",
                                             "Location", "Content-base"};
     return std::any_of(std::begin(NAMES), std::end(NAMES),
@@ -127,7 +128,7 @@ int CRtspMsgParser::ScanHeaders(const char* data, int len) {
             m_lines.push_back(line);
         }
         if (bEndOfData) {
-            return nSkipped;
+            return nSkipped;  // kept: without a blank line the header block counts as empty
         }
         bAfterLineEnd = line.m_lastChar == CMimeToken::END_OF_LINE;
     }
@@ -143,6 +144,7 @@ std::unique_ptr<CRtspMsg> CRtspMsgParser::parse_lines() {
 int CRtspMsgParser::take_body(std::unique_ptr<CRtspMsg>& msg, const char* data, int len,
                               int nHeaderLen) {
     int nBody = 0;
+    // Kept: this spelling only, "Content-Length" is not recognised.
     if (!msg->GetHeaderValue("Content-length", nBody)) {
         return nHeaderLen;
     }
@@ -296,9 +298,9 @@ void CRtspMsgParser::DefaultParseHeaderValues(const char* text, int len, CRtspHe
     CMimeStream stream(text, len);
     CMimeScanner scanner(stream);
     for (;;) {
-        const CMimeToken element = scanner.next_token(",");
+        const CMimeToken element = scanner.next_token(",");  // kept: quotes protect nothing
         if (!element.hasValue()) {
-            return;
+            return;  // kept: an empty element ends the list, "a,,b" is "a"
         }
         ParseHeaderValue(element.m_conten.value, element.m_conten.len, header);
         if (element.m_lastChar == CMimeToken::END_OF_LINE ||
@@ -319,6 +321,7 @@ void CRtspMsgParser::ParseHeaderValue(const char* text, int len, CRtspHeader* he
     if (value == nullptr) {
         return;
     }
+    // Kept: an empty parameter ends the value, "a;;b" is "a".
     while (token.hasValue() && value->ParameterCount() < MAX_PARAMETERS) {
         const CSliceText<ATTRIBUTE_SIZE> attribute(token.m_conten);
         if (token.m_lastChar == '=') {

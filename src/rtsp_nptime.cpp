@@ -69,6 +69,7 @@ bool NPTime::FromString(const char* text) {
     const double fSeconds = fields[nFields - 1];
     int64_t nSec = ToWhole(fSeconds);
     for (int i = 1; i < nFields; ++i) {
+        // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): at most MAX_FIELDS
         nSec += ToWhole(fields[nFields - 1 - i] * SECONDS_PER_UNIT[i]);
     }
     const double fFraction = std::isfinite(fSeconds) ? fSeconds - std::trunc(fSeconds) : 0.0;

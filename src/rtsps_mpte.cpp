@@ -30,7 +30,6 @@ SMPTETimeCode::SMPTETimeCode(int hour, int minute, int second, int frame, DropFr
       m_dropFrame(dropFrame),
       m_framesPerSec(framesPerSec) {
     to_msec();
-    from_msec();
 }
 
 SMPTETimeCode::SMPTETimeCode(const char* text, int len) {
@@ -75,6 +74,7 @@ void SMPTETimeCode::to_msec() {
     } else {
         const double fPerFrame =
             m_dropFrame == DROP_FRAME ? MSECS_PER_DROP_FRAME : MSECS_PER_NON_DROP_FRAME;
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): half up, as frames count from 0
         nMsecs += static_cast<int64_t>(m_frame * fPerFrame + 0.5);
     }
     m_msecs = static_cast<uint64_t>(nMsecs);

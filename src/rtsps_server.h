@@ -48,7 +48,7 @@ class CRtspServer {
 
     int create_parts() REQUIRES(m_Mutex);
 
-    CMutex m_mutexStartStop;
+    CMutex m_mutexStartStop ACQUIRED_BEFORE(m_Mutex);
     CMutex m_Mutex;
     int32_t m_nInitRef GUARDED_BY(m_Mutex) = 0;
     bool m_bStarted GUARDED_BY(m_Mutex) = false;

@@ -155,7 +155,10 @@ class CRtspSession {
     void count_short_send(int chan, int streamtype, int len, int nSent) REQUIRES(m_mutexSend);
     tagRtspServerTotals media_totals();
 
-    const char* client_text() const { return CBB_GetAddrString(&m_clientAddr); }
+    const char* client_text() const {
+        const char* szText = CBB_GetAddrString(&m_clientAddr);
+        return szText != nullptr ? szText : "";
+    }
 
     // atomic: set by the session's thread, by Close and by a fatal push; read by all
     std::atomic<bool> m_bQuit{true};
@@ -177,8 +180,8 @@ class CRtspSession {
     std::atomic<int32_t> m_nVideoPT{-1};
     std::atomic<int32_t> m_nAudioPT{-1};
     CBB_HANDLE m_hSrvThread GUARDED_BY(m_mutexClose) = nullptr;
-    CMutex m_mutexClose;  // one Close at a time
-    CMutex m_mutexSend;   // every write to the client, and the end of its socket
+    CMutex m_mutexClose ACQUIRED_BEFORE(m_mutexSend);  // one Close at a time
+    CMutex m_mutexSend;  // every write to the client, and the end of its socket
     // atomic: read by the session's thread; closed under m_mutexSend once that thread has ended
     std::atomic<CBB_SOCK_T> m_sockfd{-1};
     CBB_ADDR_T m_serverAddr{};

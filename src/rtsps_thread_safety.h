@@ -15,6 +15,7 @@
 #define GUARDED_BY(mutex) RTSPS_TSA(guarded_by(mutex))
 #define PT_GUARDED_BY(mutex) RTSPS_TSA(pt_guarded_by(mutex))
 #define REQUIRES(...) RTSPS_TSA(requires_capability(__VA_ARGS__))
+#define ACQUIRED_BEFORE(...) RTSPS_TSA(acquired_before(__VA_ARGS__))
 #define EXCLUDES(...) RTSPS_TSA(locks_excluded(__VA_ARGS__))
 
 // A mutex that clang's analysis understands.

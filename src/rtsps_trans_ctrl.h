@@ -58,6 +58,7 @@ class CTransCtrl {
   private:
     // Media sessions that a repeated SETUP replaced. They stay open, since the client may still
     // send there, and are closed with the transport.
+    // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl*): clang's own name, in moving the array
     struct CSupersededSessions {
         static constexpr size_t MAX_KEPT = 16;
         std::unique_ptr<CRtpSession> pSessions[MAX_KEPT];

@@ -6,7 +6,8 @@
 
 void CBB_Sleep(int iMilliSec) {
     // Kept: the product wraps at 32 bits, so 5000000 ms sleep about 705 s.
-    CBB_USleep(static_cast<long>(static_cast<uint32_t>(iMilliSec) * 1000U));
+    const uint32_t nMicroSec = static_cast<uint32_t>(iMilliSec) * 1000U;
+    CBB_USleep(nMicroSec);
 }
 
 void CBB_USleep(long lMicroSec) {
