@@ -1,0 +1,46 @@
+# SPDX-License-Identifier: MIT
+# Component runtime: what a finished host needs. Component development: what is built against.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/rtspserver)
+set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(TARGETS rtspserver EXPORT rtspserver
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+  NAMELINK_COMPONENT development)
+if(RTSPSERVER_BUILD_STATIC)
+  install(TARGETS rtspserver_static EXPORT rtspserver
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  # CMake strips programs and shared libraries only.
+  install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --enable-deterministic-archives
+      \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/librtspserver.a
+      COMMAND_ERROR_IS_FATAL ANY)
+  endif()" COMPONENT development)
+endif()
+install(FILES include/rtsps_server_api.h include/cbb.h include/mempool.h include/rtp_random.h
+  DESTINATION ${RTSPSERVER_INSTALL_INCLUDEDIR} COMPONENT development)
+
+install(EXPORT rtspserver NAMESPACE rtspserver:: FILE rtspserver-targets.cmake
+  DESTINATION ${config_dir} COMPONENT development)
+configure_package_config_file(cmake/rtspserver-config.cmake.in rtspserver-config.cmake
+  INSTALL_DESTINATION ${config_dir}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(rtspserver-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/rtspserver-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/rtspserver-config-version.cmake
+  DESTINATION ${config_dir} COMPONENT development)
+
+# The file finds its prefix from where it lies, so that the installed tree may be moved.
+file(RELATIVE_PATH RTSPSERVER_PC_TO_PREFIX /${pkgconfig_dir} /)
+configure_file(cmake/rtspserver.pc.in rtspserver.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtspserver.pc
+  DESTINATION ${pkgconfig_dir} COMPONENT development)
+
+install(FILES LICENSE RENAME copyright COMPONENT runtime
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/librtspserver1)
+install(FILES LICENSE RENAME copyright COMPONENT development
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/librtspserver-dev)

@@ -1,0 +1,37 @@
+# SPDX-License-Identifier: MIT
+# The Debian packages; scripts/package makes and checks them. What a host's package depends on is
+# told by the symbols file.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "The rtspserver authors <maintainers@rtspserver.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME librtspserver1)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/symbols)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
+A host application loads it, declares its streams and pushes RTP packets;
+players fetch them over UDP, TCP or interleaved.")
+if(CMAKE_CROSSCOMPILING)
+  # CPack would take the building machine's architecture, and dpkg-shlibdeps finds the names of
+  # cross packages. scripts/package compares this with what it finds for the machine's own.
+  string(REPLACE aarch64 arm64 CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
+    "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+else()
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+endif()
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME librtspserver-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "librtspserver1 (= ${PROJECT_VERSION}), libc6-dev | libc-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)
+Headers, the static library, and the files that CMake and pkg-config read.")
+
+include(CPack)

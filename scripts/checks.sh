@@ -1,0 +1,71 @@
+# shellcheck shell=bash
+# SPDX-License-Identifier: MIT
+#
+# What ./scripts/test does beside running the tests; it sources this after common.sh.
+
+# lint: judges the sources without running them. All judges speak before it fails.
+lint() {
+    local sources scripts failed=()
+    mapfile -t sources < <(find src include tests examples bench -name '*.cpp' -o -name '*.[hc]')
+    # The first line tells: scripts carry no suffix.
+    mapfile -t scripts < <(grep -rlE '^#(!.*\<(ba)?sh|.*shellcheck shell=)' scripts .ci examples tests)
+
+    say "clang-format"
+    clang-format --dry-run --Werror "${sources[@]}" || failed+=(clang-format)
+
+    say "shellcheck"
+    shellcheck --external-sources "${scripts[@]}" || failed+=(shellcheck)
+
+    configure lint -DRTSPSERVER_BUILD_TESTS=ON -DRTSPSERVER_BUILD_EXAMPLES=ON
+    build lint --keep-going || failed+=(clang)
+
+    say "cppcheck"
+    cppcheck -j "$(nproc)" --quiet --std=c++17 --language=c++ -Iinclude -Isrc --inline-suppr \
+        --enable=warning,performance,portability --error-exitcode=1 src || failed+=(cppcheck)
+
+    # The tests are left to the compilers: the macros of their framework alone take minutes.
+    say "clang-tidy"
+    run-clang-tidy -quiet -j "$(nproc)" -p build/lint "$PWD/(src|examples)/.*" \
+        2>/dev/null >build/lint/tidy.txt || {
+        grep -v -e '^clang-tidy' -e '^$' build/lint/tidy.txt >&2
+        failed+=(clang-tidy)
+    }
+    [[ ${#failed[@]} -eq 0 ]] || die "not clean: ${failed[*]}"
+    say "Clean"
+}
+
+# forget_coverage: what earlier runs have reached does not count.
+forget_coverage() {
+    find build/coverage -name '*.gcda' -delete
+}
+
+# coverage: prints what the tests have reached of the library's units. It fails below 92 % of the
+# lines, and when a unit has lines that no test reaches and docs/coverage.md does not say why.
+coverage() {
+    local table=build/coverage/coverage.csv unit lines covered branches branches_covered
+    local all=0 all_covered=0 unnamed=()
+    gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches \
+        --csv "$table" build/coverage </dev/null >&2
+
+    # shellcheck disable=SC2059  # one layout for head, rows and foot
+    {
+        local row='%-34s %6s %6s %9s %6s\n'
+        printf "$row" unit lines '' branches ''
+        while IFS=, read -r unit lines covered _ branches branches_covered _; do
+            [[ $unit != filename ]] || continue
+            printf "$row" "${unit#src/}" "$lines" "$(percent "$covered" "$lines")" \
+                "$branches" "$(percent "$branches_covered" "$branches")"
+            all=$((all + lines))
+            all_covered=$((all_covered + covered))
+            ((lines == covered)) || grep -qF "\`${unit#src/}\`" docs/coverage.md || unnamed+=("$unit")
+        done <"$table"
+        printf "$row" all "$all" "$(percent "$all_covered" "$all")" '' ''
+    }
+    [[ ${#unnamed[@]} -eq 0 ]] || die "docs/coverage.md does not say why lines are left: ${unnamed[*]}"
+    ((all_covered * 100 >= all * 92)) || die "less than 92 % of the lines"
+}
+
+# percent PART WHOLE
+percent() {
+    (($2 == 0)) || printf '%d.%d%%' $(($1 * 100 / $2)) $(($1 * 1000 / $2 % 10))
+}

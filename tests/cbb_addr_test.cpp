@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: MIT
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "cbb.h"
+
+namespace {
+
+std::string Hex(const void* p, size_t n) {
+    std::string out;
+    for (size_t i = 0; i < n; ++i) {
+        char sz[3];
+        snprintf(sz, sizeof(sz), "%02x", static_cast<const unsigned char*>(p)[i]);
+        out += sz;
+    }
+    return out;
+}
+
+TEST(CbbAddr, MakesIpv4FromText) {
+    // Family (host order on the targets), port, address.
+    const std::tuple<const char*, int, const char*> rows[] = {
+        {"192.168.1.10", 0, "0200022ac0a8010a"},
+        {"127.1", 0, "0200022a7f000001"},  // the classic short form
+        {nullptr, 0, "0200022a00000000"},
+        {"255.255.255.255", -1, "eeeeeeeeffffffff"},  // address written, family and port not
+        {"host", -1, "eeeeeeeeffffffff"},
+    };
+    for (const auto& [szText, nResult, szBytes] : rows) {
+        CBB_ADDR_T addr;
+        memset(&addr, 0xEE, sizeof(addr));
+        EXPECT_EQ(CBB_MakeAddrByString(AF_INET, szText, 554, &addr), nResult);
+        EXPECT_EQ(Hex(&addr, sizeof(addr)), szBytes + std::string(40, 'e'));
+    }
+}
+
+// Kept: a prefix "::" is not expanded, a wrong last character ends the text, nine groups may do.
+TEST(CbbAddr, MakesIpv6FromText) {
+    // clang-format off: short rows side by side
+    const std::pair<const char*, const char*> rows[] = {
+        {nullptr, "00000000000000000000000000000000"},
+        {"2001:db8:0:1:2:3:4:5", "20010db8000000010002000300040005"},
+        {"1::2", "00010000000000000000000000000002"},
+        {"FE80::aBc:1", "fe80000000000000000000000abc0001"},
+        {"1::", "00010000000000000000000000000000"},
+        {"::1", "00010000000000000000000000000000"},
+        {"::ffff:1.2.3.4", "ffff0102030400000000000000000000"},
+        {"1:2g", "00010002000000000000000000000000"},
+        {"1.2.3.4", "01020304000000000000000000000000"},
+        {"1::2:3:4:5:6:7:8:9", "00020003000400050006000700080009"},
+        {"1::2:3:4:5:6:7:8:9:a", nullptr},
+        {"1::::::::::::::::::::", nullptr},
+        {"1:2:3:4:5:6:7:8:9", nullptr},
+        {"1:2:3:4:5:6:7:1.2.3.4", nullptr},
+        {"1::1.2.3.4", nullptr},
+        {"1::2::3", nullptr},
+        {"12345:1", nullptr},
+        {"1:g:2", nullptr},
+        {":1", nullptr},
+        {":", nullptr},
+        {"1:1.2.3.256", nullptr}};
+    // clang-format on
+    for (const auto& [szText, szBytes] : rows) {
+        CBB_ADDR_T addr;
+        memset(&addr, 0xEE, sizeof(addr));
+        EXPECT_EQ(CBB_MakeAddrByString(AF_INET6, szText, 554, &addr), szBytes ? 0 : -1);
+        EXPECT_EQ(Hex(&addr, 4), szBytes ? "0a00022a" : "eeeeeeee") << szText;
+        EXPECT_EQ(Hex(&addr.SA.sin6.sin6_addr, 16), szBytes ? szBytes : std::string(32, 'e'));
+    }
+}
+
+TEST(CbbAddr, ReadsDottedQuads) {
+    // clang-format off: short rows side by side
+    const std::pair<const char*, const char*> rows[] = {{"0.0.0.0", "00000000"},
+                                                        {"1.2.3.004", "01020304"},
+                                                        {"010.1.1.1", "0a010101"},
+                                                        {"1.2.3.4.", nullptr},
+                                                        {"1.2.3", nullptr},
+                                                        {"1.2.3.4.5", nullptr},
+                                                        {"1.2.3.256", nullptr},
+                                                        {"1..3.4", nullptr},
+                                                        {".1.2.3", nullptr},
+                                                        {"1.2.3.4 ", nullptr},
+                                                        {"", nullptr},
+                                                        {"255.255.255.255", "ffffffff"},
+                                                        {"1.2.3.99999999999999999999", nullptr}};
+    // clang-format on
+    for (const auto& [szText, szBytes] : rows) {
+        uint8_t out[4] = {0xEE, 0xEE, 0xEE, 0xEE};
+        EXPECT_EQ(CBB_InetPton(szText, out), szBytes ? 0 : -1);
+        EXPECT_EQ(Hex(out, 4), szBytes ? szBytes : "eeeeeeee") << szText;
+    }
+}
+
+// Kept: the NUL of IPv4 may land one past the size, and embedded IPv4 has eight characters at most.
+TEST(CbbAddr, PrintsAddresses) {
+    // clang-format off: short rows side by side
+    const std::tuple<int, const char*, int, const char*> rows[] = {
+        {AF_INET, "10.0.0.1", 8, "10.0.0.1"},
+        {AF_INET, "10.0.0.1", 7, nullptr},
+        {AF_INET, "10.0.0.1", -1, nullptr},
+        {AF_INET6, "::", 3, "::"},
+        {AF_INET6, "::", 2, nullptr},
+        {AF_INET6, "::1", 64, "::1"},
+        {AF_INET6, "1::", 64, "1::"},
+        {AF_INET6, "1:0:0:2:0:0:0:3", 64, "1:0:0:2::3"},
+        {AF_INET6, "1:0:0:2:3:0:0:4", 64, "1::2:3:0:0:4"},
+        {AF_INET6, "1:0:2:3:4:5:6:7", 64, "1:0:2:3:4:5:6:7"},
+        {AF_INET6, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 40,
+         "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
+        {AF_INET6, "::ffff:1.2.3.4", 64, "::ffff:1.2.3.4"},
+        {AF_INET6, "::ffff:192.168.1.10", 64, nullptr}};
+    // clang-format on
+    for (const auto& [nFamily, szAddr, nSize, szText] : rows) {
+        uint8_t addr[16] = {};
+        ASSERT_EQ(inet_pton(nFamily, szAddr, addr), 1);
+        std::string out(80, '#');
+        const char* szFound = CBB_InetNtop(nFamily, addr, out.data(), nSize);
+        ASSERT_EQ(szFound != nullptr, szText != nullptr) << szAddr << " " << nSize;
+        const std::string written = szText ? szText + std::string(1, '\0') : "";
+        EXPECT_EQ(out, written + std::string(80 - written.size(), '#'));
+    }
+}
+
+TEST(CbbAddr, Records) {
+    const uint8_t bytes6[16] = {0x20, 1, 0xD, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5};
+    CBB_ADDR_T addr4 = {}, addr6 = {};
+    ASSERT_EQ(CBB_MakeAddr4ByInt(htonl(0x0A000001), 8554, &addr4), 0);
+    ASSERT_EQ(CBB_MakeAddr6ByInt(bytes6, 65535, &addr6), 0);
+    EXPECT_EQ(CBB_SetAddrPort(&addr4, 1), 0);
+    EXPECT_EQ(Hex(&addr4, 8), "020000010a000001");
+    uint32_t n4 = 0;
+    uint8_t out6[16] = {};
+    EXPECT_EQ(CBB_GetAddr4Int(&addr6, &n4), -1);
+    EXPECT_EQ(CBB_GetAddr6Int(&addr4, out6), -1);
+    addr6.SA.sin6.sin6_family = 0;  // kept: no family is no IPv4, so the IPv6 getter takes it
+    EXPECT_EQ(CBB_GetAddr6Int(&addr6, out6), 0);
+    EXPECT_EQ(memcmp(out6, bytes6, 16), 0);
+    EXPECT_EQ(CBB_GetAddrString(&addr6), nullptr);
+    struct {
+        CBB_ADDR_T addr;
+        uint8_t guard[36];
+    } out = {};
+    const std::vector<uint8_t> long64(64, 0xFF);
+    EXPECT_EQ(CBB_MakeAddr(long64.data(), 64, &out.addr), 0);
+    EXPECT_EQ(out.guard[0], 0) << "a length beyond the record is cut";
+}
+
+// An abstract name makes the system report an address that is longer than a record.
+TEST(CbbAddr, LongSocketNamesStayInsideTheRecord) {
+    int fds[2];
+    for (int i = 0; i < 2; ++i) {
+        sockaddr_un name = {};
+        name.sun_family = AF_UNIX;
+        snprintf(name.sun_path + 1, sizeof(name.sun_path) - 1, "%d cbb %d", i, getpid());
+        fds[i] = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ASSERT_EQ(bind(fds[i], reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+        if (i == 1) {
+            ASSERT_EQ(connect(fds[0], reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+        }
+    }
+    struct {
+        CBB_ADDR_T addr;
+        char guard[128];
+    } local = {}, peer = {};
+    EXPECT_EQ(CBB_GetAddrBySockFd(fds[0], &local.addr, &peer.addr), 0);
+    EXPECT_EQ(CBB_GetAddrType(&local.addr), AF_UNIX);
+    for (size_t i = 0; i < sizeof(local.guard); ++i) {
+        ASSERT_EQ(local.guard[i] | peer.guard[i], 0) << i;
+    }
+    EXPECT_EQ(CBB_GetAddrBySockFd(fds[1], &local.addr, &peer.addr), -1);  // no peer
+    close(fds[0]);
+    close(fds[1]);
+}
+
+}  // namespace

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "annexb_reader.h"
+#include "parameter_sets.h"
+#include "rtp_packetizer.h"
+#include "slot_clock.h"
+
+namespace {
+
+using testing::ElementsAre;
+using CBytes = std::vector<uint8_t>;
+
+// A NAL unit of a given size whose first byte behind the header has the first-slice bit.
+CBytes Nal(EVideoCodec codec, int type, size_t size, bool first = true) {
+    CBytes nal(size);
+    for (size_t i = 0; i < size; ++i)
+        nal[i] = static_cast<uint8_t>(1 + i * 31 % 255);
+    const bool h264 = codec == EVideoCodec::eH264;
+    nal[0] = static_cast<uint8_t>(h264 ? 0x60 | type : type << 1);
+    if (!h264 && size > 1)
+        nal[1] = 1;
+    const size_t slice = NalHeaderSize(codec);
+    if (size > slice)
+        nal[slice] = first ? 0x88 : 0x44;
+    return nal;
+}
+
+CAccessUnit Unit(EVideoCodec codec, const std::vector<CBytes>& nals) {
+    CAccessUnit unit;
+    for (const CBytes& nal : nals)
+        unit.Append(codec, nal.data(), nal.size());
+    return unit;
+}
+
+std::vector<CBytes> NalsOf(const CAccessUnit& unit) {
+    std::vector<CBytes> nals;
+    for (const auto& nal : unit.Nals())
+        nals.emplace_back(unit.Data(nal), unit.Data(nal) + nal.nSize);
+    return nals;
+}
+
+// Reads a push as the server does and puts its NAL units together again as a receiver does
+// (RFC 6184, 5.8; RFC 7798, 4.4.3). `sizes`: of the payloads, negative with a marker.
+std::vector<CBytes> Received(EVideoCodec codec, const CBytes& units, std::vector<int>& sizes) {
+    const bool h264 = codec == EVideoCodec::eH264;
+    std::vector<CBytes> nals;
+    for (size_t at = 0; at < units.size();) {
+        const uint8_t* unit = &units[at];
+        const CBytes p(unit + 16, unit + 4 + (unit[2] << 8 | unit[3]));
+        EXPECT_THAT(CBytes(unit + 8, unit + 12), ElementsAre(0xFF, 0xFF, 0xFF, 0xF0));
+        EXPECT_EQ(static_cast<uint16_t>(65535 + sizes.size()), unit[6] << 8 | unit[7]);
+        sizes.push_back(static_cast<int>(p.size()) * (unit[5] == (0x80 | 96) ? -1 : 1));
+        at += 16 + p.size();
+        if (h264 ? (p[0] & 0x1F) != 28 : (p[0] >> 1 & 0x3F) != 49) {
+            nals.push_back(p);
+            continue;
+        }
+        const size_t head = h264 ? 2 : 3;
+        const uint8_t fu = p[head - 1];
+        EXPECT_EQ(sizes.back() < 0, (fu & 0x40) != 0);
+        if (fu & 0x80)
+            nals.push_back(
+                h264 ? CBytes{static_cast<uint8_t>((p[0] & 0xE0) | (fu & 0x1F))}
+                     : CBytes{static_cast<uint8_t>((p[0] & 0x81) | (fu & 0x3F) << 1), p[1]});
+        nals.back().insert(nals.back().end(), p.begin() + static_cast<int>(head), p.end());
+    }
+    return nals;
+}
+
+TEST(LiveHostPacketizer, CutsAtTheRightSizesAndLosesNothing) {
+    constexpr EVideoCodec H264 = EVideoCodec::eH264, H265 = EVideoCodec::eH265;
+    const std::tuple<EVideoCodec, size_t, std::vector<int>> rows[] = {
+        {H264, 1, {-1}},
+        {H264, 1400, {-1400}},
+        {H264, 1401, {1400, -4}},             // header goes, 2 bytes of FU come
+        {H264, 1 + 2 * 1398, {1400, -1400}},  // no empty last fragment
+        {H265, 1401, {1400, -5}},
+        {H265, 2 + 3 * 1397, {1400, 1400, -1400}},
+    };
+    for (const auto& [codec, size, expected] : rows) {
+        // Types that RTP uses itself are left out; the marker is on the last one sent.
+        const bool h264 = codec == H264;
+        const CBytes nal = Nal(codec, 1, size);
+        CBytes units;
+        CRtpPacketizer(96, 65535).AppendPicture(
+            codec, Unit(codec, {nal, Nal(codec, h264 ? 28 : 49, 9)}), 0xFFFFFFF0, units);
+        std::vector<int> sizes;
+        EXPECT_THAT(Received(codec, units, sizes), ElementsAre(nal));
+        EXPECT_EQ(expected, sizes);
+    }
+}
+
+// How a stream is cut: each character is a NAL unit, '|' is where an access unit must end.
+// D delimiter, V S P parameter sets, E prefix SEI, e suffix SEI, K and k first and further slices
+// of a key picture, F and f of another one, x end of sequence.
+CBytes NalOf(EVideoCodec codec, char kind) {
+    const bool h264 = codec == EVideoCodec::eH264;
+    const std::tuple<char, int, int> types[] = {
+        {'D', 9, 35}, {'V', 0, 32}, {'S', 7, 33}, {'P', 8, 34}, {'E', 6, 39}, {'e', 12, 40},
+        {'K', 5, 19}, {'k', 5, 19}, {'F', 1, 1},  {'f', 1, 1},  {'x', 10, 36}};
+    for (const auto& [name, type264, type265] : types) {
+        if (name == kind)
+            return Nal(codec, h264 ? type264 : type265, 10, kind == 'K' || kind == 'F');
+    }
+    ADD_FAILURE() << kind;
+    return {};
+}
+
+TEST(LiveHostReader, FindsAccessUnitsHoweverTheBytesArrive) {
+    const std::pair<EVideoCodec, std::string> rows[] = {
+        {EVideoCodec::eH264, "SPKk|F|Ff|EF|DSPEKkk|DF|DFfex|SPK"},
+        {EVideoCodec::eH265, "VSPEKke|F|Ffe|DVSPK|DEFf|PF|VSPKx|K"},
+    };
+    for (const auto& [codec, stream] : rows) {
+        for (const size_t piece : {size_t{1}, size_t{2}, size_t{7}, size_t{100000}}) {
+            CBytes bytes;
+            std::vector<std::vector<CBytes>> expected(1), found;
+            for (const char kind : stream) {
+                if (kind == '|') {
+                    expected.emplace_back();
+                    continue;
+                }
+                // Long and short start codes in turn.
+                const CBytes nal = NalOf(codec, kind);
+                bytes.insert(bytes.end(), 2 + expected.back().size() % 2, 0);
+                bytes.push_back(1);
+                bytes.insert(bytes.end(), nal.begin(), nal.end());
+                expected.back().push_back(nal);
+            }
+            CAnnexBReader reader(codec);
+            CAccessUnit unit;
+            auto result = CAnnexBReader::EResult::eNeedData;
+            for (size_t at = 0; result != CAnnexBReader::EResult::eEnd;) {
+                const size_t size = std::min(piece, bytes.size() - at);
+                reader.Append(bytes.data() + at, size);
+                at += size;
+                if (at == bytes.size())
+                    reader.End();
+                while ((result = reader.Take(unit)) == CAnnexBReader::EResult::eReady)
+                    found.push_back(NalsOf(unit));
+            }
+            EXPECT_EQ(expected, found) << stream << " by " << piece;
+        }
+    }
+}
+
+TEST(LiveHostReader, RefusesWhatIsNoStream) {
+    using EResult = CAnnexBReader::EResult;
+    const std::tuple<CBytes, size_t, EResult> rows[] = {
+        {{0, 0, 0, 0x20, 'f', 't', 'y', 'p'}, 0, EResult::eNoStream},
+        {{0, 1, 0x65}, 0, EResult::eNoStream},
+        {{0, 0, 0, 0, 0, 0}, 0, EResult::eNeedData},
+        {{0, 0, 1, 0x65, 0x88}, CAnnexBReader::MAX_UNIT_SIZE, EResult::eTooLarge},
+    };
+    for (const auto& [head, more, expected] : rows) {
+        CAnnexBReader reader(EVideoCodec::eH264);
+        reader.Append(head.data(), head.size());
+        reader.Append(CBytes(more, 0x55).data(), more);
+        CAccessUnit unit;
+        EXPECT_EQ(expected, reader.Take(unit)) << head.size();
+    }
+}
+
+TEST(LiveHostParameterSets, AreRepeatedWhereTheyAreMissing) {
+    // The last text is what becomes of the last unit, or empty: it cannot be decoded.
+    const std::tuple<EVideoCodec, std::vector<std::string>, std::string> rows[] = {
+        {EVideoCodec::eH264, {"SPK", "F"}, "F"},
+        {EVideoCodec::eH264, {"SPK", "DEKe"}, "DSPEKe"},
+        {EVideoCodec::eH264, {"SPK", "SK"}, "SPK"},
+        {EVideoCodec::eH264, {"SF", "K"}, ""},
+        {EVideoCodec::eH265, {"VSPK", "DK"}, "DVSPK"},
+        {EVideoCodec::eH265, {"SPK", "K"}, ""},
+    };
+    for (const auto& [codec, texts, last] : rows) {
+        CParameterSets sets(codec);
+        bool decodable = false;
+        CAccessUnit unit;
+        for (const std::string& kinds : texts) {
+            std::vector<CBytes> nals;
+            for (const char kind : kinds)
+                nals.push_back(NalOf(codec, kind));
+            unit = Unit(codec, nals);
+            decodable = sets.Complete(unit);
+        }
+        std::vector<CBytes> expected;
+        for (const char kind : last)
+            expected.push_back(NalOf(codec, kind));
+        EXPECT_EQ(!last.empty(), decodable) << texts.back();
+        EXPECT_TRUE(!decodable || NalsOf(unit) == expected) << texts.back();
+    }
+}
+
+TEST(LiveHostClock, DoesNotDrift) {
+    CSlotClock ntsc(30000, 1001, 90000, 0xFFFFFFFF);
+    EXPECT_EQ(0xFFFFFFFF, ntsc.Timestamp());
+    for (int i = 0; i < 30000; ++i)
+        ntsc.Next();
+    EXPECT_EQ(1001 * NANOSECONDS, ntsc.Due());
+    EXPECT_EQ(1001u * 90000 - 1, ntsc.Timestamp());
+    ntsc.SkipTo(NANOSECONDS);  // never back
+    EXPECT_EQ(1001 * NANOSECONDS, ntsc.Due());
+}
+
+}  // namespace

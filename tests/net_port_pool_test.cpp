@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#include "net_port_pool.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <memory>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using ::testing::ElementsAreArray;
+
+std::vector<uint16_t> BorrowAll(CNet_PortPool& pool) {
+    std::vector<uint16_t> ports;
+    while (const uint16_t port = pool.get_port_pair()) {
+        ports.push_back(port);
+    }
+    return ports;
+}
+
+TEST(NetPortPool, FillsFromItsRange) {
+    // An odd minimum stays odd, also where it steps over 65534.
+    using Ports = std::vector<uint16_t>;
+    const std::tuple<uint16_t, uint16_t, Ports> rows[] = {
+        {30000, 30009, {30000, 30002, 30004, 30006, 30008}},
+        {30001, 30005, {30001, 30003, 30005}},
+        {30000, 30000, {30000}},
+        {30001, 30000, {}},
+        {65531, 65534, {65531, 65533}}};
+    for (const auto& [nMin, nMax, expected] : rows) {
+        const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(nMin, nMax));
+        ASSERT_NE(pool, nullptr);
+        EXPECT_EQ(pool->get_max_size(), expected.size());
+        EXPECT_THAT(BorrowAll(*pool), ElementsAreArray(expected));
+        EXPECT_EQ(pool->get_curr_size(), 0U);
+    }
+    // Ranges that would never end.
+    const std::pair<uint16_t, uint16_t> endless[] = {
+        {30001, 65535}, {65535, 65535}, {30000, 65534}, {65534, 65534}};
+    for (const auto& [nMin, nMax] : endless) {
+        EXPECT_EQ(CNet_PortPool::create_new(nMin, nMax), nullptr) << nMin << "-" << nMax;
+    }
+}
+
+TEST(NetPortPool, LendsFirstInFirstOut) {
+    const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(40000, 40005));
+    EXPECT_EQ(pool->get_port_pair(), 40000);
+    EXPECT_EQ(pool->reuse_port_pair(40000), 0);
+    EXPECT_EQ(pool->reuse_port_pair(0), -1);
+    EXPECT_THAT(BorrowAll(*pool), ElementsAreArray({40002, 40004, 40000}));
+
+    // A double give-back and a foreign port are taken as they come.
+    for (const uint16_t port : std::array<uint16_t, 3>{40004, 40004, 7}) {
+        EXPECT_EQ(pool->reuse_port_pair(port), 0);
+    }
+    EXPECT_THAT(BorrowAll(*pool), ElementsAreArray({40004, 40004, 7}));
+}
+
+TEST(NetPortPool, HoldsABoundedNumberOfPorts) {
+    const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(40000, 40000));
+    for (size_t i = 1; i < CNet_PortPool::MAX_QUEUED_PORTS; ++i) {
+        ASSERT_EQ(pool->reuse_port_pair(5000), 0);
+    }
+    EXPECT_EQ(pool->reuse_port_pair(5000), -1);
+    EXPECT_EQ(pool->get_port_pair(), 40000);
+    EXPECT_EQ(pool->reuse_port_pair(5000), 0);
+}
+
+}  // namespace

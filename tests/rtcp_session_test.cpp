@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#include "rtcp_session.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "rtp_session.h"
+#include "support/fake_clock.h"
+#include "support/trans_info.h"
+
+namespace {
+
+TEST(RtcpSession, ReportsAreDueEveryFiveSeconds) {
+    const struct {
+        int64_t sec, usec;
+        uint32_t due;
+        const char* why;
+    } rows[] = {
+        {1000, 0, 0, "the first check only starts the interval"},
+        {1000, 1, 0, "at once again"},
+        {1004, 999999, 0, "whole seconds count"},
+        {1005, 0, 1, "five seconds"},
+        {1005, 500000, 0, "just reported"},
+        {1009, 0, 0, "four seconds later"},
+        {1030, 0, 1, "long silence, one report"},
+        {1034, 0, 0, "the interval starts at the report"},
+        {1025, 0, 0, "clock set back, 10 s ahead"},
+        {1024, 0, 1, "clock set back, 11 s ahead"},
+        {1028, 0, 0, "interval from there"},
+        {1029, 0, 1, "interval from there"},
+    };
+    CFakeClock clock(0);
+    CRtcpSession session(UDP_MODE);
+    for (const auto& row : rows) {
+        clock.Set(row.sec, row.usec);
+        EXPECT_EQ(session.is_time(), row.due) << row.sec << ": " << row.why;
+    }
+}
+
+// The reports of a session that has sent three packets, by transport.
+TEST(RtcpSession, ReportBytes) {
+    const uint16_t port = FreeDataPortRange(2);
+    const CTestSocket udp = CTestSocket::BindUdp();
+    const CSocketPair connection;
+    const std::string common("\x80\xC8\0\6", 4);
+    const std::string rest(
+        "\x11\x22\x33\x44"  // SSRC of the last packet
+        "\xE8\xFE\x6F\x80"  // 1700000000 + 2208988800
+        "\0\1\xE2\x40"      // 123456, not scaled
+        "\xFE\xDC\xBA\x98"  // time stamp of the last packet
+        "\0\0\0\3"
+        "\xFF\xFF\xFF\xDC",  // 4294967260: three times -12
+        24);
+    const struct {
+        ETRANS_MODE mode;
+        std::string expected;
+    } rows[] = {{UDP_MODE, rest},  // kept: without the common header
+                {RTPOVERRTSP_MODE, std::string("$\7\0\x1C", 4) + common + rest}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.mode);
+        const CFakeClock clock(1700000000, 123456);
+        CRtcpSession session(row.mode);
+        for (const char* ssrc : {"\1\1\1\1", "\2\2\2\2", "\x11\x22\x33\x44"}) {
+            const std::string header = std::string("\x80\x60\0\1\xFE\xDC\xBA\x98", 8) + ssrc;
+            EXPECT_EQ(session.parse_rtp_packet(reinterpret_cast<const uint8_t*>(header.data()), 0),
+                      0);
+        }
+        EXPECT_EQ(session.send_sr(0), 0);  // without a transmitter
+        TRANS_INFO info = MakeTransInfo(row.mode, port, udp.Port(), connection.server.Fd());
+        ASSERT_EQ(session.open(&info), 0);
+        EXPECT_NE(session.get_handle(), -1);
+        EXPECT_EQ(session.send_sr(0), 0);
+        EXPECT_EQ(row.mode == UDP_MODE ? udp.Receive() : connection.ReadAll(), row.expected);
+        EXPECT_EQ(session.close(), 0);
+    }
+    EXPECT_EQ(udp.Receive(100, 0) + connection.ReadAll(), "");
+}
+
+TEST(RtcpSession, NeverReportsOnTheSharedConnection) {
+    const CSocketPair connection;
+    CFakeClock clock(5000);
+    TRANS_INFO info = MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, connection.server.Fd());
+    CRtpSession session(RTPOVERRTSP_MODE);
+    ASSERT_EQ(session.open(&info), 0);
+    for (uint16_t i = 1; i < 20; ++i) {
+        clock.Set(5000 + i * 5);
+        Bytes unit = MakeUnit({96, i, 0, 50, 1});
+        EXPECT_EQ(session.send(unit.data(), static_cast<int>(unit.size()), 0), 66);
+        EXPECT_EQ(connection.ReadAll(), FrameOf(unit, 0x11223344, 6));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_listener.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+
+#include "rtsps_session_mgr.h"
+#include "support/log_capture.h"
+#include "support/test_net.h"
+
+namespace {
+
+int Option(int fd, int level, int name) {
+    int value = -1;
+    socklen_t size = sizeof(value);
+    getsockopt(fd, level, name, &value, &size);
+    return value;
+}
+
+class CListenerTest : public CServerTest {
+  protected:
+    CLogCapture m_log;
+};
+
+TEST_F(CListenerTest, ClientsArePreparedAndFollowedInDebugMode) {
+    Init(true);
+    ASSERT_EQ(RTSPServer_Start(), 0);
+    CTestClient client(m_port);
+    EXPECT_NE(client.Ask("OPTIONS", "*"), "");
+    const std::string text = m_log.Text();
+    const int fd = std::stoi(text.substr(text.find("ConnectFD [") + 11));
+    const CTestSocket model(socket(AF_INET, SOCK_STREAM, 0));
+    CBB_SetBuffSize(model.Fd(), 1048576, 262144);
+    const std::tuple<int, int, int> rows[] = {
+        {SOL_SOCKET, SO_KEEPALIVE, 1},
+        {IPPROTO_TCP, TCP_KEEPIDLE, 10},
+        {IPPROTO_TCP, TCP_KEEPINTVL, 5},
+        {IPPROTO_TCP, TCP_KEEPCNT, 3},
+        {IPPROTO_TCP, TCP_NODELAY, 1},
+        {SOL_SOCKET, SO_SNDBUF, Option(model.Fd(), SOL_SOCKET, SO_SNDBUF)},
+        {SOL_SOCKET, SO_RCVBUF, Option(model.Fd(), SOL_SOCKET, SO_RCVBUF)}};
+    for (const auto& [level, name, value] : rows) {
+        EXPECT_EQ(Option(fd, level, name), value) << level << "," << name;
+    }
+    EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_TRUE(client.PlayInterleaved());
+    client.Socket().Send(std::string("$\1\0\4abcd", 8));
+    EXPECT_TRUE(
+        m_log.HasLines("I Thread_Create, the port is [#]|I the client connect is arrive!!!!!!!|"
+                       "I Client : family [AF_INET]|I port [" +
+                       std::to_string(client.Socket().Port()) +
+                       "]|I Coming Addr[127.0.0.1], ConnectFD [#]|I fd[#], len = [#],|"
+                       "I reqtype=0,chan=1,streamtype=0|I RTCP packet recv"));
+    EXPECT_TRUE(m_log.Has("pRecvBuf:\n[DESCRIBE rtsp://"));
+    EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
+}
+
+TEST_F(CListenerTest, LackOfDescriptorsIsSurvived) {
+    StartServer();
+    CTestClient gone(m_port);
+    ASSERT_NE(gone.Ask("OPTIONS", "*"), "");
+    gone.Socket().Reset();
+    ASSERT_TRUE(m_log.HasLines("C exit"));
+    CTestClient next(m_port, CTestSocket(socket(AF_INET, SOCK_STREAM, 0)));
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit full{static_cast<rlim_t>(CTestSocket(dup(0)).Fd()), limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &full);
+    CRtspListener listener;
+    EXPECT_EQ(listener.Close(), 0) << "never opened";
+    EXPECT_EQ(listener.Open(m_port), -1);
+    EXPECT_FALSE(listener.IsRunning());
+    EXPECT_EQ(listener.GetFd(), -1);
+    // A failed accept sweeps the session that has ended, and its descriptor serves the client.
+    ASSERT_TRUE(next.Socket().Connect(m_port));
+    EXPECT_NE(next.Ask("OPTIONS", "*"), "");
+    EXPECT_EQ(CRtspSessionManager::Instance()->GetCurrSessionNums(), 1U);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace

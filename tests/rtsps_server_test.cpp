@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_server.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <csignal>
+#include <cstring>
+#include <thread>
+
+#include "rtsps_session_mgr.h"
+#include "support/log_capture.h"
+#include "support/test_net.h"
+
+namespace {
+
+CRtspServer* Server() {
+    return CRtspServer::Instance();
+}
+
+class CServerObjectTest : public CServerTest {
+  protected:
+    CLogCapture m_log;
+};
+
+TEST_F(CServerObjectTest, FirstInitDecidesAndEachWantsItsRelease) {
+    signal(SIGPIPE, SIG_DFL);
+    m_para.szUserName[31] = 'u';
+    Init();
+    EXPECT_EQ(signal(SIGPIPE, SIG_IGN), SIG_IGN) << "a client that left must not kill the host";
+    TRtspServerPara second{};
+    second.byDbg = 1;
+    EXPECT_EQ(RTSPServer_Init(&second), 0);
+    EXPECT_EQ(Server()->GetPara(&second), 0);
+    EXPECT_EQ(memcmp(&second, &m_para, sizeof(second)), 0);
+    EXPECT_EQ(RTSPServer_Release(), 0);
+    EXPECT_EQ(RTSPServer_Start(), 0) << "one Init still stands";
+    EXPECT_EQ(m_log.Text(), "") << "the first debug switch was off";
+    EXPECT_EQ(RTSPServer_Start(), 0);
+    EXPECT_EQ(RTSPServer_Stop() + RTSPServer_Stop() + RTSPServer_Release(), 0);
+    EXPECT_EQ(RTSPServer_Start(), -1);
+    Init(true);  // the count is 0 again, so this one decides
+    EXPECT_EQ(RTSPServer_Start(), 0);
+    EXPECT_TRUE(
+        m_log.HasLines("W already started....|E Start failed,not init|"
+                       "I Thread_Create, the port is [#]"));
+}
+
+TEST_F(CServerObjectTest, FailedStartLeavesNothingAndCanBeRepeated) {
+    EXPECT_EQ(RTSPServer_Stop(), 0) << "never started";
+    CTestSocket taken = CTestSocket::ListenTcp(m_port);
+    const std::string bound = "E bind " + std::to_string(m_port) + " failed,errno 98|";
+    const std::string noPool = "E CNet_PortPool::create_new ";
+    const std::pair<int32_t, std::string> rows[] = {
+        {65535, noPool},
+        {65536 + 65535, noPool},
+        {m_para.nMinPort, bound + "E m_pListener open error"}};
+    for (const auto& [maxPort, lines] : rows) {
+        m_para.nMaxPort = maxPort;
+        Init();
+        const int descriptors = CountDescriptors();
+        EXPECT_EQ(RTSPServer_Start(), -1);
+        EXPECT_TRUE(m_log.HasLines(lines));
+        EXPECT_EQ(Server()->BorrowDataPort(), 0) << "the pool is gone";
+        EXPECT_EQ(CountThreads(), m_threadsBefore);
+        EXPECT_EQ(CountDescriptors(), descriptors);
+        RTSPServer_Release();
+    }
+    taken.Reset();
+    Init();
+    EXPECT_EQ(RTSPServer_Start(), 0);
+}
+
+TEST_F(CServerObjectTest, StartsAgainOnTheSamePort) {
+    Init();
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(RTSPServer_Start(), 0);
+        CTestSocket video;
+        CTestClient idle(m_port);
+        CTestClient playing(m_port);
+        CTestClient overUdp(m_port);
+        EXPECT_NE(idle.Ask("OPTIONS", "*"), "");
+        EXPECT_TRUE(playing.PlayInterleaved() && overUdp.PlayUdp(&video));
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(RTSPServer_Stop(), 0);
+        const auto time = std::chrono::steady_clock::now() - begin;
+        EXPECT_TRUE(!IsPlainBuild() || time < std::chrono::seconds(1));
+        EXPECT_TRUE(idle.Socket().AtEnd() && playing.Socket().AtEnd());
+        EXPECT_EQ(CRtspSessionManager::Instance()->GetCurrSessionNums(), 0U);
+    }
+    EXPECT_FALSE(m_log.Has("[RTSPS ERROR]")) << "a normal stop is no receive error";
+    EXPECT_EQ(m_log.Count(" exit\n"), 9);
+}
+
+TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {
+    const int stored[][3] = {{1, 0, 1}, {1, 0, 2}, {0, 1, 3}, {5, -1, 4}, {-1, 0, 5}};
+    for (const auto& [chan, stream, mark] : stored) {
+        TRtspServerStreamInfo info{};
+        info.res[5] = static_cast<uint32_t>(mark);
+        EXPECT_EQ(RTSPServer_SetStreamInfo(chan, stream, &info), 0);
+    }
+    const int found[][3] = {{1, 0, 2},  {0, 1, 3}, {9, -1, 4}, {-7, -1, 4},
+                            {-1, 0, 5}, {1, 1, 0}, {0, 0, 0},  {-1, -2, 0}};  // 0: none
+    for (const auto& [chan, stream, mark] : found) {
+        TRtspServerStreamInfo info{};
+        EXPECT_EQ(Server()->GetStreamInfo(chan, stream, &info), mark != 0 ? 0 : -1);
+        EXPECT_EQ(info.res[5], static_cast<uint32_t>(mark)) << chan << "," << stream;
+    }
+}
+
+TEST_F(CServerObjectTest, DataPortsComeFromTheLow16BitsOfTheRange) {
+    EXPECT_EQ(Server()->BorrowDataPort(), 0) << "no pool before the start";
+    m_para.nMinPort = 70000;
+    m_para.nMaxPort = 65536 + 4466;
+    StartServer();
+    for (const int port : {4464, 4466, 0, 4464}) {
+        EXPECT_EQ(Server()->BorrowDataPort(), port);
+        EXPECT_EQ(Server()->GivebackDataPort(port == 0 ? 65536 + 4464 : 0), 0);
+    }
+    RTSPServer_Stop();
+    EXPECT_EQ(Server()->GivebackDataPort(4464), 0);
+    EXPECT_EQ(Server()->BorrowDataPort(), 0) << "borrowed ports are forgotten with the pool";
+}
+
+TEST_F(CServerObjectTest, EveryCallFromEveryThread) {
+    StartServer();
+    uint8_t data[16] = {};
+    EXPECT_EQ(RTSPServer_SendFileStream(-1, data, sizeof(data)), -1);
+    std::atomic<bool> done{false};
+    std::thread host([&] {
+        while (!done) {
+            Push(MakeUnit({}));
+            TRtspServerStreamInfo info = MakeStreamInfo();
+            EXPECT_EQ(RTSPServer_SetStreamInfo(1, 0, &info), 0);
+        }
+    });
+    std::thread clients([&] {
+        const std::string rest =
+            " rtsp://127.0.0.1/chan1/main/streamid=0 RTSP/1.0\r\n"
+            "Transport: RTP/AVP;unicast;client_port=9\r\n\r\n";
+        while (!done) {
+            const CTestSocket client(socket(AF_INET, SOCK_STREAM, 0));
+            const bool connected = client.Connect(m_port);
+            for (const std::string method : {"DESCRIBE", "SETUP", "PLAY"}) {
+                if (connected && client.Send(method + rest)) {
+                    client.Receive(65536, 20);
+                }
+            }
+        }
+    });
+    const auto cycle = [](int rounds) {
+        CRtspSessionManager* manager = CRtspSessionManager::Instance();
+        for (int i = 0; i < rounds; ++i) {
+            EXPECT_EQ(RTSPServer_Start(), 0);
+            WaitUntil([&] { return manager->GetCurrSessionNums() > 0; },
+                      std::chrono::milliseconds(10));
+            manager->DelExceptionSession();
+            for (const tagSessionRef& entry : manager->getSession()) {
+                manager->Close(entry.dwSessionId);
+                manager->releaseSession(entry.dwSessionId);
+            }
+            EXPECT_EQ(RTSPServer_Stop(), 0);
+        }
+    };
+    std::thread second(cycle, 20);
+    cycle(20);
+    second.join();
+    done = true;
+    host.join();
+    clients.join();
+}
+
+}  // namespace

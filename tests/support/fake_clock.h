@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// Replaces the wall clock that the library reads. Include it in one test file or in many.
+#ifndef FAKE_CLOCK_H
+#define FAKE_CLOCK_H
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+
+inline std::atomic<int64_t> g_fakeMicroseconds{-1};  // since 1970; -1: the real time
+
+// While it lives, time stands still at what was set last.
+class CFakeClock {
+  public:
+    explicit CFakeClock(int64_t sec, int64_t usec = 0) { Set(sec, usec); }
+    ~CFakeClock() { g_fakeMicroseconds = -1; }
+    CFakeClock(const CFakeClock&) = delete;
+    CFakeClock& operator=(const CFakeClock&) = delete;
+
+    void Set(int64_t sec, int64_t usec = 0) { g_fakeMicroseconds = sec * 1000000 + usec; }
+};
+
+// The program's own definition comes before the system library's. Weak, so that several files may
+// hold it.
+extern "C" __attribute__((weak, used)) int gettimeofday(timeval* tv, void* /*zone*/) noexcept {
+    const int64_t fake = g_fakeMicroseconds;
+    if (fake >= 0) {
+        *tv = {fake / 1000000, fake % 1000000};
+        return 0;
+    }
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    *tv = {now.tv_sec, now.tv_nsec / 1000};
+    return 0;
+}
+
+#endif

@@ -1,0 +1,341 @@
+// SPDX-License-Identifier: MIT
+#include "support/test_net.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "support/log_capture.h"
+
+bool IsPlainBuild() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(RTSPS_SLOW_BUILD)
+    return false;
+#else
+    return !IsEmulated();
+#endif
+}
+
+bool IsEmulated() {
+    return getenv("RTSPS_EMULATED") != nullptr;  // the toolchain file's emulator sets it
+}
+
+namespace {
+
+sockaddr_in Loopback(uint16_t port) {
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(port);
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return addr;
+}
+
+bool WaitReadable(int fd, int timeoutMs) {
+    pollfd entry{fd, POLLIN, 0};
+    return poll(&entry, 1, timeoutMs) > 0;
+}
+
+// Binds a new socket to a port of 127.0.0.1, 0 for any.
+CTestSocket Bound(int type, uint16_t port) {
+    CTestSocket result(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    const int reuse = port == 0 ? 0 : 1;
+    setsockopt(result.Fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
+    const sockaddr_in addr = Loopback(port);
+    EXPECT_EQ(bind(result.Fd(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)), 0);
+    return result;
+}
+
+int CountEntries(const char* path) {
+    const std::filesystem::directory_iterator entries(path);
+    return static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+bool Ok(const std::string& reply) {
+    return reply.rfind("RTSP/1.0 200 OK\r\n", 0) == 0;
+}
+
+}  // namespace
+
+CTestSocket& CTestSocket::operator=(CTestSocket&& other) noexcept {
+    Reset();
+    m_fd = other.Take();
+    return *this;
+}
+
+CTestSocket CTestSocket::ConnectTcp(uint16_t port, int nRecvBuffer) {
+    CTestSocket result(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (nRecvBuffer > 0) {
+        setsockopt(result.Fd(), SOL_SOCKET, SO_RCVBUF, &nRecvBuffer, sizeof(nRecvBuffer));
+    }
+    EXPECT_TRUE(result.Connect(port)) << strerror(errno);
+    return result;
+}
+
+CTestSocket CTestSocket::ListenTcp(uint16_t port) {
+    CTestSocket result = Bound(SOCK_STREAM, port);
+    EXPECT_EQ(listen(result.Fd(), 1), 0);
+    return result;
+}
+
+bool CTestSocket::Connect(uint16_t port) const {
+    const sockaddr_in addr = Loopback(port);
+    return connect(m_fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) == 0;
+}
+
+CTestSocket CTestSocket::BindUdp() {
+    CTestSocket result = Bound(SOCK_DGRAM, 0);
+    const int size = 4 << 20;
+    setsockopt(result.Fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
+    return result;
+}
+
+uint16_t CTestSocket::Port() const {
+    sockaddr_in addr{};
+    socklen_t size = sizeof(addr);
+    getsockname(m_fd, reinterpret_cast<sockaddr*>(&addr), &size);
+    return ntohs(addr.sin_port);
+}
+
+void CTestSocket::Reset() {
+    if (m_fd != -1) {
+        close(Take());
+    }
+}
+
+void CTestSocket::ResetHard() {
+    const linger now{1, 0};
+    setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+    Reset();
+}
+
+bool CTestSocket::Send(const std::string& text) const {
+    return send(m_fd, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+}
+
+std::string CTestSocket::Receive(size_t most, int timeoutMs) const {
+    std::string text(most, '\0');
+    const ssize_t n = WaitReadable(m_fd, timeoutMs) ? recv(m_fd, text.data(), most, 0) : 0;
+    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    return text;
+}
+
+std::string CTestSocket::ReceiveExactly(size_t bytes, int timeoutMs) const {
+    std::string text;
+    for (std::string more = "x"; text.size() < bytes && !more.empty(); text += more) {
+        more = Receive(bytes - text.size(), timeoutMs);
+    }
+    return text;
+}
+
+bool CTestSocket::AtEnd(int timeoutMs) const {
+    char byte = 0;
+    return WaitReadable(m_fd, timeoutMs) && recv(m_fd, &byte, 1, MSG_PEEK) <= 0;
+}
+
+std::string CTestClient::Url(const std::string& tail) const {
+    return "rtsp://127.0.0.1:" + std::to_string(m_port) + "/chan1/" + m_stream + "/" + tail;
+}
+
+std::string CTestClient::Ask(const std::string& method, const std::string& url,
+                             const std::string& headers) {
+    return AskRaw(method + " " + url + " RTSP/1.0\r\nCSeq: " + std::to_string(++m_cseq) + "\r\n" +
+                  headers + "\r\n");
+}
+
+std::string CTestClient::AskRaw(const std::string& text) {
+    return m_socket.Send(text) ? ReadReply() : "";
+}
+
+std::string CTestClient::ReadReply(int timeoutMs) {
+    std::string reply;
+    // Media that overtake the reply can be megabytes: only the end is looked at.
+    const auto ends = [&] {
+        return reply.size() >= 4 && reply.compare(reply.size() - 4, 4, "\r\n\r\n") == 0;
+    };
+    for (std::string more = "x"; !more.empty() && !ends();) {
+        more = m_socket.Receive(1, timeoutMs);
+        reply += more;
+    }
+    const size_t at = reply.find("Content-Length: ");
+    if (at != std::string::npos) {
+        reply += m_socket.ReceiveExactly(std::stoul(reply.substr(at + 16)), timeoutMs);
+    }
+    return reply;
+}
+
+std::string CTestClient::Describe(const std::string& stream) {
+    m_stream = stream;
+    return Ask("DESCRIBE", Url(), "Accept: application/sdp\r\n");
+}
+
+std::string CTestClient::Setup(int streamId, const std::string& transport) {
+    return Ask("SETUP", Url("streamid=" + std::to_string(streamId)),
+               "Transport: " + transport + "\r\n");
+}
+
+bool CTestClient::PlayInterleaved(bool audio) {
+    return Ok(Describe(m_stream)) && Ok(Setup(0, "RTP/AVP/TCP;unicast;interleaved=0-1")) &&
+           (!audio || Ok(Setup(1, "RTP/AVP/TCP;unicast;interleaved=2-3"))) && Ok(Play());
+}
+
+bool CTestClient::Play(bool tcp, CTestSocket* video, CTestSocket* audio) {
+    bool ok = Ok(Describe(m_stream));
+    CTestSocket* sockets[] = {video, audio};
+    for (int id = 0; id < 2 && sockets[id] != nullptr; ++id) {
+        *sockets[id] = tcp ? CTestSocket() : CTestSocket::BindUdp();
+        const std::string port = std::to_string(tcp ? 6000 : sockets[id]->Port());
+        const std::string protocol = tcp ? "RTP/AVP/TCP" : "RTP/AVP";
+        const std::string reply = Setup(id, protocol + ";unicast;client_port=" + port);
+        ok = ok && Ok(reply);
+        if (ok && tcp) {
+            const unsigned serverPort = TransportNumber(reply, "server_port");
+            *sockets[id] = CTestSocket::ConnectTcp(static_cast<uint16_t>(serverPort));
+        }
+    }
+    return ok && Ok(Play());
+}
+
+unsigned TransportNumber(const std::string& reply, const std::string& name) {
+    const size_t at = reply.find(name + "=");
+    const bool has = at != std::string::npos;
+    return has ? static_cast<unsigned>(atoi(reply.c_str() + at + name.size() + 1)) : 0;
+}
+
+Bytes MakeUnit(const CTestUnit& unit) {
+    const size_t packet = 12 + unit.payload;
+    const uint32_t head[] = {
+        0x247F0000U | static_cast<uint16_t>(packet),
+        0x80000000U | static_cast<uint32_t>(unit.payloadType) << 16 | unit.sequence, unit.timestamp,
+        0xDEADBEEFU};
+    Bytes bytes;
+    for (const uint32_t word : head) {
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            bytes.push_back(static_cast<uint8_t>(word >> shift));
+        }
+    }
+    bytes.resize(4 + packet, unit.fill);
+    return bytes;
+}
+
+Bytes MakeRun(CTestUnit first, size_t count) {
+    Bytes run;
+    for (size_t i = 0; i < count; ++i, ++first.sequence, ++first.fill) {
+        const Bytes unit = MakeUnit(first);
+        run.insert(run.end(), unit.begin(), unit.end());
+    }
+    return run;
+}
+
+std::string PacketOf(const Bytes& unit, uint32_t ssrc) {
+    std::string packet(unit.begin() + 4, unit.end());
+    for (size_t i = 0; i < 4; ++i) {
+        packet[8 + i] = static_cast<char>(ssrc >> (24 - 8 * i));
+    }
+    return packet;
+}
+
+std::string FrameOf(const Bytes& unit, uint32_t ssrc, uint8_t channel) {
+    std::string frame(unit.begin(), unit.begin() + 4);
+    frame[1] = static_cast<char>(channel);
+    return frame + PacketOf(unit, ssrc);
+}
+
+TRtspServerStreamInfo MakeStreamInfo() {
+    TRtspServerStreamInfo info{};
+    info.byVideoPayload = 96;
+    info.byAudioPayload = 8;
+    info.dwVideoSSrc = 0x11223344;
+    info.dwAudioSSrc = 0x55667788;
+    info.dwVideoFormat = RTSPS_VIDEO_STREAM_TYPE_H264;
+    info.dwAudioFormat = RTSPS_AUDIO_STREAM_TYPE_G711A;
+    return info;
+}
+
+uint16_t FreeTcpPort() {
+    return Bound(SOCK_STREAM, 0).Port();
+}
+
+uint16_t FreeDataPortRange(int pairs) {
+    // Below the range from which the system picks client ports. The name of a socket that lives as
+    // long as this process keeps other test processes off the same slot.
+    constexpr int FIRST = 10000;
+    constexpr int SLOT = 640;
+    constexpr int SLOTS = (32000 - FIRST) / SLOT;
+    EXPECT_LE(pairs * 2, SLOT);
+    static const int slot = [] {
+        for (int i = 0;; ++i) {
+            const int candidate = (getpid() + i) % SLOTS;
+            sockaddr_un name{};
+            name.sun_family = AF_UNIX;
+            snprintf(name.sun_path + 1, sizeof(name.sun_path) - 1, "rtsps-ports-%d", candidate);
+            const int holder = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            if (bind(holder, reinterpret_cast<sockaddr*>(&name), sizeof(name)) == 0 || i == SLOTS) {
+                return candidate;
+            }
+            close(holder);
+        }
+    }();
+    return static_cast<uint16_t>(FIRST + slot * SLOT);
+}
+
+int CountThreads() {
+    return CountEntries("/proc/self/task");
+}
+
+int OwnThreads() {
+    // A thread that was joined a moment ago may still be listed.
+    static const int threads = [] {
+        if (!IsPlainBuild()) {
+            std::thread([] {}).join();  // a sanitizer's own thread appears with the first one
+        }
+        WaitUntil([] { return CountThreads() == 1; }, std::chrono::milliseconds(20));
+        return CountThreads();
+    }();
+    return threads;
+}
+
+int CountDescriptors() {
+    return CountEntries("/proc/self/fd");
+}
+
+void CServerTest::SetUp() {
+    m_port = FreeTcpPort();
+    m_para.nServerPort = m_port;
+    m_para.nMinPort = FreeDataPortRange(300);
+    m_para.nMaxPort = m_para.nMinPort + 599;
+    m_threadsBefore = OwnThreads();
+    m_descriptorsBefore = CountDescriptors();
+}
+
+void CServerTest::Init(bool debug) {
+    m_para.byDbg = debug ? 1 : 0;
+    EXPECT_EQ(RTSPServer_Init(&m_para), 0);
+    TRtspServerStreamInfo info = MakeStreamInfo();
+    EXPECT_EQ(RTSPServer_SetStreamInfo(1, RTSPS_STREAM_MAIN, &info), 0);
+    EXPECT_EQ(RTSPServer_SetStreamInfo(1, RTSPS_STREAM_SUB, &info), 0);
+}
+
+void CServerTest::StartServer() {
+    Init();
+    ASSERT_EQ(RTSPServer_Start(), 0);
+}
+
+void CServerTest::Push(const Bytes& units, int chan, int stream) {
+    Bytes copy = units;
+    EXPECT_EQ(RTSPServer_SendRealSteam(chan, stream, copy.data(), static_cast<int>(copy.size())),
+              0);
+}
+
+void CServerTest::TearDown() {
+    EXPECT_EQ(RTSPServer_Stop(), 0);
+    EXPECT_EQ(RTSPServer_Release(), 0);
+    EXPECT_TRUE(WaitUntil([&] { return CountThreads() <= m_threadsBefore; }));
+    EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() <= m_descriptorsBefore; }))
+        << CountDescriptors() << " descriptors, " << m_descriptorsBefore << " before";
+}

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: MIT
+// What the tests over real sockets share: a started server, clients that speak the protocol, and
+// the units that a host pushes.
+#ifndef TEST_NET_H
+#define TEST_NET_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "rtsps_server_api.h"
+
+// Limits in milliseconds hold in the plain build only; sanitizers and emulation are slow.
+bool IsPlainBuild();
+bool IsEmulated();  // another processor's program, on this machine
+
+using Bytes = std::vector<uint8_t>;
+
+// A connected or bound socket that closes itself.
+class CTestSocket {
+  public:
+    CTestSocket() = default;
+    explicit CTestSocket(int fd) : m_fd(fd) {}
+    ~CTestSocket() { Reset(); }
+    CTestSocket(CTestSocket&& other) noexcept : m_fd(other.Take()) {}
+    CTestSocket& operator=(CTestSocket&& other) noexcept;
+
+    static CTestSocket ConnectTcp(uint16_t port, int nRecvBuffer = 0);
+    static CTestSocket BindUdp();  // on a free port of 127.0.0.1
+    static CTestSocket ListenTcp(uint16_t port);
+
+    int Fd() const { return m_fd; }
+    bool Connect(uint16_t port) const;  // of 127.0.0.1
+    uint16_t Port() const;              // local
+    int Take() { return std::exchange(m_fd, -1); }
+    void Reset();
+    void ResetHard();  // closes with RST
+    bool Send(const std::string& text) const;
+    // What arrives next, "" at the end of the stream or when nothing arrives in time.
+    std::string Receive(size_t most = 65536, int timeoutMs = 5000) const;
+    // Exactly that many bytes, fewer at the end of the stream or in time.
+    std::string ReceiveExactly(size_t bytes, int timeoutMs = 5000) const;
+    bool AtEnd(int timeoutMs = 5000) const;  // whether the peer has closed
+
+  private:
+    int m_fd = -1;
+};
+
+// One client of the dialogue. Requests carry a rising CSeq.
+class CTestClient {
+  public:
+    explicit CTestClient(uint16_t port, int nRecvBuffer = 0)
+        : m_port(port), m_socket(CTestSocket::ConnectTcp(port, nRecvBuffer)) {}
+    CTestClient(uint16_t port, CTestSocket connected)
+        : m_port(port), m_socket(std::move(connected)) {}
+
+    CTestSocket& Socket() { return m_socket; }
+    // Sends "METHOD url RTSP/1.0", CSeq and the headers (each ended by CR LF); the reply.
+    std::string Ask(const std::string& method, const std::string& url,
+                    const std::string& headers = "");
+    // Sends text as it is; the reply with the body that its Content-Length announces.
+    std::string AskRaw(const std::string& text);
+    std::string ReadReply(int timeoutMs = 5000);
+
+    std::string Url(const std::string& tail = "") const;  // of channel 1, main
+    std::string Describe(const std::string& stream = "main");
+    std::string Setup(int streamId, const std::string& transport);
+    std::string Play() { return Ask("PLAY", Url()); }
+    int Cseq() const { return m_cseq; }
+
+    // DESCRIBE, SETUP of the streams over one transport, PLAY. Whether all were answered with 200.
+    bool PlayInterleaved(bool audio = true);
+    // Over UDP: the sockets on which the media arrive.
+    bool PlayUdp(CTestSocket* video, CTestSocket* audio = nullptr) {
+        return Play(false, video, audio);
+    }
+    // Over TCP connections of their own.
+    bool PlayTcp(CTestSocket* video, CTestSocket* audio = nullptr) {
+        return Play(true, video, audio);
+    }
+
+    std::string m_stream = "main";
+
+  private:
+    bool Play(bool tcp, CTestSocket* video, CTestSocket* audio);
+
+    uint16_t m_port;
+    CTestSocket m_socket;
+    int m_cseq = 0;
+};
+
+// The number behind "name=" in a Transport header.
+unsigned TransportNumber(const std::string& reply, const std::string& name);
+
+// The units that a host pushes.
+struct CTestUnit {
+    uint8_t payloadType = 96;
+    uint16_t sequence = 1;
+    uint32_t timestamp = 0;
+    size_t payload = 100;
+    uint8_t fill = 0xA5;
+};
+Bytes MakeUnit(const CTestUnit& unit);
+Bytes MakeRun(CTestUnit first, size_t count);  // neighbouring sequence numbers
+// The RTP packet of a unit as a client receives it: without prefix, with the stream's SSRC.
+std::string PacketOf(const Bytes& unit, uint32_t ssrc);
+// The frame as an interleaved client receives it.
+std::string FrameOf(const Bytes& unit, uint32_t ssrc, uint8_t channel);
+
+// A server on free ports, with channel 1 main (H.264 96, A-law 8) and sub declared. Stops it at
+// the end and expects that neither threads nor descriptors are left.
+class CServerTest : public ::testing::Test {
+  protected:
+    static constexpr uint32_t VIDEO_SSRC = 0x11223344;
+    static constexpr uint32_t AUDIO_SSRC = 0x55667788;
+
+    void SetUp() override;
+    void TearDown() override;
+    void Init(bool debug = false);
+    void StartServer();
+    void Push(const Bytes& units, int chan = 1, int stream = 0);
+
+    TRtspServerPara m_para{};
+    uint16_t m_port = 0;
+    int m_threadsBefore = 0;
+    int m_descriptorsBefore = 0;
+};
+
+TRtspServerStreamInfo MakeStreamInfo();
+uint16_t FreeTcpPort();
+uint16_t FreeDataPortRange(int pairs);  // first port of an even range, apart from other processes'
+int CountThreads();
+int OwnThreads();  // of the process without the library: one, and a sanitizer's
+int CountDescriptors();
+
+#endif
