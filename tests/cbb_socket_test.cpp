@@ -187,45 +187,4 @@ TEST_F(CbbSocket, RecvnReceivesExactly) {
     }
 }
 
-// As a length, a negative number would be a huge one.
-TEST_F(CbbSocket, RefusesNegativeLengths) {
-    char buf[8];
-    EXPECT_EQ(CBB_SendTo(Open(SOCK_DGRAM), "abc", -1, &m_addr), -1);
-    EXPECT_EQ(CBB_RecvFrom(m_listen, buf, -1, &m_addr), -1);
-    ConnectPair();
-    EXPECT_EQ(CBB_Send(m_client, "abc", -1), -1);
-    EXPECT_EQ(CBB_Send(m_client, "abc", 3), 3);
-    EXPECT_EQ(CBB_RecvWithTimeOut(m_server, buf, -1, 5000), -1);
-    EXPECT_EQ(CBB_Recv(m_server, buf, -1), -1);
-}
-
-TEST_F(CbbSocket, OnlyAForcedCloseReachesAPeerOfAClonedDescriptor) {
-    ConnectPair();
-    char c;
-    EXPECT_EQ(CBB_CloseSocket(dup(m_client), 0), 0);
-    EXPECT_EQ(recv(m_server, &c, 1, MSG_DONTWAIT), -1);
-    EXPECT_EQ(CBB_CloseSocket(dup(m_client), 1), 0);
-    EXPECT_EQ(CBB_Recv(m_server, &c, 1), 0);
-    errno = EADDRINUSE;
-    EXPECT_EQ(CBB_CloseSocket(CBB_CreateSocket(AF_INET, SOCK_STREAM, 0), 1), 0);
-    EXPECT_EQ(GetSystemLastError(), EADDRINUSE);  // not the refused shutdown's
-}
-
-TEST_F(CbbSocket, PollSurvivesSignalsAndCountsDown) {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGALRM, &action, nullptr);
-    const itimerval every = {{0, 10000}, {0, 10000}}, never = {};
-    setitimer(ITIMER_REAL, &every, nullptr);
-    pollfd fds = {m_listen, POLLRDNORM, 0};
-    int iLeft = 150;
-    const Clock::time_point start = Clock::now();
-    EXPECT_EQ(CBB_PollEx(&fds, 1, &iLeft), 0);
-    EXPECT_GE(MillisSince(start), 140);
-    EXPECT_LE(iLeft, 1);
-    EXPECT_EQ(CBB_Poll(&fds, 1, 60000), -1);  // the plain form does not go on
-    EXPECT_EQ(errno, EINTR);
-    setitimer(ITIMER_REAL, &never, nullptr);
-}
-
 }  // namespace

@@ -76,43 +76,6 @@ TEST(CbbString, ReadsNumbers) {
     }
 }
 
-// Exactly so many bytes: a longer text is not terminated, a shorter one is filled up.
-TEST(CbbString, Copies) {
-    const std::tuple<const char*, size_t, std::string> rows[] = {
-        {"ab", 0, "########"}, {"abcdef", 3, "abc#####"}, {"ab", 5, std::string("ab\0\0\0###", 8)}};
-    for (const auto& [szText, nCount, bytes] : rows) {
-        char szOut[8];
-        memset(szOut, '#', sizeof(szOut));
-        EXPECT_EQ(CBB_Strncpy(szOut, szText, nCount), szOut);
-        EXPECT_EQ(std::string(szOut, sizeof(szOut)), bytes) << szText << nCount;
-    }
-    const char unterminated[3] = {'x', 'y', 'z'};
-    char* const copies[] = {CBB_Strdup("xyz"), CBB_Strndup("xyz", 9), CBB_Strndup("xyz_", 3),
-                            CBB_Strndup(unterminated, 3)};
-    for (char* szCopy : copies) {
-        EXPECT_STREQ(szCopy, "xyz");
-        free(szCopy);
-    }
-}
-
-// Bytes are unsigned; without case, it is the upper one that decides.
-TEST(CbbString, Compares) {
-    const std::tuple<const char*, const char*, size_t, int, int, int, int> rows[] = {
-        {"abc", "abc", 9, 0, 0, 0, 0},
-        {"abd", "aba", 2, 3, 0, 3, 0},
-        {"ab", "a", 9, 'b', 'b', 'B', 'B'},
-        {"\xff", "a", 1, 0xFF - 'a', 0xFF - 'a', 0xFF - 'A', 0xFF - 'A'},
-        {"PLAY", "play", 4, 'P' - 'p', 'P' - 'p', 0, 0},
-        {"_", "b", 1, '_' - 'b', '_' - 'b', '_' - 'B', '_' - 'B'},
-        {"a", "b", 0, -1, 0, -1, 0}};
-    for (const auto& [a, b, n, nCmp, nNcmp, nCaseCmp, nNcaseCmp] : rows) {
-        EXPECT_EQ(CBB_Strcmp(a, b), nCmp) << a << " " << b;
-        EXPECT_EQ(CBB_Strncmp(a, b, n), nNcmp) << a << " " << b;
-        EXPECT_EQ(CBB_Strcasecmp(a, b), nCaseCmp) << a << " " << b;
-        EXPECT_EQ(CBB_Strncasecmp(a, b, n), nNcaseCmp) << a << " " << b;
-    }
-}
-
 // Kept: one byte has to match, and a needle that ends before n does not.
 TEST(CbbString, Finds) {
     // clang-format off: short rows side by side

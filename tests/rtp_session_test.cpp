@@ -135,41 +135,4 @@ TEST(RtpSession, WithoutAUsableTransmitterNothingIsSent) {
     EXPECT_TRUE(log.HasLines("E Unsupported! mode! [0]|E Error m_pTransmitter == NULL! mode! [0]"));
 }
 
-TEST(RtpSession, OwnsAReportPathOverUdpOnly) {
-    const uint16_t port = FreeDataPortRange(2);
-    const struct {
-        ETRANS_MODE mode;
-        bool taken;  // the port above
-        bool report;
-    } rows[] = {{UDP_MODE, false, true},
-                {UDP_MODE, true, false},
-                {TCP_MODE, false, false},
-                {RTPOVERRTSP_MODE, false, false}};
-    const int descriptors = CountDescriptors();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "mode " << row.mode << (row.taken ? ", taken" : ""));
-        CTestSocket above;
-        if (row.taken) {
-            above = BindUdpAt(static_cast<uint16_t>(port + 1));
-        }
-        const CLogCapture log;
-        TRANS_INFO info = MakeTransInfo(row.mode, port);
-        CRtpSession session(row.mode);
-        EXPECT_EQ(session.open(&info), 0);  // without reports all the same
-        EXPECT_EQ(session.get_rtcp_handle() != -1, row.report);
-        EXPECT_EQ(log.Has("Err , CRtcpSession inittransmitter!"), row.taken);
-        EXPECT_EQ(log.Has(" Open m_pRtcpSession error!;\n"), row.taken);
-        CBB_ADDR_T local{};
-        CBB_ADDR_T remote{};
-        if (row.report) {
-            EXPECT_EQ(CBB_GetAddrBySockFd(session.get_rtcp_handle(), &local, &remote), 0);
-            EXPECT_EQ(CBB_GetAddrPort(&local), port + 1);
-            EXPECT_EQ(CBB_GetAddrPort(&remote), 10);
-        }
-        EXPECT_EQ(session.close(), 0);
-        EXPECT_EQ(session.get_rtcp_handle(), -1);
-    }
-    EXPECT_EQ(CountDescriptors(), descriptors);
-}
-
 }  // namespace

@@ -129,14 +129,6 @@ TEST(RtspMsgParser, HeaderLines) {
     EXPECT_EQ(Written(RequestWith(": nameless\r\n")), RequestWith(""));
 }
 
-TEST(RtspMsgParser, SequenceNumber) {
-    const std::pair<const char*, int> cases[] = {
-        {"CSeq: 17\r\n", 17}, {"Cseq: 17\r\n", 0}, {"", 0}, {"CSeq:\r\n", 0}, {"CSeq: x\r\n", 0}};
-    for (const auto& [szLine, nCseq] : cases) {
-        EXPECT_EQ(Parse(RequestWith(szLine))->Cseq(), nCseq) << szLine;
-    }
-}
-
 TEST(RtspMsgParser, Bodies) {
     // The expected length; -1: no message.
     const std::tuple<std::string, std::string, int> cases[] = {
@@ -162,32 +154,6 @@ TEST(RtspMsgParser, Bodies) {
     // does.
     const auto msg = Parse("\r\nPLAY u RTSP/1.0\r\nContent-length: 4\r\n");
     EXPECT_EQ(std::string(msg->Content(), 4), "PLAY");
-}
-
-TEST(RtspMsgParser, LogLines) {
-    const std::string i = "[RTSPS INFO]", e = "[RTSPS ERROR]";
-    using Lines = std::vector<std::pair<std::string, std::string>>;
-    const std::pair<const char*, Lines> cases[] = {
-        {"", {{e, " parse pasre parameter error!"}}},
-        {"\r\nPLAY u RTSP/1.0\r\nContent-length: 2\r\n\r\nab",
-         {{i, " Get OK Version [1.0]!"}, {i, " parse msg length=42"}}},
-        {"PLAY u x\r\nContent-length: 2\r\n\r\na", {{i, " parse msg length=0"}}},
-        {"PLAY\r\n\r\n",
-         {{e, " get request url ERROR!"}, {e, " ParseRequest Parse Request Line Error!"}, {i, ""}}},
-        {"PLAY u\r\n\r\n", {{e, " get request version ERROR!"}, {e, ""}, {i, ""}}},
-        {"RTSP/1.0\r\n\r\n", {{i, " Get OK Version [1.0]!"}, {i, " msg length=0"}}}};
-    CDebugInfo::Instance()->SetDebugSwitch(true);
-    for (const auto& [szText, lines] : cases) {
-        testing::internal::CaptureStdout();
-        (void)Parse(szText);
-        std::istringstream log(testing::internal::GetCapturedStdout());
-        std::string line;
-        for (const auto& [label, text] : lines) {
-            std::getline(log, line);
-            EXPECT_THAT(line, testing::AllOf(testing::StartsWith(label), testing::EndsWith(text)));
-        }
-        EXPECT_FALSE(std::getline(log, line)) << line;
-    }
 }
 
 // What must not read or write outside its bounds, whatever the answer; the rows with an answer say
@@ -249,18 +215,4 @@ TEST(RtspMsgParser, HostileInput) {
     CRtspMsgParser parser;
     EXPECT_EQ(parser.parse(nullptr, 5), nullptr);
     EXPECT_EQ(parser.parse("x", -5), nullptr);
-}
-
-// Lines that are joined in one message do not last into the next.
-TEST(RtspMsgParser, OneParserForManyMessages) {
-    CRtspMsgParser parser;
-    for (const std::string value : {"x\r\n y", "z\r\n w"}) {
-        const std::string text = RequestWith("N: " + value + "\r\n");
-        char szValue[8] = {};
-        EXPECT_EQ(parser.parse("x", 1), nullptr);
-        const std::unique_ptr<CRtspMsg> msg(
-            parser.parse(text.data(), static_cast<int>(text.size())));
-        EXPECT_TRUE(msg->GetHeaderValue("N", szValue, sizeof(szValue)));
-        EXPECT_EQ(szValue, value[0] == 'x' ? std::string("xy") : "zw");
-    }
 }

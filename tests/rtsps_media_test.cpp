@@ -242,18 +242,6 @@ TEST_F(CMediaTest, OddPushesAreTold) {
     }
 }
 
-TEST_F(CMediaTest, EqualPayloadTypesAreVideo) {
-    Init();
-    TRtspServerStreamInfo info = MakeStreamInfo();
-    info.byAudioPayload = info.byVideoPayload;
-    RTSPServer_SetStreamInfo(1, RTSPS_STREAM_MAIN, &info);
-    ASSERT_EQ(RTSPServer_Start(), 0);
-    CPlayer player(m_port, RTPOVERRTSP_MODE);
-    const Bytes unit = MakeUnit({});
-    Push(unit);
-    EXPECT_TRUE(player.Gets(unit));
-}
-
 TEST_F(CMediaTest, TwentyOneShortSendsInARowEndAClient) {
     StartServer();
     CPlayer player(m_port, RTPOVERRTSP_MODE, false);
@@ -278,29 +266,6 @@ TEST_F(CMediaTest, TwentyOneShortSendsInARowEndAClient) {
     EXPECT_TRUE(player.client.Socket().AtEnd());
 }
 
-TEST_F(CMediaTest, StalledClientIsDroppedAndDisturbsNobody) {
-    StartServer();
-    CPlayer stalled(m_port, RTPOVERRTSP_MODE, false, 4096);
-    std::list<CPlayer> players;
-    for (const ETRANS_MODE mode : {UDP_MODE, RTPOVERRTSP_MODE, TCP_MODE}) {
-        players.emplace_back(m_port, mode, false);
-    }
-    AwaitThreads(4);
-    CTestUnit unit{VIDEO, 1, 0, 1388, 0};
-    for (int i = 0; i < 1000 && Alive() == 4; ++i) {
-        Push(MakeRun(unit, 60));
-        for (int k = 0; k < 60; ++k, ++unit.sequence, ++unit.fill) {
-            for (CPlayer& player : players) {
-                ASSERT_TRUE(player.Gets(MakeUnit(unit)))
-                    << "push " << i << ", mode " << player.mode;
-            }
-        }
-    }
-    EXPECT_EQ(Alive(), 3U);
-    EXPECT_TRUE(m_log.Has(" remain bufsize="));
-    EXPECT_EQ(m_log.Count(" send failed over thresold and exit\n"), 1);
-}
-
 TEST_F(CMediaTest, SetupOverUdpDumpsItsAddresses) {
     StartServer();
     CTestClient client(m_port);
@@ -319,30 +284,6 @@ TEST_F(CMediaTest, SetupOverUdpDumpsItsAddresses) {
         expected += row;
     }
     EXPECT_EQ(dump.Text(), expected);
-}
-
-TEST_F(CMediaTest, RegistryTakes128AndTheNextGetsRepliesOnly) {
-    StartServer();
-    const Bytes unit = MakeUnit({});
-    {
-        std::list<CPlayer> players;
-        for (int i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
-            players.emplace_back(m_port, RTPOVERRTSP_MODE, false);
-        }
-        CPlayer refused(m_port, RTPOVERRTSP_MODE, false);
-        EXPECT_EQ(m_log.Count(" ERROR! add_session,OverSize!!!\n"), 1);
-        Push(unit);
-        for (CPlayer& player : players) {
-            ASSERT_TRUE(player.Gets(unit));
-        }
-        EXPECT_EQ(refused.client.Ask("HEARTBEAT", refused.client.Url()).substr(0, 15),
-                  "RTSP/1.0 200 OK");
-        RTSPServer_Stop();
-        EXPECT_EQ(refused.client.Ask("HEARTBEAT", refused.client.Url()).substr(0, 15),
-                  "RTSP/1.0 200 OK");
-    }
-    ASSERT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
-    Manager()->DelExceptionSession();  // closes the refused one's descriptor
 }
 
 // Twenty playing clients of every transport, one of which never made its TCP connection.
@@ -408,43 +349,6 @@ TEST_F(CMediaTest, PortsComeBackWhenClientsLeave) {
     CRtspServer* server = CRtspServer::Instance();
     EXPECT_EQ(server->BorrowDataPort() + server->BorrowDataPort(), 2 * m_para.nMinPort + 2);
     EXPECT_EQ(server->BorrowDataPort(), 0);
-}
-
-// Clients come and go over every transport while two threads push.
-TEST_F(CMediaTest, ManyThreadsAtOnce) {
-    StartServer();
-    std::atomic<bool> ended{false};
-    std::vector<std::thread> pushers;
-    for (const uint8_t payloadType : {VIDEO, AUDIO}) {
-        pushers.emplace_back([this, &ended, payloadType] {
-            while (!ended) {
-                Push(MakeRun({payloadType, NO_GAP - 3, 0, 1000, 1}, 4));
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
-            }
-        });
-    }
-    std::vector<std::thread> viewers;
-    for (const ETRANS_MODE mode : {UDP_MODE, TCP_MODE, RTPOVERRTSP_MODE}) {
-        viewers.emplace_back([this, mode] {
-            for (int i = 0; i < 8; ++i) {
-                CPlayer player(m_port, mode);
-                const CTestSocket& media =
-                    mode == RTPOVERRTSP_MODE ? player.client.Socket() : player.video;
-                media.Receive(65536, 100);
-                if (i % 2 == 0) {
-                    player.client.Socket().Send("TEARDOWN * RTSP/1.0\r\nCSeq: 9\r\n\r\n");
-                }
-            }
-        });
-    }
-    for (std::thread& viewer : viewers) {
-        viewer.join();
-    }
-    EXPECT_TRUE(WaitUntil([] { return Alive() == 0; }));
-    ended = true;
-    for (std::thread& pusher : pushers) {
-        pusher.join();
-    }
 }
 
 }  // namespace

@@ -120,37 +120,4 @@ TEST(SessionManager, FullRegistryRefusesUntilSomethingEnds) {
     Manager().DelExceptionSession();
 }
 
-long MicrosecondNow() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return now.tv_usec;
-}
-
-TEST(SessionManager, IdsComeFromTheClockAndNeverCollide) {
-    const CLogCapture log;
-    const auto random = [](long seed) {
-        srandom(static_cast<unsigned int>(seed));
-        return static_cast<uint32_t>(::random());
-    };
-    // The ids of 128 microseconds to come are taken when they come.
-    for (int attempt = 0; attempt < 500 && !log.Has(" Dup,SRC[0x"); ++attempt) {
-        WaitUntil([] { return MicrosecondNow() < 900000; });
-        const long target = MicrosecondNow() + 3000;
-        for (long i = target; i < target + 128; ++i) {
-            Manager().AddSession(MakeSession((random(i) & ~0xFU) | (random(i + 1) & 0xFU)));
-        }
-        while (MicrosecondNow() < target) {
-        }
-        const uint32_t id = Manager().GenerateSessionId();
-        EXPECT_LT(id, 0x80000000U);
-        EXPECT_FALSE(IsKnown(id));
-        Manager().Close();
-    }
-    const std::string all = log.Text();
-    const size_t at = all.find(" Dup,SRC[0x");
-    ASSERT_NE(at, std::string::npos);
-    EXPECT_EQ(all.substr(all.find(']', at), 15), "]!!!!!!!!!!!!!\n");
-    EXPECT_EQ(all.substr(all.rfind('\n', at) + 1, 13), "[RTSPS ERROR]");
-}
-
 }  // namespace

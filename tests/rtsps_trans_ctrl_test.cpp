@@ -226,26 +226,4 @@ TEST_F(CTransCtrlTest, RepliesTakeTheRoadOfTheVideoStream) {
     }
 }
 
-// A TEARDOWN frees the media sessions while a host pushes and a reply leaves.
-TEST_F(CTransCtrlTest, SendingAndClosingExcludeEachOther) {
-    std::atomic<bool> ended{false};
-    std::thread sender([&] {
-        while (!ended) {
-            SendStream(MakeRun({8, 1, 0, 50, 1}, 3));
-            SendStream(MakeUnit({8, 1, 0, 50, 1}), TRANS_STREAM_AUDIO);
-            SendMsg("RTSP/1.0 200 OK\r\n\r\n");
-            m_connection.ReadAll();
-        }
-    });
-    const int fd = m_connection.server.Fd();
-    for (int i = 0; i < 60; ++i) {
-        const ETRANS_MODE mode = i % 3 == 0 ? UDP_MODE : i % 3 == 1 ? TCP_MODE : RTPOVERRTSP_MODE;
-        EXPECT_EQ(Open(MakeTransInfo(mode, m_ports[0], 9, fd)), 0);
-        EXPECT_EQ(Open(MakeTransInfo(RTPOVERRTSP_MODE, 0, 9, fd), TRANS_STREAM_AUDIO), 0);
-        m_ctrl.Close();
-    }
-    ended = true;
-    sender.join();
-}
-
 }  // namespace

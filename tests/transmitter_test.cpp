@@ -177,22 +177,6 @@ TEST(TcpTransmitter, WithoutAClientItFillsUpAndThenDrops) {
     EXPECT_EQ(Send(transmitter, "1"), 0);
 }
 
-TEST(TcpTransmitter, ClosesPromptlyWhileItWaitsForAClient) {
-    const int threads = OwnThreads();
-    const int descriptors = CountDescriptors();
-    const auto start = steady_clock::now();
-    for (int i = 0; i < 4; ++i) {
-        TRANS_INFO info = MakeTransInfo(TCP_MODE, FreeTcpPort());
-        CTcpTransmitter transmitter(TCP_MODE);
-        ASSERT_EQ(transmitter.open(&info), 0);
-    }
-    if (IsPlainBuild()) {
-        EXPECT_LT(steady_clock::now() - start, milliseconds(800));  // of 4000
-    }
-    EXPECT_TRUE(WaitUntil([&] { return CountThreads() == threads; }));
-    EXPECT_EQ(CountDescriptors(), descriptors);
-}
-
 // What the interleaved transmitter does with packets that the connection does not take, compared
 // step by step with a model of its pending buffer.
 TEST(InterleavedTransmitter, BuffersWhatTheSocketDoesNotTake) {

@@ -6,8 +6,6 @@
 #include <tuple>
 #include <utility>
 
-#include "annexb_reader.h"
-#include "parameter_sets.h"
 #include "rtp_packetizer.h"
 #include "slot_clock.h"
 
@@ -110,90 +108,6 @@ CBytes NalOf(EVideoCodec codec, char kind) {
     }
     ADD_FAILURE() << kind;
     return {};
-}
-
-TEST(LiveHostReader, FindsAccessUnitsHoweverTheBytesArrive) {
-    const std::pair<EVideoCodec, std::string> rows[] = {
-        {EVideoCodec::eH264, "SPKk|F|Ff|EF|DSPEKkk|DF|DFfex|SPK"},
-        {EVideoCodec::eH265, "VSPEKke|F|Ffe|DVSPK|DEFf|PF|VSPKx|K"},
-    };
-    for (const auto& [codec, stream] : rows) {
-        for (const size_t piece : {size_t{1}, size_t{2}, size_t{7}, size_t{100000}}) {
-            CBytes bytes;
-            std::vector<std::vector<CBytes>> expected(1), found;
-            for (const char kind : stream) {
-                if (kind == '|') {
-                    expected.emplace_back();
-                    continue;
-                }
-                // Long and short start codes in turn.
-                const CBytes nal = NalOf(codec, kind);
-                bytes.insert(bytes.end(), 2 + expected.back().size() % 2, 0);
-                bytes.push_back(1);
-                bytes.insert(bytes.end(), nal.begin(), nal.end());
-                expected.back().push_back(nal);
-            }
-            CAnnexBReader reader(codec);
-            CAccessUnit unit;
-            auto result = CAnnexBReader::EResult::eNeedData;
-            for (size_t at = 0; result != CAnnexBReader::EResult::eEnd;) {
-                const size_t size = std::min(piece, bytes.size() - at);
-                reader.Append(bytes.data() + at, size);
-                at += size;
-                if (at == bytes.size())
-                    reader.End();
-                while ((result = reader.Take(unit)) == CAnnexBReader::EResult::eReady)
-                    found.push_back(NalsOf(unit));
-            }
-            EXPECT_EQ(expected, found) << stream << " by " << piece;
-        }
-    }
-}
-
-TEST(LiveHostReader, RefusesWhatIsNoStream) {
-    using EResult = CAnnexBReader::EResult;
-    const std::tuple<CBytes, size_t, EResult> rows[] = {
-        {{0, 0, 0, 0x20, 'f', 't', 'y', 'p'}, 0, EResult::eNoStream},
-        {{0, 1, 0x65}, 0, EResult::eNoStream},
-        {{0, 0, 0, 0, 0, 0}, 0, EResult::eNeedData},
-        {{0, 0, 1, 0x65, 0x88}, CAnnexBReader::MAX_UNIT_SIZE, EResult::eTooLarge},
-    };
-    for (const auto& [head, more, expected] : rows) {
-        CAnnexBReader reader(EVideoCodec::eH264);
-        reader.Append(head.data(), head.size());
-        reader.Append(CBytes(more, 0x55).data(), more);
-        CAccessUnit unit;
-        EXPECT_EQ(expected, reader.Take(unit)) << head.size();
-    }
-}
-
-TEST(LiveHostParameterSets, AreRepeatedWhereTheyAreMissing) {
-    // The last text is what becomes of the last unit, or empty: it cannot be decoded.
-    const std::tuple<EVideoCodec, std::vector<std::string>, std::string> rows[] = {
-        {EVideoCodec::eH264, {"SPK", "F"}, "F"},
-        {EVideoCodec::eH264, {"SPK", "DEKe"}, "DSPEKe"},
-        {EVideoCodec::eH264, {"SPK", "SK"}, "SPK"},
-        {EVideoCodec::eH264, {"SF", "K"}, ""},
-        {EVideoCodec::eH265, {"VSPK", "DK"}, "DVSPK"},
-        {EVideoCodec::eH265, {"SPK", "K"}, ""},
-    };
-    for (const auto& [codec, texts, last] : rows) {
-        CParameterSets sets(codec);
-        bool decodable = false;
-        CAccessUnit unit;
-        for (const std::string& kinds : texts) {
-            std::vector<CBytes> nals;
-            for (const char kind : kinds)
-                nals.push_back(NalOf(codec, kind));
-            unit = Unit(codec, nals);
-            decodable = sets.Complete(unit);
-        }
-        std::vector<CBytes> expected;
-        for (const char kind : last)
-            expected.push_back(NalOf(codec, kind));
-        EXPECT_EQ(!last.empty(), decodable) << texts.back();
-        EXPECT_TRUE(!decodable || NalsOf(unit) == expected) << texts.back();
-    }
 }
 
 TEST(LiveHostClock, DoesNotDrift) {
