@@ -36,13 +36,6 @@ CAccessUnit Unit(EVideoCodec codec, const std::vector<CBytes>& nals) {
     return unit;
 }
 
-std::vector<CBytes> NalsOf(const CAccessUnit& unit) {
-    std::vector<CBytes> nals;
-    for (const auto& nal : unit.Nals())
-        nals.emplace_back(unit.Data(nal), unit.Data(nal) + nal.nSize);
-    return nals;
-}
-
 // Reads a push as the server does and puts its NAL units together again as a receiver does
 // (RFC 6184, 5.8; RFC 7798, 4.4.3). `sizes`: of the payloads, negative with a marker.
 std::vector<CBytes> Received(EVideoCodec codec, const CBytes& units, std::vector<int>& sizes) {
@@ -92,22 +85,6 @@ TEST(LiveHostPacketizer, CutsAtTheRightSizesAndLosesNothing) {
         EXPECT_THAT(Received(codec, units, sizes), ElementsAre(nal));
         EXPECT_EQ(expected, sizes);
     }
-}
-
-// How a stream is cut: each character is a NAL unit, '|' is where an access unit must end.
-// D delimiter, V S P parameter sets, E prefix SEI, e suffix SEI, K and k first and further slices
-// of a key picture, F and f of another one, x end of sequence.
-CBytes NalOf(EVideoCodec codec, char kind) {
-    const bool h264 = codec == EVideoCodec::eH264;
-    const std::tuple<char, int, int> types[] = {
-        {'D', 9, 35}, {'V', 0, 32}, {'S', 7, 33}, {'P', 8, 34}, {'E', 6, 39}, {'e', 12, 40},
-        {'K', 5, 19}, {'k', 5, 19}, {'F', 1, 1},  {'f', 1, 1},  {'x', 10, 36}};
-    for (const auto& [name, type264, type265] : types) {
-        if (name == kind)
-            return Nal(codec, h264 ? type264 : type265, 10, kind == 'K' || kind == 'F');
-    }
-    ADD_FAILURE() << kind;
-    return {};
 }
 
 TEST(LiveHostClock, DoesNotDrift) {

@@ -316,6 +316,10 @@ int main(int argc, char** argv) {
     for (const int signal : {SIGINT, SIGTERM}) {
         std::signal(signal, [](int) { g_interrupted = true; });
     }
+    // One heap that gives large blocks back at once, so that what is resident is what is in use.
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 65536);
+    mallopt(M_TRIM_THRESHOLD, 65536);
     // The figures go to standard output, the library's lines nowhere.
     FILE* out = fdopen(dup(STDOUT_FILENO), "w");
     freopen("/dev/null", "w", stdout);
