@@ -134,8 +134,7 @@ RTSPS_EXPORT int32_t CBB_GetAddrInfo(const CBB_ADDR_T* pAddr, CBB_ADDR_EXP_T* pI
  * Fills in the two ends of a socket; either record may be null. The peer is asked first: when that
  * fails, pLocal is not filled. Returns -1 when both are null or the system refuses.
  */
-RTSPS_EXPORT int32_t CBB_GetAddrBySockFd(CBB_SOCK_T iSockFd, CBB_ADDR_T* pLocal,
-                                         CBB_ADDR_T* pPeer);
+RTSPS_EXPORT int32_t CBB_GetAddrBySockFd(CBB_SOCK_T iSockFd, CBB_ADDR_T* pLocal, CBB_ADDR_T* pPeer);
 
 /*
  * Reads a dotted quad into 4 bytes; leading zeros are decimal. Returns -1, with nothing written,
@@ -317,8 +316,8 @@ RTSPS_EXPORT int32_t CBB_Poll(struct pollfd* pFds, int iFds, int iTimeO);
 
 /*
  * poll() that goes on after an interruption by a signal.
- * piTimeO: in, the limit in ms; out, what is left of it, 0 or more. Null or -1: no limit, and the
- * value is left alone. Returns what poll() does.
+ * piTimeO: in, the limit in ms; out, what is left of it, 0 or more. Null or below 0: no limit, and
+ * the value is left alone. Returns what poll() does.
  */
 RTSPS_EXPORT int32_t CBB_PollEx(struct pollfd* pFds, int iFds, int* piTimeO);
 

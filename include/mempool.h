@@ -59,7 +59,7 @@ class RTSPS_EXPORT CMemPool {
 
     // Appends one record with a copy of `dwDataLen` bytes.
     // Returns true, or false, with the pool unchanged and a text on standard output, when there is
-    // no data or no room for it.
+    // no data (or a null pointer to it) or no room for it.
     //
     // Kept: a record that ends at the ring's length or up to 7 bytes behind it leaves the write
     // position there, where the reader does not look, and the record appended after it is lost.

@@ -34,12 +34,12 @@ extern "C" {
 
 /* What a stream carries. */
 typedef enum RTSP_SERVER_STREAM_TYPE {
-    RTSPS_VIDEO_STREAM_TYPE_UNDEF = 0,   /* described as MP4V-ES */
-    RTSPS_VIDEO_STREAM_TYPE_H264 = 1,    /* RFC 6184, 90 kHz */
-    RTSPS_VIDEO_STREAM_TYPE_H265 = 2,    /* RFC 7798, 90 kHz */
-    RTSPS_AUDIO_STREAM_TYPE_G711A = 32,  /* PCMA, RFC 3551, 8 kHz */
-    RTSPS_AUDIO_STREAM_TYPE_AAC = 33,    /* described as MP4V-ES: no player finds AAC in it */
-    RTSPS_AUDIO_STREAM_TYPE_UNDEF = 100  /* no audio; 0 means the same */
+    RTSPS_VIDEO_STREAM_TYPE_UNDEF = 0,  /* described as MP4V-ES */
+    RTSPS_VIDEO_STREAM_TYPE_H264 = 1,   /* RFC 6184, 90 kHz */
+    RTSPS_VIDEO_STREAM_TYPE_H265 = 2,   /* RFC 7798, 90 kHz */
+    RTSPS_AUDIO_STREAM_TYPE_G711A = 32, /* PCMA, RFC 3551, 8 kHz */
+    RTSPS_AUDIO_STREAM_TYPE_AAC = 33,   /* described as MP4V-ES: no player finds AAC in it */
+    RTSPS_AUDIO_STREAM_TYPE_UNDEF = 100 /* no audio; 0 means the same */
 } RTSP_SERVER_STREAM_TYPE;
 
 /* The start-up configuration. Zero the record, then set what is needed. 108 bytes, no gaps. */
@@ -130,10 +130,10 @@ typedef struct tagRtspServerTotals {
 
 /* What an event tells. The record grows at its end only: read what lies within dwSize. */
 typedef struct tagRtspServerEventInfo {
-    uint32_t dwSize;     /* bytes of this record */
-    int32_t nChan;       /* channel; -1 before RTSPS_EVENT_DESCRIBED */
-    int32_t nStreamType; /* stream; -1 before RTSPS_EVENT_DESCRIBED */
-    uint32_t dwMedia;    /* RTSP_SERVER_MEDIA: set with RTSPS_EVENT_SETUP */
+    uint32_t dwSize;       /* bytes of this record */
+    int32_t nChan;         /* channel; -1 before RTSPS_EVENT_DESCRIBED */
+    int32_t nStreamType;   /* stream; -1 before RTSPS_EVENT_DESCRIBED */
+    uint32_t dwMedia;      /* RTSP_SERVER_MEDIA: set with RTSPS_EVENT_SETUP */
     uint32_t dwTransport;  /* RTSP_SERVER_TRANSPORT of the latest SETUP */
     uint32_t dwClientPort; /* TCP port of the client's connection, host byte order */
     char szClientAddr[48]; /* its address as text, NUL-terminated */
@@ -265,9 +265,9 @@ RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, 
 
 /*
  * Sets the function that hears of clients, and its user pointer. Call it before RTSPServer_Start: a
- * client that connects while no function is set stays unheard of to its end. For every
- * RTSPS_EVENT_CONNECTED there is one RTSPS_EVENT_CLOSED, and nothing of that client after it. A
- * client beyond RTSPS_MAX_SESSIONS raises no event.
+ * client that connects while no function is set stays unheard of to its end. As long as a function
+ * stays set, there is one RTSPS_EVENT_CLOSED for every RTSPS_EVENT_CONNECTED, and nothing of that
+ * client after it. A client beyond RTSPS_MAX_SESSIONS raises no event.
  *
  * After this returns no new call uses the old pair; a call that is on its way may still run.
  *

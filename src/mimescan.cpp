@@ -127,6 +127,7 @@ void CMimeScanner::read_unquoted(CMimeToken& token) {
     token.m_lastChar = static_cast<unsigned char>(c);
 }
 
+// Kept: leading blanks are skipped, trailing ones belong to the token.
 CMimeToken CMimeScanner::next_delimited(const char* szDelimiters) {
     CMimeToken token;
     token.m_conten.value = m_input.ptr();

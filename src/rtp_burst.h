@@ -3,8 +3,9 @@
 //
 // A burst is only ever what nobody outside can tell from sending its units one by one: the same
 // bytes in the same order, the same results and log lines, the same treatment of what the socket
-// does not take. Whatever needs more care than that (a sequence gap, a report that is due, a reply,
-// an odd size) ends the burst, and the unit goes alone.
+// does not take (but for the room that the kernel grants one call and not many). Whatever needs
+// more care than that (a sequence gap, a report that is due, a reply, an odd size) ends the burst,
+// and the unit goes alone.
 #ifndef RTP_BURST_H
 #define RTP_BURST_H
 

@@ -350,6 +350,7 @@ void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ss
     if (szGroup != nullptr) {
         TextCopy(szAddress, szGroup);
     }
+    // Kept: behind a "destination" of the client's own, while its "ssrc" is replaced.
     pValue->AddParameter("destination", szAddress);
     AddPortPair(*pValue, "port", port1, port2);
     AddTtl(*pValue);

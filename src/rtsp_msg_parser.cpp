@@ -107,7 +107,7 @@ int CRtspMsgParser::ScanHeaders(const char* data, int len) {
     while (nSkipped < len && IsLeadingSpace(data[nSkipped])) {
         ++nSkipped;
     }
-    if (nSkipped > len) {
+    if (nSkipped > len) {  // never true, since the loop is bounded; kept with its text
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("ERROR, Input msg are invalid"));
         return -1;

@@ -36,6 +36,8 @@ int SplitFields(const char* text, double (&fields)[MAX_FIELDS]) {
         if (nFields == MAX_FIELDS) {
             return 0;
         }
+        // The decimal point is the host's locale's; whole seconds, all that the server needs, are
+        // not touched by it.
         fields[nFields++] = strtod(szField, nullptr);
     }
     return nFields;
@@ -68,6 +70,7 @@ bool NPTime::FromString(const char* text) {
     }
     const double fSeconds = fields[nFields - 1];
     int64_t nSec = ToWhole(fSeconds);
+    // Kept: each field is cut to whole seconds by itself; only the last one gives a fraction.
     for (int i = 1; i < nFields; ++i) {
         // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): at most MAX_FIELDS
         nSec += ToWhole(fields[nFields - 1 - i] * SECONDS_PER_UNIT[i]);

@@ -59,7 +59,9 @@ void CSessionEvents::Begin(uint32_t dwSessionId, const CBB_ADDR_T& client) {
     m_info.dwClientPort = CBB_GetAddrPort(&client);
     const char* szAddr = CBB_GetAddrString(&client);
     TextCopy(m_info.szClientAddr, szAddr != nullptr ? szAddr : "");
-    raise(RTSPS_EVENT_CONNECTED, RTSPS_MEDIA_NONE);
+    if (!raise(RTSPS_EVENT_CONNECTED, RTSPS_MEDIA_NONE)) {
+        m_bMayRaise.store(false, std::memory_order_release);  // the function went meanwhile
+    }
 }
 
 void CSessionEvents::Describe(int nChan, int nStreamType) {
@@ -97,18 +99,22 @@ void CSessionEvents::SetReason(RTSP_SERVER_CLOSE_REASON reason) {
     m_reason.compare_exchange_strong(nNone, reason, std::memory_order_acq_rel);
 }
 
-void CSessionEvents::raise(RTSP_SERVER_EVENT event, uint32_t dwMedia) {
+// Returns whether the host has heard of it.
+bool CSessionEvents::raise(RTSP_SERVER_EVENT event, uint32_t dwMedia) {
     if (!MayRaise()) {
-        return;
+        return false;
     }
     m_info.dwMedia = dwMedia;
     m_info.qwConnectedMs = MonotonicMs() - m_nConnectedAtMs;
     tagRtspServerEventInfo info = m_info;  // the host's to scribble on
+    bool bHeard = true;
     t_bInCallBack = true;
     try {
-        CRtspSessionManager::Instance()->RaiseEvent(event, m_dwSessionId, &info, sizeof(info));
+        bHeard =
+            CRtspSessionManager::Instance()->RaiseEvent(event, m_dwSessionId, &info, sizeof(info));
     } catch (...) {
         // A host's exception ends here, like all others at the library's edge.
     }
     t_bInCallBack = false;
+    return bHeard;
 }

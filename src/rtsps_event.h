@@ -49,7 +49,7 @@ class CSessionEvents {
     static bool InCallBack();
 
   private:
-    void raise(RTSP_SERVER_EVENT event, uint32_t dwMedia);
+    bool raise(RTSP_SERVER_EVENT event, uint32_t dwMedia);
 
     sem_t m_semDecided;
     bool m_bExpected = false;    // written before the session's thread exists

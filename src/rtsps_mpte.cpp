@@ -68,7 +68,7 @@ void SMPTETimeCode::to_msec() {
     int64_t nMsecs =
         int64_t{m_hour} * 3600000 + int64_t{m_minute} * 60000 + int64_t{m_second} * 1000;
     if (m_frame >= frames_per_sec()) {
-        m_frame = 0;
+        m_frame = 0;  // kept: dropped, not carried over
     } else if (m_framesPerSec == FPS_25) {
         nMsecs += int64_t{m_frame} * MSECS_PER_25_FPS_FRAME;
     } else {
@@ -80,6 +80,7 @@ void SMPTETimeCode::to_msec() {
     m_msecs = static_cast<uint64_t>(nMsecs);
 }
 
+// Kept: rounds down, so a frame read from text may come out one lower.
 void SMPTETimeCode::from_msec() {
     const uint64_t fps = static_cast<uint64_t>(frames_per_sec());
     // m_msecs * fps / 1000 in two steps, because the product may exceed 64 bits.

@@ -127,6 +127,8 @@ void* CRtspSession::process_msg_svc(void* pSession) {
         // Out of memory: this client ends, the process does not.
         pSelf->m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
     }
+    // Kept: neither the socket nor the transport is closed here but by the next sweep; and every
+    // end is printed, at level CRIT.
     pSelf->m_bQuit = true;
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_CRIT, RTSPS_AT("exit"));
     pSelf->m_events.End(pSelf->media_totals());
@@ -203,6 +205,8 @@ bool CRtspSession::idle_too_long(int nIdleMs) {
 }
 
 bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
+    // Kept: a frame longer than the buffer leaves no room, and the receive of 0 bytes then ends the
+    // session.
     const int nRoom = RECV_BUFFER_SIZE - pBuffer->nHeld;
     const int nReceived = CBB_Recv(m_sockfd, pBuffer->data + pBuffer->nHeld, nRoom);
     if (nReceived < 1) {
@@ -211,6 +215,9 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
             return false;
         }
         m_emRtspStat = RTSP_ERROR;
+        if (nRoom == 0) {
+            m_events.SetReason(RTSPS_CLOSE_REFUSED);
+        }
         m_events.SetReason(nReceived == 0 ? RTSPS_CLOSE_CLIENT_LEFT : RTSPS_CLOSE_CONNECTION_ERROR);
         CDebugInfo::Instance()->OutputDebugInfo(
             LOG_LEVEL_ERROR, RTSPS_AT("Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]"),
@@ -378,5 +385,8 @@ bool CRtspSession::send_text_locked(char* buf, int len, int* pErrno) {
     const int nSent = m_pTransCtrl != nullptr ? m_pTransCtrl->SendMsg(buf, len, 0)
                                               : CBB_Sendn(m_sockfd, buf, len, 0);
     *pErrno = GetSystemLastError();
+    if (nSent >= 0 && nSent != len) {
+        m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
+    }
     return nSent == len;
 }

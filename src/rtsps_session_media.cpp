@@ -62,6 +62,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         m_bQuit = true;
     }
     if (nSent != len) {
+        // Kept: a push of a stream that the client has not set up is a short one too.
         count_short_send(chan, streamtype, len, nSent);
     } else {
         m_nSndErrCounter = 0;

@@ -186,6 +186,7 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
                                                 state);
         return -1;
     }
+    // Kept: unlike at DESCRIBE, a refusal ends the session, here and at PLAY and PAUSE.
     if (check_authentication(msg) < 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
         return -1;

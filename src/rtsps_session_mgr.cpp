@@ -304,7 +304,7 @@ bool CRtspSessionManager::HasEventCallBack() {
     return m_pEventCallBack != nullptr;
 }
 
-void CRtspSessionManager::RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen) {
+bool CRtspSessionManager::RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen) {
     pRtspServerEventCallBack pCallBack = nullptr;
     void* pUserData = nullptr;
     {
@@ -312,9 +312,11 @@ void CRtspSessionManager::RaiseEvent(int nEvent, uint32_t dwSessionId, void* pDa
         pCallBack = m_pEventCallBack;
         pUserData = m_pEventUserData;
     }
-    if (pCallBack != nullptr) {
-        pCallBack(nEvent, static_cast<int32_t>(dwSessionId), pData, nLen, pUserData);
+    if (pCallBack == nullptr) {
+        return false;
     }
+    pCallBack(nEvent, static_cast<int32_t>(dwSessionId), pData, nLen, pUserData);
+    return true;
 }
 
 uint32_t CRtspSessionManager::GetCurrSessionNums() {

@@ -80,7 +80,8 @@ class CRtspSessionManager {
 
     // For the sessions' threads: whether an event function is set, and its call, without a lock.
     bool HasEventCallBack();
-    void RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen);
+    // Returns whether a function was there to call.
+    bool RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen);
 
     uint32_t GetCurrSessionNums();
     uint32_t GetMaxsessionNums();
@@ -116,7 +117,7 @@ class CRtspSessionManager {
     // An id is in both maps or in neither.
     std::map<uint32_t, CRtspSession*> m_mapSession GUARDED_BY(m_Mutex);  // owned
     std::map<uint32_t, int32_t> m_mapRef GUARDED_BY(m_Mutex);
-    CRefusedSessions m_refused GUARDED_BY(m_Mutex);  // owned
+    CRefusedSessions m_refused GUARDED_BY(m_Mutex){};  // owned
     pRtspServerEventCallBack m_pEventCallBack GUARDED_BY(m_Mutex) = nullptr;
     void* m_pEventUserData GUARDED_BY(m_Mutex) = nullptr;
 };

@@ -29,6 +29,7 @@ CSession::~CSession() {
 
 uint32_t CSession::inittransmitter(TRANS_INFO* pInfo) {
     const TRANS_INFO info = *pInfo;  // the caller may pass this session's own record
+    // Kept: cleared first, so a second open that is refused takes SSRC and channel from the first.
     m_tranInfo = {};
     if (m_pTransmitter != nullptr) {
         CDebugInfo::Instance()->OutputDebugInfo(

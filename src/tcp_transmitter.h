@@ -16,7 +16,8 @@ class CPendingTransmitter : public CTransmitter {
 
   protected:
     // Not cleared: a client that keeps up never touches these pages.
-    explicit CPendingTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}  // NOLINT: m_buf
+    // cppcheck-suppress uninitMemberVar
+    explicit CPendingTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}
 
     // The socket that carries the media, or -1.
     virtual CBB_SOCK_T data_socket() const = 0;

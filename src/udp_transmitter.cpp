@@ -64,6 +64,14 @@ int CUdpTransmitter::SendBurst(const CRtpBurst& burst) {
     if (CBB_Poll(&writable, 1, 0) <= 0 || (writable.revents & POLLWRNORM) == 0) {
         return -1;
     }
+    if ((writable.revents & POLLERR) != 0) {  // an error that waits is SendPacket's to meet
+        m_bRefused = true;
+        m_bSentAlone = false;
+        return 0;
+    }
+    if (burst.UnitSize(0) > m_nMaxUnit) {
+        return 0;
+    }
     iovec packets[CRtpBurst::MAX_DATAGRAMS];
     int nOffset = 0;
     for (int i = 0; i < burst.Units(); ++i) {
@@ -90,7 +98,9 @@ int CUdpTransmitter::SendBurst(const CRtpBurst& burst) {
     }
     switch (errno) {
         case EMSGSIZE:  // larger than the path takes in one piece: alone it is fragmented
-        case EAGAIN:    // one packet may find the room that all together do not
+            m_nMaxUnit = burst.UnitSize(0) - 1;
+            return 0;
+        case EAGAIN:  // one packet may find the room that all together do not
         case ENOBUFS:
         case ENOMEM:
             return 0;

@@ -2,6 +2,8 @@
 #ifndef UDP_TRANSMITTER_H
 #define UDP_TRANSMITTER_H
 
+#include <climits>
+
 #include "transmitter.h"
 
 // Unicast UDP: one socket, bound to the borrowed port and connected to the client's.
@@ -30,6 +32,7 @@ class CUdpTransmitter final : public CTransmitter {
 
     CBB_SOCK_T m_Sockfd = -1;
     bool m_bSegmentation = false;  // the kernel cuts one send into datagrams
+    int m_nMaxUnit = INT_MAX;      // larger units do not fit the path in one piece
     bool m_bRefused = false;       // the client's port has once answered that nobody listens
     bool m_bOwedRefusal = false;   // such an answer was read and not told yet
     bool m_bSentAlone = false;     // the latest send was a single packet, and it left

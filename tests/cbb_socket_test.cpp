@@ -122,10 +122,10 @@ TEST_F(CbbSocket, SendnNeverBlocksLongerThanAllowed) {
     Clock::time_point start = Clock::now();
     const int nFirst = CBB_Sendn(m_server, large.data(), nLarge, 0);
     EXPECT_TRUE(nFirst > 0 && nFirst < nLarge) << nFirst;
-    while (CBB_Sendn(m_server, large.data(), 65536, 20) > 0) {
+    while (CBB_Sendn(m_server, large.data(), 65536, 400) > 0) {
     }
     EXPECT_EQ(CBB_Sendn(m_server, "abc", 3, 0), 0);
-    EXPECT_LT(MillisSince(start), 5000);
+    EXPECT_LT(MillisSince(start), 20000);
     start = Clock::now();
     EXPECT_EQ(CBB_Sendn(m_server, "abc", 3, 100), 0);
     EXPECT_GE(MillisSince(start), 99);
