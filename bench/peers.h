@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+// A server in the benchmark's own process, and clients of it that are only sockets.
+#ifndef BENCH_PEERS_H
+#define BENCH_PEERS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum class ETransport { eUdp, eInterleaved };
+
+// Channel 1, streams main and sub, H.264 as payload type 96, on any free port of the loopback
+// interface. One at a time.
+class CServer {
+  public:
+    CServer();
+    ~CServer();
+    CServer(const CServer&) = delete;
+    CServer& operator=(const CServer&) = delete;
+
+    void Stop();
+    int Port() const { return m_nPort; }
+
+  private:
+    int m_nPort = 0;
+    bool m_bRunning = false;
+};
+
+// A client that plays, or only connects. The process ends with a message if that does not work.
+class CPeer {
+  public:
+    explicit CPeer(int nPort);
+    CPeer(CPeer&& other) noexcept;
+    CPeer& operator=(CPeer&& other) = delete;
+    ~CPeer();
+
+    std::string Ask(const std::string& method, const std::string& tail, const std::string& headers);
+    void Play(ETransport emTransport, const std::string& stream = "main");
+
+    int MediaFd() const { return m_nRtp >= 0 ? m_nRtp : m_fd; }
+    // Reads until nothing is left; the bytes.
+    size_t Drain() const;
+
+  private:
+    int m_nPort;
+    int m_fd = -1;
+    int m_nRtp = -1;
+    int m_nRtcp = -1;
+    int m_nCseq = 0;
+    std::string m_stream = "main";
+};
+
+std::vector<CPeer> MakePeers(const CServer& server, size_t n, ETransport emTransport,
+                             const std::string& stream = "main");
+
+// An access unit like those of the work: nPackets units, the last one shorter. Sequence numbers
+// go on from call to call with StampNext.
+std::vector<uint8_t> MakePicture(size_t nPackets = 16, size_t nPacket = 1212);
+void StampNext(std::vector<uint8_t>& picture);
+
+#endif
