@@ -20,7 +20,8 @@ class CPlayer {
     // Connects and goes the whole road to PLAY.
     CPlayer(uint16_t port, int transport, int nRecvBuffer = 0);
 
-    bool IsPlaying() const { return m_playing; }
+    // Waits until the server has everything that it needs to serve this player.
+    bool IsPlaying() const;
     // Whether the server has it in its registry; one that found no room there gets no media.
     bool IsRegistered() const;
     // Waits for the units of one push; whether all came, in order and unharmed.
@@ -31,11 +32,11 @@ class CPlayer {
 
   private:
     bool Play();
-    bool OpenData(uint16_t serverPort);
 
     const int m_transport;
     CTestClient m_client;
     CTestSocket m_data;  // of UDP and TCP
+    uint16_t m_serverPort = 0;
     uint32_t m_sessionId = 0;
     bool m_playing = false;
 };
@@ -66,6 +67,7 @@ class CTroublemakers {
         TEARS_DOWN,
         STOPS_HALFWAY,
         SETS_UP_TOO_OFTEN,  // so that its own port number, `foreignPort`, joins the server's pool
+        KINDS,
     };
     CTroublemakers(uint16_t port, const std::vector<EKind>& kinds, uint16_t foreignPort = 9);
     ~CTroublemakers();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/crowd.h"
+#include "crowd.h"
 
 #include <sys/socket.h>
 
@@ -51,20 +51,20 @@ bool CPlayer::Play() {
         return false;
     }
     m_sessionId = static_cast<uint32_t>(strtoul(reply.c_str() + id + 9, nullptr, 10));
-    return OpenData(static_cast<uint16_t>(TransportNumber(reply, "server_port"))) &&
-           Ok(m_client.Play());
-}
-
-bool CPlayer::OpenData(uint16_t serverPort) {
-    if (m_transport == UDP) {
-        return m_data.Connect(serverPort);  // what others send to this port is not for us
+    m_serverPort = static_cast<uint16_t>(TransportNumber(reply, "server_port"));
+    if (m_transport == UDP && !m_data.Connect(m_serverPort)) {  // what others send is not for us
+        return false;
     }
     if (m_transport == TCP) {
-        // The server listens for one data connection and then no more: it has taken this one.
-        m_data = Connected(serverPort);
-        return m_data.Fd() != -1 && WaitUntil([&] { return Connected(serverPort).Fd() == -1; });
+        m_data = Connected(m_serverPort);
     }
-    return true;
+    return Ok(m_client.Play());
+}
+
+bool CPlayer::IsPlaying() const {
+    // The server listens for one data connection and then no more: it has taken ours.
+    return m_playing &&
+           (m_transport != TCP || WaitUntil([&] { return Connected(m_serverPort).Fd() == -1; }));
 }
 
 bool CPlayer::IsRegistered() const {

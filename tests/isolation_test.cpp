@@ -7,7 +7,7 @@
 #include <iostream>
 #include <thread>
 
-#include "support/crowd.h"
+#include "crowd.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -73,7 +73,8 @@ TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
             ASSERT_FALSE(HasFailure());
         }
         m_players.clear();
-        EXPECT_TRUE(log.Has("send failed,nLen=")) << "nobody stalled";
+        // At the rate of an instrumented build nobody need fall behind.
+        EXPECT_TRUE(!IsPlainBuild() || log.Has("send failed,nLen=")) << "nobody stalled";
     }
     std::cout << "a push to 40 players takes " << Median(alone) << " us, with 24 bad clients "
               << Median(among) << " us\n";
