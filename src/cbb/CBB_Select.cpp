@@ -58,7 +58,8 @@ int32_t CBB_PollEx(struct pollfd* pFds, int iFds, int* piTimeO) {
         const uint64_t nStart = CBB_GetTimeTick();
         const int nResult = CBB_Poll(pFds, iFds, *piTimeO);
         const bool bInterrupted = nResult < 0 && errno == EINTR;
-        *piTimeO = TimeLeft(*piTimeO, ElapsedSince(nStart));
+        // A poll that timed out has used its time up, whatever a clock that was set back says.
+        *piTimeO = nResult == 0 ? 0 : TimeLeft(*piTimeO, ElapsedSince(nStart));
         if (!bInterrupted) {
             return nResult;
         }
