@@ -194,7 +194,9 @@ def compare_sound(received, source):
     if len(received) < RUN_SAMPLES:
         return f"{len(received)} bytes of sound instead of {RUN_SAMPLES}"
     looped = source * (len(received) // len(source) + 2)
-    if received in looped:
+    # For its first viewer the host jumps to a key picture; up to a picture's time of sound may
+    # leave before.
+    if any(received[early:] in looped for early in (0, 160, 320)):
         return None
     good = 0
     while received[:good + 80] in looped:
