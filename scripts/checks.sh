@@ -32,7 +32,7 @@ lint() {
     say "Clean"
 }
 
-# forget_coverage: what earlier runs have reached does not count.
+# forget_coverage: what earlier runs have reached does not count any more.
 forget_coverage() {
     find build/coverage -name '*.gcda' -delete
 }
@@ -43,7 +43,7 @@ coverage() {
     local table=build/coverage/coverage.csv unit lines covered branches branches_covered
     local all=0 all_covered=0 unnamed=()
     gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches \
-        --csv "$table" build/coverage </dev/null >&2
+        --csv "$table" build/coverage/CMakeFiles/rtspserver_objects.dir </dev/null >&2
 
     # shellcheck disable=SC2059  # one layout for head, rows and foot
     {
