@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Random numbers for RTP values: SSRCs, first sequence numbers and timestamps (RFC 3550, section
-// 5.1), and the jitter of reports. Not for keys or anything else that must not be guessed.
+/// @file
+/// Random numbers for RTP values: SSRCs, first sequence numbers and timestamps (RFC 3550, section
+/// 5.1), and the jitter of reports. Not for keys or anything else that must not be guessed. No
+/// function blocks or throws.
 #ifndef RTP_RANDOM_H
 #define RTP_RANDOM_H
 
@@ -11,32 +13,42 @@
 #define RTSPS_EXPORT __attribute__((visibility("default")))
 #endif
 
-// A generator with a state of its own. Use each object from one thread at a time; distinct objects
-// are independent. A copy repeats what the original draws.
+/// A generator with a state of its own. Use each object from one thread at a time; distinct objects
+/// are independent. A copy repeats what the original draws.
 class RTSPS_EXPORT RTPRdm {
   public:
-    // Seeds from process id, time, processor time and the object's address, so that two objects
-    // made in the same second differ.
+    /// Seeds from process id, time, processor time and the object's address, so that two objects
+    /// made in the same second differ.
     RTPRdm();
 
-    // Each value of the type may be drawn.
+    /// Draws 8 bits. @return any value of the type.
     uint8_t GetRandom8();
+    /// Draws 16 bits. @return any value of the type.
     uint16_t GetRandom16();
+    /// Draws 32 bits. @return any value of the type.
     uint32_t GetRandom32();
 
-    // Returns a value from 0 up to, but not including, 1.
+    /// Draws a fraction. @return a value from 0 up to, but not including, 1.
     double GetRandomDouble();
 
   private:
     struct drand48_data drandbuffer = {};
 };
 
-// The same from rand(), whose one state the whole process shares. The library never seeds it: the
-// host may, with srand(). GetRandom32_Default() is not uniform: its high 8 bits come from one draw,
-// the others from several.
+/// @defgroup rtp_random_default The same from rand(), whose one state the whole process shares
+/// The library never seeds it: the host may, with srand(). They may be called at any time and from
+/// any thread.
+/// @{
+
+/// Draws 8 bits. @return any value of the type.
 RTSPS_EXPORT uint8_t GetRandom8_Default();
+/// Draws 16 bits. @return any value of the type.
 RTSPS_EXPORT uint16_t GetRandom16_Default();
+/// Draws 32 bits, not uniformly: the high 8 come from one draw, the others from several.
+/// @return any value of the type.
 RTSPS_EXPORT uint32_t GetRandom32_Default();
+/// Draws a fraction. @return a value from 0 up to, but not including, 1.
 RTSPS_EXPORT double GetRandomDouble_Default();
+/// @}
 
 #endif

@@ -1,12 +1,20 @@
 /* SPDX-License-Identifier: MIT */
-/*
+/**
+ * @file
  * The embeddable RTSP server: eight functions that a host application drives it with.
  *
  * Order of calls: RTSPServer_Init; then RTSPServer_SetEventCallBack and RTSPServer_SetStreamInfo in
  * any order and as often as needed; RTSPServer_Start; RTSPServer_SendRealSteam for every access
  * unit; at the end RTSPServer_Stop and RTSPServer_Release.
  *
- * Every function may be called from any thread. None throws. Diagnostics go to standard output.
+ * Every function may be called from any thread. None throws. Only RTSPServer_Start and
+ * RTSPServer_Stop wait for threads, as they say; the others take microseconds, a push one send for
+ * each client. Diagnostics go to standard output; a pipe there that nobody reads blocks the calls.
+ *
+ * @mainpage
+ * rtsps_server_api.h is the server. Beside it stand its platform layer, cbb.h, and two classes that
+ * a host may use on their own: a ring for media frames, mempool.h, and random numbers for RTP
+ * values, rtp_random.h.
  */
 #ifndef RTSPS_SERVER_API_H
 #define RTSPS_SERVER_API_H
@@ -21,129 +29,147 @@
 extern "C" {
 #endif
 
-/* How many clients may be registered at once. A client beyond them gets replies, but no media. */
+/** How many clients may be registered at once. A client beyond them gets replies, but no media. */
 #define RTSPS_MAX_SESSIONS 128
 
-/* Bytes in front of each RTP packet of a push; see RTSPServer_SendRealSteam. */
+/** Bytes in front of each RTP packet of a push; see RTSPServer_SendRealSteam. */
 #define RTSPS_UNIT_PREFIX_SIZE 4
 
-/* The streams of a channel, as a client names them in its URL: rtsp://host:port/chan1/main/ */
-#define RTSPS_STREAM_MAIN 0
-#define RTSPS_STREAM_SUB 1
-#define RTSPS_STREAM_THIRD 2
+/**
+ * @name The streams of a channel, as a client names them in its URL: rtsp://host:port/chan1/main/
+ * @{
+ */
+#define RTSPS_STREAM_MAIN 0  /**< main */
+#define RTSPS_STREAM_SUB 1   /**< sub */
+#define RTSPS_STREAM_THIRD 2 /**< third */
+/** @} */
 
-/* What a stream carries. */
+/** What a stream carries. */
 typedef enum RTSP_SERVER_STREAM_TYPE {
-    RTSPS_VIDEO_STREAM_TYPE_UNDEF = 0,  /* described as MP4V-ES */
-    RTSPS_VIDEO_STREAM_TYPE_H264 = 1,   /* RFC 6184, 90 kHz */
-    RTSPS_VIDEO_STREAM_TYPE_H265 = 2,   /* RFC 7798, 90 kHz */
-    RTSPS_AUDIO_STREAM_TYPE_G711A = 32, /* PCMA, RFC 3551, 8 kHz */
-    RTSPS_AUDIO_STREAM_TYPE_AAC = 33,   /* described as MP4V-ES: no player finds AAC in it */
-    RTSPS_AUDIO_STREAM_TYPE_UNDEF = 100 /* no audio; 0 means the same */
+    RTSPS_VIDEO_STREAM_TYPE_UNDEF = 0,  /**< described as MP4V-ES */
+    RTSPS_VIDEO_STREAM_TYPE_H264 = 1,   /**< RFC 6184, 90 kHz */
+    RTSPS_VIDEO_STREAM_TYPE_H265 = 2,   /**< RFC 7798, 90 kHz */
+    RTSPS_AUDIO_STREAM_TYPE_G711A = 32, /**< PCMA, RFC 3551, 8 kHz */
+    RTSPS_AUDIO_STREAM_TYPE_AAC = 33,   /**< described as MP4V-ES: no player finds AAC in it */
+    RTSPS_AUDIO_STREAM_TYPE_UNDEF = 100 /**< no audio; 0 means the same */
 } RTSP_SERVER_STREAM_TYPE;
 
-/* The start-up configuration. Zero the record, then set what is needed. 108 bytes, no gaps. */
+/** The start-up configuration. Zero the record, then set what is needed. 108 bytes, no gaps. */
 typedef struct tagRtspServerPara {
-    /* Non-zero prints INFO lines beside errors, warnings and critical lines. Default 0. */
+    /** Non-zero prints INFO lines beside errors, warnings and critical lines. Default 0. */
     uint8_t byDbg;
-    /* Reserved, zero. */
+    /** Reserved, zero. */
     uint8_t byRes[15];
-    /* Multicast group as dotted text, NUL-terminated. Kept, not used: SETUP refuses multicast. */
+    /** Multicast group as dotted text, NUL-terminated. Kept, not used: SETUP refuses multicast. */
     char szMultiAddr[16];
-    /* User name and password, NUL-terminated. Kept, not used: no request is authenticated. */
+    /** User name, NUL-terminated. Kept, not used: no request is authenticated. */
     char szUserName[32];
+    /** Password, NUL-terminated. Kept, not used, like the name. */
     char szPasswd[32];
-    /* TCP port on which clients are accepted, IPv4, 1 to 65535. */
+    /** TCP port on which clients are accepted, IPv4, 1 to 65535. */
     uint32_t nServerPort;
-    /* Local ports for RTP and RTCP over UDP, and for clients that fetch media over a TCP connection
-     * of its own. A stream borrows a pair: an RTP port, counted from nMinPort in steps of 2 up to
-     * nMaxPort, and the RTCP port above it. A client with video and audio takes two pairs. Keep
-     * nMinPort even and nMaxPort at 65533 or below; only the low 16 bits count. */
+    /**
+     * Lowest of the local ports for RTP and RTCP over UDP, and for clients that fetch media over a
+     * TCP connection of its own. A stream borrows a pair: an RTP port, counted from nMinPort in
+     * steps of 2 up to nMaxPort, and the RTCP port above it. A client with video and audio takes
+     * two pairs. Keep nMinPort even and nMaxPort at 65533 or below; only the low 16 bits count.
+     */
     int32_t nMinPort;
+    /** Highest RTP port; see nMinPort. */
     int32_t nMaxPort;
 } tagRtspServerPara, TRtspServerPara;
 
-/* What the host declares about one stream of one channel. 44 bytes, naturally aligned. */
+/** What the host declares about one stream of one channel. 44 bytes, naturally aligned. */
 typedef struct tagRtspServerStreamInfo {
-    /* RTP payload types, 0 to 127. A push is taken as video or audio by them, so the two differ;
-     * video is compared first. Sequence gaps are reported for type 96 only. */
+    /**
+     * RTP payload type of the video, 0 to 127. A push is taken as video or audio by the payload
+     * types, so the two differ; video is compared first. Sequence gaps are reported for type 96
+     * only.
+     */
     uint8_t byVideoPayload;
+    /** RTP payload type of the audio; see byVideoPayload. */
     uint8_t byAudioPayload;
-    /* SSRCs, host byte order. They replace whatever a pushed packet carries. Choose them below
-     * 0x80000000: a sender report over UDP begins with the SSRC, and a player that shares one
-     * socket between RTP and RTCP takes it for media when the top bits are 10. */
+    /**
+     * SSRC of the video, host byte order. The SSRCs replace whatever a pushed packet carries.
+     * Choose them below 0x80000000: a sender report over UDP begins with the SSRC, and a player
+     * that shares one socket between RTP and RTCP takes it for media when the top bits are 10.
+     */
     uint32_t dwVideoSSrc;
+    /** SSRC of the audio; see dwVideoSSrc. */
     uint32_t dwAudioSSrc;
-    /* RTSP_SERVER_STREAM_TYPE values. Audio stands before video here, unlike in the other pairs. */
+    /**
+     * A RTSP_SERVER_STREAM_TYPE value. Audio stands before video here, unlike in the other pairs.
+     */
     uint32_t dwAudioFormat;
+    /** A RTSP_SERVER_STREAM_TYPE value. */
     uint32_t dwVideoFormat;
-    /* Reserved, zero. */
+    /** Reserved, zero. */
     uint32_t res[6];
 } tagRtspServerStreamInfo, TRtspServerStreamInfo;
 
-/* What happened to a client. The values are fixed; hosts ignore those that they do not know. */
+/** What happened to a client. The values are fixed; hosts ignore those that they do not know. */
 typedef enum RTSP_SERVER_EVENT {
-    RTSPS_EVENT_CONNECTED = 1, /* it is registered; nothing of it comes before this */
-    RTSPS_EVENT_DESCRIBED = 2, /* it knows the stream; channel and stream are set from here on */
-    RTSPS_EVENT_SETUP = 3,     /* it has set up dwMedia over dwTransport; once a stream */
-    RTSPS_EVENT_PLAYING = 4,   /* pushes reach it from here on: a key frame is welcome */
-    RTSPS_EVENT_TORN_DOWN = 5, /* it has ended its media; its connection may last */
-    RTSPS_EVENT_CLOSED = 6     /* it is gone; dwReason and stuTotals are set; the last event */
+    RTSPS_EVENT_CONNECTED = 1, /**< it is registered; nothing of it comes before this */
+    RTSPS_EVENT_DESCRIBED = 2, /**< it knows the stream; channel and stream are set from here on */
+    RTSPS_EVENT_SETUP = 3,     /**< it has set up dwMedia over dwTransport; once a stream */
+    RTSPS_EVENT_PLAYING = 4,   /**< pushes reach it from here on: a key frame is welcome */
+    RTSPS_EVENT_TORN_DOWN = 5, /**< it has ended its media; its connection may last */
+    RTSPS_EVENT_CLOSED = 6     /**< it is gone; dwReason and stuTotals are set; the last event */
 } RTSP_SERVER_EVENT;
 
-/* Why a client is gone. */
+/** Why a client is gone. */
 typedef enum RTSP_SERVER_CLOSE_REASON {
-    RTSPS_CLOSE_NONE = 0,             /* not closed */
-    RTSPS_CLOSE_CLIENT_LEFT = 1,      /* it closed its connection */
-    RTSPS_CLOSE_TEARDOWN = 2,         /* it sent TEARDOWN, then left */
-    RTSPS_CLOSE_REFUSED = 3,          /* it asked for something that ends a session: see the log */
-    RTSPS_CLOSE_TOO_SLOW = 4,         /* more than 20 pushes in a row were not taken whole */
-    RTSPS_CLOSE_CONNECTION_ERROR = 5, /* its connection broke */
-    RTSPS_CLOSE_SERVER_STOPPED = 6    /* RTSPServer_Stop */
+    RTSPS_CLOSE_NONE = 0,        /**< not closed */
+    RTSPS_CLOSE_CLIENT_LEFT = 1, /**< it closed its connection */
+    RTSPS_CLOSE_TEARDOWN = 2,    /**< it sent TEARDOWN, then left */
+    RTSPS_CLOSE_REFUSED = 3,     /**< it asked for something that ends a session: see the log */
+    RTSPS_CLOSE_TOO_SLOW = 4,    /**< more than 20 pushes in a row were not taken whole */
+    RTSPS_CLOSE_CONNECTION_ERROR = 5, /**< its connection broke */
+    RTSPS_CLOSE_SERVER_STOPPED = 6    /**< RTSPServer_Stop */
 } RTSP_SERVER_CLOSE_REASON;
 
-/* Which stream of the description an event is about. */
+/** Which stream of the description an event is about. */
 typedef enum RTSP_SERVER_MEDIA {
-    RTSPS_MEDIA_NONE = 0,
-    RTSPS_MEDIA_VIDEO = 1,
-    RTSPS_MEDIA_AUDIO = 2
+    RTSPS_MEDIA_NONE = 0,  /**< none */
+    RTSPS_MEDIA_VIDEO = 1, /**< video */
+    RTSPS_MEDIA_AUDIO = 2  /**< audio */
 } RTSP_SERVER_MEDIA;
 
-/* How the media reach a client. */
+/** How the media reach a client. */
 typedef enum RTSP_SERVER_TRANSPORT {
-    RTSPS_TRANSPORT_NONE = 0,
-    RTSPS_TRANSPORT_UDP = 1,
-    RTSPS_TRANSPORT_TCP = 2,        /* a TCP connection of the stream's own */
-    RTSPS_TRANSPORT_MULTICAST = 3,  /* refused at SETUP */
-    RTSPS_TRANSPORT_INTERLEAVED = 4 /* on the RTSP connection */
+    RTSPS_TRANSPORT_NONE = 0,       /**< not set up */
+    RTSPS_TRANSPORT_UDP = 1,        /**< UDP */
+    RTSPS_TRANSPORT_TCP = 2,        /**< a TCP connection of the stream's own */
+    RTSPS_TRANSPORT_MULTICAST = 3,  /**< refused at SETUP */
+    RTSPS_TRANSPORT_INTERLEAVED = 4 /**< on the RTSP connection */
 } RTSP_SERVER_TRANSPORT;
 
-/* What a client was sent in all. A packet that waits in a buffer for a slow client counts. */
+/** What a client was sent in all. A packet that waits in a buffer for a slow client counts. */
 typedef struct tagRtspServerTotals {
-    uint64_t qwVideoPackets;
-    uint64_t qwVideoBytes; /* RTP packets, without prefixes and lower headers */
-    uint64_t qwAudioPackets;
-    uint64_t qwAudioBytes;
-    uint32_t dwShortSends;      /* pushes that were not taken whole */
-    uint32_t dwLongestShortRun; /* the most of them in a row */
+    uint64_t qwVideoPackets;    /**< RTP packets of video */
+    uint64_t qwVideoBytes;      /**< RTP packets, without prefixes and lower headers */
+    uint64_t qwAudioPackets;    /**< RTP packets of audio */
+    uint64_t qwAudioBytes;      /**< counted like qwVideoBytes */
+    uint32_t dwShortSends;      /**< pushes that were not taken whole */
+    uint32_t dwLongestShortRun; /**< the most of them in a row */
 } tagRtspServerTotals, TRtspServerTotals;
 
-/* What an event tells. The record grows at its end only: read what lies within dwSize. */
+/** What an event tells. The record grows at its end only: read what lies within dwSize. */
 typedef struct tagRtspServerEventInfo {
-    uint32_t dwSize;       /* bytes of this record */
-    int32_t nChan;         /* channel; -1 before RTSPS_EVENT_DESCRIBED */
-    int32_t nStreamType;   /* stream; -1 before RTSPS_EVENT_DESCRIBED */
-    uint32_t dwMedia;      /* RTSP_SERVER_MEDIA: set with RTSPS_EVENT_SETUP */
-    uint32_t dwTransport;  /* RTSP_SERVER_TRANSPORT of the latest SETUP */
-    uint32_t dwClientPort; /* TCP port of the client's connection, host byte order */
-    char szClientAddr[48]; /* its address as text, NUL-terminated */
-    uint32_t dwReason;     /* RTSP_SERVER_CLOSE_REASON: set with RTSPS_EVENT_CLOSED */
-    uint32_t dwReserved;
-    uint64_t qwConnectedMs;        /* milliseconds since it connected; never jumps */
-    tagRtspServerTotals stuTotals; /* set with RTSPS_EVENT_CLOSED */
+    uint32_t dwSize;               /**< bytes of this record */
+    int32_t nChan;                 /**< channel; -1 before RTSPS_EVENT_DESCRIBED */
+    int32_t nStreamType;           /**< stream; -1 before RTSPS_EVENT_DESCRIBED */
+    uint32_t dwMedia;              /**< RTSP_SERVER_MEDIA: set with RTSPS_EVENT_SETUP */
+    uint32_t dwTransport;          /**< RTSP_SERVER_TRANSPORT of the latest SETUP */
+    uint32_t dwClientPort;         /**< TCP port of the client's connection, host byte order */
+    char szClientAddr[48];         /**< its address as text, NUL-terminated */
+    uint32_t dwReason;             /**< RTSP_SERVER_CLOSE_REASON: set with RTSPS_EVENT_CLOSED */
+    uint32_t dwReserved;           /**< reserved */
+    uint64_t qwConnectedMs;        /**< milliseconds since it connected; never jumps */
+    tagRtspServerTotals stuTotals; /**< set with RTSPS_EVENT_CLOSED */
 } tagRtspServerEventInfo, TRtspServerEventInfo;
 
-/*
+/**
  * The host's event function.
  *
  * It runs on the client's own thread, with no lock of the library held, and only that client waits
@@ -151,55 +177,56 @@ typedef struct tagRtspServerEventInfo {
  * inside it RTSPServer_SendRealSteam, RTSPServer_SetStreamInfo, RTSPServer_SetEventCallBack and
  * RTSPServer_Release work as always; RTSPServer_Start and RTSPServer_Stop do nothing.
  *
- * nEvent      a RTSP_SERVER_EVENT value.
- * nSessionId  id of the client, as in its "Session" header.
- * pData       a tagRtspServerEventInfo, valid during the call.
- * nLen        its size in bytes.
- * pUserData   what was registered with the function.
+ * @param[in] nEvent      a RTSP_SERVER_EVENT value.
+ * @param[in] nSessionId  id of the client, as in its "Session" header.
+ * @param[in] pData       a tagRtspServerEventInfo, valid during the call.
+ * @param[in] nLen        its size in bytes.
+ * @param[in] pUserData   what was registered with the function.
  */
 typedef void (*pRtspServerEventCallBack)(int32_t nEvent, int32_t nSessionId, void* pData,
                                          int32_t nLen, void* pUserData);
 
-/*
+/**
  * Initialises the library. Call it before RTSPServer_Start. Calls are counted: only the first one
  * takes the configuration, and each wants its RTSPServer_Release.
  *
  * The process ignores SIGPIPE from here on.
  *
- * pPara  in, not null; copied, so it may be freed after the call.
+ * @param[in] pPara  not null; copied, so it may be freed after the call.
  *
- * Returns 0 always.
+ * @return 0 always.
  */
 RTSPS_EXPORT int32_t RTSPServer_Init(tagRtspServerPara* pPara);
 
-/*
+/**
  * Takes back one RTSPServer_Init. It stops nothing: call RTSPServer_Stop first. Stream information
  * stays registered.
  *
- * Returns 0 always.
+ * @return 0 always.
  */
 RTSPS_EXPORT int32_t RTSPServer_Release(void);
 
-/*
+/**
  * Declares, or declares anew, one stream of one channel. May be called at any time; a client reads
  * the record at DESCRIBE and at SETUP, so a change reaches clients that set up after it. A stream
  * that was never declared is answered with 404.
  *
- * nChan        channel number, the N of "chanN" in the URL.
- * nStreamType  RTSPS_STREAM_MAIN, RTSPS_STREAM_SUB or RTSPS_STREAM_THIRD. A negative value
- *              erases the channel from the key: all channels share one record for it.
- * pPara        in, not null; copied.
+ * @param[in] nChan        channel number, the N of "chanN" in the URL.
+ * @param[in] nStreamType  RTSPS_STREAM_MAIN, RTSPS_STREAM_SUB or RTSPS_STREAM_THIRD. A negative
+ *                         value erases the channel from the key: all channels share one record
+ *                         for it.
+ * @param[in] pPara        not null; copied.
  *
- * Returns 0, or -1 when there is no memory for a new record.
+ * @return 0, or -1 when there is no memory for a new record.
  */
 RTSPS_EXPORT int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType,
                                               tagRtspServerStreamInfo* pPara);
 
-/*
+/**
  * Starts to accept clients. Blocks for a moment only, longer while another thread is in
  * RTSPServer_Stop. Called from inside the event function it prints an error line and does nothing.
  *
- * Returns 0, also when the server is already started, or -1 when
+ * @return 0, also when the server is already started, or -1 when
  *   - RTSPServer_Init was not called,
  *   - memory or a thread is not to be had, or the range of data ports never ends
  *     (see tagRtspServerPara.nMaxPort),
@@ -208,7 +235,7 @@ RTSPS_EXPORT int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType
  */
 RTSPS_EXPORT int32_t RTSPServer_Start(void);
 
-/*
+/**
  * Stops to accept clients and ends every registered one: their connections are closed, their
  * threads joined. May be called whether or not the server was started, twice, and while other
  * threads push. Takes milliseconds, also with 128 clients, and as long as an event function that is
@@ -216,20 +243,22 @@ RTSPS_EXPORT int32_t RTSPServer_Start(void);
  *
  * A client that was beyond RTSPS_MAX_SESSIONS keeps its connection, without media.
  *
- * Returns 0 always.
+ * @return 0 always.
  */
 RTSPS_EXPORT int32_t RTSPServer_Stop(void);
 
-/*
+/**
  * Pushes media to every client that plays this stream. "Steam" is the function's name.
  *
  * The buffer is a run of units, each a 4-byte prefix and one complete RTP packet (RFC 3550):
  *
+ * @code{.unparsed}
  *      0        1          2       3        4 ...
  *     +--------+----------+-------+--------+-------------------------------+
  *     | '$'    | anything | length of the  | RTP header (12 bytes), then   |
  *     | (0x24) |          | RTP packet, BE | the payload: `length` bytes   |
  *     +--------+----------+-------+--------+-------------------------------+
+ * @endcode
  *
  * All units of one push are of one kind, video or audio: the payload type of the first decides.
  * Push whole access units, with parameter sets in band before each key frame. A push of up to 4
@@ -240,30 +269,32 @@ RTSPS_EXPORT int32_t RTSPServer_Stop(void);
  * not take is buffered up to 128 KiB (TCP) or dropped (UDP), and a client with more than 20 short
  * pushes in a row is ended. For a client that has set up one stream only, pushes of the other count
  * as short: it is ended when more than 20 of them come without one of its own in between. Pushes
- * from several threads are allowed if each pushes a buffer of its
- * own; the packets of one stream then leave in the order of the calls.
+ * from several threads are allowed if each pushes a buffer of its own; the packets of one stream
+ * then leave in the order of the calls.
  *
- * nChan, nStreamType  as in RTSPServer_SetStreamInfo.
- * pData  in and out: the library writes prefixes and SSRCs into it. The host's after the call.
- * nLen   bytes in pData, above 4.
+ * @param[in] nChan        as in RTSPServer_SetStreamInfo.
+ * @param[in] nStreamType  as in RTSPServer_SetStreamInfo.
+ * @param[in,out] pData    the library writes prefixes and SSRCs into it. The host's after the call.
+ * @param[in] nLen         bytes in pData, above 4.
  *
- * Returns 0 always.
+ * @return 0 always.
  */
 RTSPS_EXPORT int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType, void* pData,
                                               int32_t nLen);
 
-/*
+/**
  * The entry for recorded media. It sends nothing. A client that was addressed with it once keeps
  * its memory and its place among RTSPS_MAX_SESSIONS until the process ends.
  *
- * nSessionId  id of the client.
- * pData, nLen not read.
+ * @param[in] nSessionId  id of the client.
+ * @param[in] pData       not read.
+ * @param[in] nLen        not read.
  *
- * Returns 0, or -1 when no client has this id.
+ * @return 0, or -1 when no client has this id.
  */
 RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, int32_t nLen);
 
-/*
+/**
  * Sets the function that hears of clients, and its user pointer. Call it before RTSPServer_Start: a
  * client that connects while no function is set stays unheard of to its end. As long as a function
  * stays set, there is one RTSPS_EVENT_CLOSED for every RTSPS_EVENT_CONNECTED, and nothing of that
@@ -271,10 +302,10 @@ RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, 
  *
  * After this returns no new call uses the old pair; a call that is on its way may still run.
  *
- * pCallBack  the function, or null for none.
- * pUserData  passed back unchanged; the host's.
+ * @param[in] pCallBack  the function, or null for none.
+ * @param[in] pUserData  passed back unchanged; the host's.
  *
- * Returns 0 always.
+ * @return 0 always.
  */
 RTSPS_EXPORT int32_t RTSPServer_SetEventCallBack(pRtspServerEventCallBack pCallBack,
                                                  void* pUserData);
