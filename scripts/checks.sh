@@ -19,6 +19,9 @@ lint() {
     configure lint -DRTSPSERVER_BUILD_TESTS=ON -DRTSPSERVER_BUILD_EXAMPLES=ON
     build lint -- -k 0 || failed+=(clang)
 
+    say "doxygen"
+    cmake --build --preset lint --target reference </dev/null >&2 || failed+=(doxygen)
+
     say "cppcheck"
     cppcheck -j "$(nproc)" --quiet --std=c++17 --language=c++ -Iinclude -Isrc --inline-suppr \
         --enable=warning,performance,portability --error-exitcode=1 src || failed+=(cppcheck)
