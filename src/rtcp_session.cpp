@@ -36,12 +36,16 @@ int CRtcpSession::close() {
 }
 
 int CRtcpSession::parse_rtp_packet(const uint8_t* pHeader, int len) {
-    m_ssrc = ReadBe32(pHeader + RTP_OFFSET_SSRC);
-    m_lastTimeStamp = ReadBe32(pHeader + RTP_OFFSET_TIMESTAMP);
-    ++m_pSend;
-    // Kept: the caller passes 0, so the octet count falls by 12 with every packet, modulo 2^32.
-    m_oSend += static_cast<uint32_t>(len - RTP_HEADER_SIZE);
+    count_packets(pHeader, len, 1);
     return 0;
+}
+
+void CRtcpSession::count_packets(const uint8_t* pLastHeader, int len, uint32_t nPackets) {
+    m_ssrc = ReadBe32(pLastHeader + RTP_OFFSET_SSRC);
+    m_lastTimeStamp = ReadBe32(pLastHeader + RTP_OFFSET_TIMESTAMP);
+    m_pSend += nPackets;
+    // Kept: the callers pass 0, so the octet count falls by 12 with every packet, modulo 2^32.
+    m_oSend += nPackets * static_cast<uint32_t>(len - RTP_HEADER_SIZE);
 }
 
 void CRtcpSession::calc_next_time() {

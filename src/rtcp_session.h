@@ -24,6 +24,8 @@ class CRtcpSession final : public CSession {
 
     // Accounts one RTP packet, given its header of at least 12 bytes; 0.
     int parse_rtp_packet(const uint8_t* pHeader, int len);
+    // The same for `nPackets` in a row, given the header of the last one.
+    void count_packets(const uint8_t* pLastHeader, int len, uint32_t nPackets);
 
     // Whether the next is_time() does anything but say 0.
     bool is_due() const;

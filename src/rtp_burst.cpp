@@ -6,10 +6,11 @@
 #include "rtp_packet.h"
 #include "rtsps_text.h"
 
-CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, uint16_t nExpectedSequence)
+CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, const CStamp& stamp,
+                     uint16_t nExpectedSequence)
     : m_pUnits(pUnits), m_kind(kind), m_nSequence(nExpectedSequence) {
     while (m_kind != NONE && len - m_nBytes >= RTP_PREFIX_SIZE) {
-        const uint8_t* pUnit = m_pUnits + m_nBytes;
+        uint8_t* pUnit = m_pUnits + m_nBytes;
         const int nUnit = UnitSize(m_nBytes);
         if (nUnit > len - m_nBytes || !admits(pUnit, nUnit)) {
             return;
@@ -22,6 +23,8 @@ CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, uint16_t nExpectedSeq
             }
             m_nSequence = static_cast<uint16_t>(nSequence + 1);
         }
+        stamp_unit(pUnit, nUnit, stamp);
+        m_pLastUnit = pUnit;
         m_nFirstSize = m_nUnits == 0 ? nUnit : m_nFirstSize;
         ++m_nUnits;
         m_nBytes += nUnit;
@@ -41,6 +44,13 @@ bool CRtpBurst::admits(const uint8_t* pUnit, int nUnit) const {
     }
     return m_nUnits == 0 || (nUnit <= m_nFirstSize && m_nUnits < MAX_DATAGRAMS &&
                              m_nBytes + nUnit <= MAX_DATAGRAM_BYTES);
+}
+
+void CRtpBurst::stamp_unit(uint8_t* pUnit, int nUnit, const CStamp& stamp) const {
+    WriteBe32(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SSRC, stamp.dwSSRC);
+    if (m_kind == STREAM) {
+        WriteRtpPrefix(pUnit, stamp.byChannel, nUnit - RTP_PREFIX_SIZE);
+    }
 }
 
 int CRtpBurst::UnitSize(int nOffset) const {

@@ -26,6 +26,13 @@ constexpr int RTP_PREFIX_OFFSET_CHANNEL = 1;
 constexpr int RTP_PREFIX_OFFSET_LENGTH = 2;
 constexpr uint8_t RTP_PREFIX_MAGIC = '$';
 
+inline void WriteRtpPrefix(uint8_t* pUnit, uint8_t byChannel, int nPacketSize) {
+    pUnit[0] = RTP_PREFIX_MAGIC;
+    pUnit[RTP_PREFIX_OFFSET_CHANNEL] = byChannel;
+    pUnit[RTP_PREFIX_OFFSET_LENGTH] = static_cast<uint8_t>(nPacketSize >> 8);
+    pUnit[RTP_PREFIX_OFFSET_LENGTH + 1] = static_cast<uint8_t>(nPacketSize);
+}
+
 // Wire structures overlay bytes that come from anywhere, so they ask for no alignment and may alias
 // any type.
 #define RTP_WIRE __attribute__((packed, may_alias))

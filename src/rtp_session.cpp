@@ -113,14 +113,18 @@ int CRtpSession::send_burst(void* buf, int len, int* pnUnits) {
     if (pTransmitter == nullptr || pTransmitter->get_status() != STAUTS_OK) {
         return 0;
     }
-    const CRtpBurst burst(static_cast<uint8_t*>(buf), len, pTransmitter->burst_kind(), m_seq);
+    const CRtpBurst::CStamp stamp = {get_trans_info()->dwRtpSSRC, get_trans_info()->byTcpFlag};
+    const CRtpBurst burst(static_cast<uint8_t*>(buf), len, pTransmitter->burst_kind(), stamp,
+                          m_seq);
     if (burst.Units() < 2 || (m_pRtcpSession != nullptr && m_pRtcpSession->is_due())) {
         return 0;  // a report that is due leaves right behind the next unit
     }
-    for (int nOffset = 0; nOffset < burst.Bytes(); nOffset += burst.UnitSize(nOffset)) {
-        stamp_unit(burst.Data() + nOffset, burst.UnitSize(nOffset));
-    }
     const int nTaken = pTransmitter->SendBurst(burst);
+    if (nTaken == burst.Bytes()) {
+        account_burst(burst);
+        *pnUnits = burst.Units();
+        return nTaken;
+    }
     const int nTried = nTaken < 0 ? burst.UnitSize(0) : nTaken;
     int nUnits = 0;
     for (int nOffset = 0; nOffset < nTried; nOffset += burst.UnitSize(nOffset)) {
@@ -139,13 +143,18 @@ void CRtpSession::stamp_unit(uint8_t* pUnit, int len) const {
     }
     if (len >= RTP_PREFIX_SIZE && GetTransMode() == TCP_MODE) {
         // Kept: these four bytes are sent, with channel 0 and length 0.
-        pUnit[0] = '$';
-        pUnit[1] = 0;
-        WriteBe16(pUnit + 2, 0);
+        WriteRtpPrefix(pUnit, 0, 0);
     } else if (len >= RTP_PREFIX_SIZE && GetTransMode() == RTPOVERRTSP_MODE) {
-        pUnit[0] = '$';
-        pUnit[1] = get_trans_info()->byTcpFlag;
-        WriteBe16(pUnit + 2, static_cast<uint16_t>(len - RTP_PREFIX_SIZE));
+        WriteRtpPrefix(pUnit, get_trans_info()->byTcpFlag, len - RTP_PREFIX_SIZE);
+    }
+}
+
+// What account_unit does with each unit of a burst in turn: no sequence number in it is amiss.
+void CRtpSession::account_burst(const CRtpBurst& burst) {
+    m_seq = burst.NextSequence();
+    if (m_pRtcpSession != nullptr) {
+        m_pRtcpSession->count_packets(burst.LastUnit() + RTP_PREFIX_SIZE, 0,
+                                      static_cast<uint32_t>(burst.Units()));
     }
 }
 

@@ -40,6 +40,7 @@ class CRtpSession final : public CSession {
   private:
     void open_rtcp(const TRANS_INFO& info);
     void stamp_unit(uint8_t* pUnit, int len) const;
+    void account_burst(const CRtpBurst& burst);
     void account_unit(const uint8_t* pUnit, int len);
     void check_sequence(const uint8_t* pHeader);
 

@@ -160,8 +160,25 @@ class CRtspSession {
         return szText != nullptr ? szText : "";
     }
 
+    // --- What every push looks at, side by side ---
+
     // atomic: set by the session's thread, by Close and by a fatal push; read by all
     std::atomic<bool> m_bQuit{true};
+    // atomic: the last method that succeeded, or RTSP_ERROR. Written by the session's thread.
+    // Storing PLAY publishes the request configuration and the transport to the pushes.
+    std::atomic<eRTSP_METHOD_INDEX> m_emRtspStat{RTSP_UNKNOWN};
+    CMutex m_mutexSend;  // every write to the client, and the end of its socket
+    // Made by the session's thread before its first PLAY, detached under m_mutexSend by Close.
+    std::unique_ptr<CTransCtrl> m_pTransCtrl;
+    // atomic: written by SETUP, read by pushes; -1 matches no payload type
+    std::atomic<int32_t> m_nVideoPT{-1};
+    std::atomic<int32_t> m_nAudioPT{-1};
+    int32_t m_nSndErrCounter GUARDED_BY(m_mutexSend) = 0;  // short pushes in a row
+    // Written by DESCRIBE; read by pushes once they have seen the state PLAY.
+    tagRtspRequestCfg m_stuReqCfg{};
+
+    // --- The rest ---
+
     // Present, and switched off by these values for the whole life of a session: session-id
     // checking, the idle rule, and authentication below.
     bool m_bNeedCheckId = false;
@@ -169,33 +186,21 @@ class CRtspSession {
     bool m_bAuthChecked = false;
     bool m_bUseHeartBeat = false;
     const uint32_t m_dwSessionId;
-    int32_t m_nCSeq = 0;                                   // of the last request that succeeded
-    int32_t m_nCheckUserPwdMode = 0;                       // 0 none, 1 Basic, 2 Digest
-    int32_t m_nSndErrCounter GUARDED_BY(m_mutexSend) = 0;  // short pushes in a row
-    uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;    // in all
+    int32_t m_nCSeq = 0;                                 // of the last request that succeeded
+    int32_t m_nCheckUserPwdMode = 0;                     // 0 none, 1 Basic, 2 Digest
+    uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;  // in all
     uint32_t m_nLongestShortRun GUARDED_BY(m_mutexSend) = 0;
     CSessionEvents m_events;
     std::atomic<bool> m_bEnded{false};  // atomic: set by the session's thread as its last act
-    // atomic: written by SETUP, read by pushes; -1 matches no payload type
-    std::atomic<int32_t> m_nVideoPT{-1};
-    std::atomic<int32_t> m_nAudioPT{-1};
     CBB_HANDLE m_hSrvThread GUARDED_BY(m_mutexClose) = nullptr;
     CMutex m_mutexClose ACQUIRED_BEFORE(m_mutexSend);  // one Close at a time
-    CMutex m_mutexSend;  // every write to the client, and the end of its socket
     // atomic: read by the session's thread; closed under m_mutexSend once that thread has ended
     std::atomic<CBB_SOCK_T> m_sockfd{-1};
     CBB_ADDR_T m_serverAddr{};
     CBB_ADDR_T m_clientAddr{};
     CBB_ADDR_T m_mcastAddr{};  // stays zeroed: multicast is refused
     CRtspMsgParser m_parser;
-    // Written by DESCRIBE; read by pushes once they have seen the state PLAY.
-    tagRtspRequestCfg m_stuReqCfg{};
     ETRANS_MODE m_emTransmode = NON_MODE;
-    // atomic: the last method that succeeded, or RTSP_ERROR. Written by the session's thread.
-    // Storing PLAY publishes the request configuration and the transport to the pushes.
-    std::atomic<eRTSP_METHOD_INDEX> m_emRtspStat{RTSP_UNKNOWN};
-    // Made by the session's thread before its first PLAY, detached under m_mutexSend by Close.
-    std::unique_ptr<CTransCtrl> m_pTransCtrl;
     // The manager's, under its lock: its own reference still stands; one reference is kept for
     // good.
     bool m_bRegistered = true;

@@ -269,8 +269,12 @@ void CRtspSessionManager::make_room() {
 
 int CRtspSessionManager::SendRealStream(int nChan, int nStreamType, void* pData, int nLen) {
     const CSessionList sessions = getSession();
-    for (const tagSessionRef& entry : sessions) {
-        entry.pSession->SendRealStream(nChan, nStreamType, pData, nLen);
+    for (size_t i = 0; i < sessions.nCount; ++i) {
+        if (i + 1 < sessions.nCount) {
+            // The send of one client pushes the others out of the cache.
+            __builtin_prefetch(sessions.entries[i + 1].pSession);
+        }
+        sessions.entries[i].pSession->SendRealStream(nChan, nStreamType, pData, nLen);
     }
     releaseSession(sessions);
     return 0;

@@ -86,10 +86,10 @@ class CTransCtrl {
     std::unique_ptr<CRtpSession> m_pVideoSession GUARDED_BY(m_mutexMedia);
     std::unique_ptr<CRtpSession> m_pAudioSession GUARDED_BY(m_mutexMedia);
     CRtspSession* m_pRtspSession GUARDED_BY(m_mutexMedia);  // not owned; null after Close
-    TRANS_INFO m_stuVideoTransInfo GUARDED_BY(m_mutexMedia){};
-    TRANS_INFO m_stuAudioTransInfo GUARDED_BY(m_mutexMedia){};
     CStreamTotals m_videoTotals GUARDED_BY(m_mutexMedia);
     CStreamTotals m_audioTotals GUARDED_BY(m_mutexMedia);
+    TRANS_INFO m_stuVideoTransInfo GUARDED_BY(m_mutexMedia){};
+    TRANS_INFO m_stuAudioTransInfo GUARDED_BY(m_mutexMedia){};
     CSupersededSessions m_supersededVideo GUARDED_BY(m_mutexMedia);
     CSupersededSessions m_supersededAudio GUARDED_BY(m_mutexMedia);
 };

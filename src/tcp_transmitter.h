@@ -27,6 +27,10 @@ class CPendingTransmitter : public CTransmitter {
     int send_burst(const CRtpBurst& burst);
     int pending_size() const { return m_nBufDataSize; }
 
+    // The interleaved connection. It stands here, before the buffer, and not in the class that it
+    // belongs to, behind it: a client that keeps up needs one page for its transmitter, not two.
+    CBB_SOCK_T m_Sockfd = -1;
+
   private:
     int send_fresh(const void* buf, int len, int timeout);
     bool keep_tail(const unsigned char* pTail, int nTail);
@@ -97,7 +101,6 @@ class CRtpOverRtspTransmitter final : public CPendingTransmitter {
     CBB_SOCK_T data_socket() const override { return m_Sockfd; }
     void warn_of_pending() const;
 
-    CBB_SOCK_T m_Sockfd = -1;
     CBB_ADDR_T m_LocalAddr{};
     CBB_ADDR_T m_RemoteAddr{};
     int m_rtpFlag = 255;

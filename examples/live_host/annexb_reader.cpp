@@ -2,12 +2,12 @@
 #include "annexb_reader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace {
 
-constexpr uint8_t START_CODE[] = {0, 0, 1};
-constexpr size_t START_CODE_SIZE = sizeof(START_CODE);
+constexpr size_t START_CODE_SIZE = 3;  // 0 0 1
 constexpr size_t NOT_FOUND = static_cast<size_t>(-1);
 
 }  // namespace
@@ -78,13 +78,18 @@ CAnnexBReader::EResult CAnnexBReader::SkipToFirstNal() {
 
 // Position of the next start code, or NOT_FOUND. Bytes once searched are not searched again.
 size_t CAnnexBReader::FindStartCode() {
-    const auto from = m_bytes.begin() + static_cast<std::ptrdiff_t>(m_scanPos);
-    const auto it = std::search(from, m_bytes.end(), START_CODE, START_CODE + START_CODE_SIZE);
-    if (it != m_bytes.end()) {
-        m_scanPos = static_cast<size_t>(it - m_bytes.begin());
-        return m_scanPos;
-    }
     const size_t kept = START_CODE_SIZE - 1;
+    // Its 1 is rarer than its zeros, and memchr looks at many bytes at once.
+    for (size_t pos = m_scanPos + kept; pos < m_bytes.size(); ++pos) {
+        const void* pOne = memchr(m_bytes.data() + pos, 1, m_bytes.size() - pos);
+        if (pOne == nullptr)
+            break;
+        pos = static_cast<size_t>(static_cast<const uint8_t*>(pOne) - m_bytes.data());
+        if (m_bytes[pos - 1] == 0 && m_bytes[pos - 2] == 0) {
+            m_scanPos = pos - kept;
+            return m_scanPos;
+        }
+    }
     m_scanPos = std::max(m_scanPos, m_bytes.size() - std::min(m_bytes.size(), kept));
     return NOT_FOUND;
 }
