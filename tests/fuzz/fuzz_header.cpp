@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+// Each header form with rules of its own, and what reads it. The first byte selects the form.
+#include <memory>
+
+#include "fuzz_support.h"
+#include "rtsp_clock_time.h"
+#include "rtsp_msg.h"
+#include "rtsp_msg_parser.h"
+#include "rtsp_nptime.h"
+#include "rtsps_mpte.h"
+
+// A time that is not negative is written so that it is read as the same second.
+template <class Time>
+static void CheckTime(const std::string& text) {
+    Time time(text.data(), static_cast<int>(text.size()));
+    FUZZ_CHECK(time.usec() >= 0 && time.usec() < 1000000);
+    Time again;
+    again.FromString(time.to_string());
+    FUZZ_CHECK(time.to_sec() < 0 || again.to_sec() == time.to_sec());
+    again += time;
+    again -= time;
+}
+
+void Fuzz(CFuzzInput input) {
+    static constexpr const char* NAMES[] = {"Transport", "Range",  "Session", "Authorization",
+                                            "RTP-Info",  "Public", "CSeq"};
+    const std::string name = NAMES[input.Byte() % std::size(NAMES)];
+    const std::string value = input.Text();
+    const std::string line = name + ":" + value;
+    CRtspRequest request;
+    request.AddHeader(
+        CRtspMsgParser().ParseHeader(line.data(), static_cast<int>(line.size())).release());
+    const CRtspHeader* pHeader = request.GetHeader(name.c_str());
+    FUZZ_CHECK(pHeader != nullptr);
+    const std::string written = WrittenBy(*pHeader);
+    FUZZ_CHECK(written.find("\r\n") == written.size() - 2);
+    // A copy of a range is a plain value, without the unit.
+    const std::unique_ptr<CRtspHeader> copy(pHeader->clone());
+    FUZZ_CHECK(name == "Range" || WrittenBy(*copy) == written);
+    CheckTime<NPTime>(value);
+    CheckTime<ClockTime>(value);
+    SMPTETimeCode(value.data(), static_cast<int>(value.size())).to_string();
+    CRtspResponse reply(RTSP_STATUS_200);
+    for (const auto protocol : {protocol_udp, protocol_mcast, protocol_over_rtsp}) {
+        unsigned char channels[2] = {};
+        reply.append_transport(&request, protocol, 0x1A2B3C4D, 6000, 6001, "192.0.2.1",
+                               &channels[0], &channels[1]);
+    }
+    FUZZ_CHECK(WrittenBy(reply).find("\r\n\r\n") == WrittenBy(reply).size() - 4);
+    FUZZ_CHECK(name != "Authorization" || pHeader->GetHeaderValue()->ParameterCount() == 1);
+    FUZZ_CHECK(CRtspResponse::CheckSessionId(&request, 12345678U) != 0 ||
+               (name == "Session" && value.find("12345678") != value.npos));
+}

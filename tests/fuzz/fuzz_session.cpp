@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+// A byte stream, in arbitrary pieces, to a whole session over a pair of sockets: whatever it
+// answers is well formed, it ends when the client leaves, and it leaves nothing behind.
+//
+// Input: what the client sends, with three marks. 0xFF ends a piece, which the session receives by
+// itself; so does 0xFE, and then the host pushes media; 0xFD sends the next byte as it is.
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <set>
+#include <string_view>
+
+#include "fuzz_support.h"
+#include "rtsps_server.h"
+#include "rtsps_session.h"
+
+struct CRtspSessionProbe {
+    static CBB_ADDR_T& ServerAddr(CRtspSession& session) { return session.m_serverAddr; }
+};
+
+namespace {
+
+constexpr unsigned int SESSION_ID = 305419896;
+constexpr uint8_t TYPES[] = {96, 8};  // video and audio
+constexpr size_t UNIT_SIZE = 64;
+constexpr size_t LARGEST_REPLY = 1024;
+constexpr std::string_view NAMES =
+    ",CSeq,Public,Content-Type,Content-Length,Session,Transport,Connection,";
+const int g_nFirstPort = 20000 + getpid() % 10000 * 2;
+const int g_nLastPort = g_nFirstPort + 2 * 23;
+
+// The host's one packet of each kind: the payload type over and over.
+Bytes MakeUnit(uint8_t byType) {
+    Bytes unit(UNIT_SIZE, byType);
+    WriteBe16(&unit[2], UNIT_SIZE - 4);
+    return unit;
+}
+
+// The server, for its stream records and its data ports; nobody connects to it.
+bool StartServer() {
+    TRtspServerPara para{};
+    para.byDbg = 1;
+    para.nMinPort = g_nFirstPort;
+    para.nMaxPort = g_nLastPort;
+    TRtspServerStreamInfo info{
+        TYPES[0], TYPES[1], 1, 2, RTSPS_AUDIO_STREAM_TYPE_G711A, RTSPS_VIDEO_STREAM_TYPE_H264, {}};
+    return RTSPServer_Init(&para) == 0 && RTSPServer_SetStreamInfo(1, 0, &info) == 0 &&
+           RTSPServer_SetStreamInfo(1, 1, &info) == 0 && RTSPServer_Start() == 0;
+}
+
+// Every pair must be back. What failed requests gave back of the client's numbers is dropped.
+void CollectPorts() {
+    std::set<int> free;
+    for (int n = -1; n != 0; n = CRtspServer::Instance()->BorrowDataPort()) {
+        free.insert(n);
+    }
+    for (int n = g_nFirstPort; n <= g_nLastPort; n += 2) {
+        FUZZ_CHECK(free.count(n) == 1);
+        CRtspServer::Instance()->GivebackDataPort(n);
+    }
+}
+
+// The length of the reply that `bytes` begin with.
+size_t CheckReply(std::string_view bytes) {
+    const size_t nHead = bytes.find("\r\n\r\n");
+    FUZZ_CHECK(nHead < LARGEST_REPLY);
+    const std::string code(bytes.substr(9, 3));
+    const auto* pStatus = get_rtsp_status_map(get_rtsp_status_index(code.c_str()));
+    size_t nEnd = bytes.find("\r\n");
+    FUZZ_CHECK(pStatus != nullptr &&
+               bytes.substr(0, nEnd) == "RTSP/1.0 " + code + " " + pStatus->msg);
+    size_t nReply = nHead + 4;
+    while (nEnd < nHead) {
+        const std::string line(bytes.substr(nEnd + 2, bytes.find("\r\n", nEnd + 2) - nEnd - 2));
+        const std::string name = line.substr(0, line.find(": "));
+        FUZZ_CHECK(NAMES.find("," + name + ",") != NAMES.npos && line.size() > name.size() &&
+                   line.find_first_of(std::string("\r\n\0", 3)) == line.npos);
+        FUZZ_CHECK(name != "Session" || line == "Session: " + std::to_string(SESSION_ID));
+        nReply += name == "Content-Length" ? std::stoul(line.substr(name.size() + 2)) : 0;
+        nEnd += 2 + line.size();
+    }
+    FUZZ_CHECK(nReply <= bytes.size() && nReply < LARGEST_REPLY);
+    FUZZ_CHECK(nReply == nHead + 4 || bytes.find("v=0\r\n") == nHead + 4);
+    return nReply;
+}
+
+// The same for a frame, which carries one of the host's packets with the SSRC of the stream.
+size_t CheckFrame(std::string_view bytes) {
+    FUZZ_CHECK(bytes.size() >= UNIT_SIZE);
+    const Bytes unit = MakeUnit(bytes[4] == TYPES[0] ? TYPES[0] : TYPES[1]);
+    FUZZ_CHECK(memcmp(&bytes[2], &unit[2], 10) == 0 &&
+               memcmp(&bytes[16], &unit[16], UNIT_SIZE - 16) == 0);
+    return UNIT_SIZE;
+}
+
+// Lets the session hear the input; what it answers, and in `pPieces` how many pieces it received.
+std::string Talk(CFuzzInput input, size_t* pPieces) {
+    int fds[2] = {-1, -1};
+    FUZZ_CHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0);
+    CBB_ADDR_T addr{};
+    CBB_MakeAddrByString(AF_INET, "127.0.0.1", 0, &addr);
+    CRtspSession session(SESSION_ID);
+    FUZZ_CHECK(session.Open(fds[0], &addr) == 0);
+    // A pair of sockets has none to lend data ports on. Nobody reads it before a SETUP.
+    CRtspSessionProbe::ServerAddr(session) = addr;
+    std::string answers, piece;
+    const auto Receive = [&] {
+        char bytes[4096];
+        ssize_t n = 0;
+        while ((n = recv(fds[1], bytes, sizeof(bytes), MSG_DONTWAIT)) > 0) {
+            answers.append(bytes, static_cast<size_t>(n));
+        }
+    };
+    while (!input.Empty() && session.IsRunning()) {
+        const uint8_t c = input.Byte();
+        if (c < 0xFE) {
+            piece += static_cast<char>(c == 0xFD ? input.Byte() : c);
+        }
+        if ((c >= 0xFE || input.Empty()) && !piece.empty()) {
+            FUZZ_CHECK(CBB_Sendn(fds[1], piece.data(), static_cast<int>(piece.size()), 0) > 0);
+            FUZZ_CHECK(WaitBriefly([&] {  // until all is received
+                int nUnread = 0;
+                ioctl(fds[0], FIONREAD, &nUnread);
+                return nUnread == 0 || !session.IsRunning();
+            }));
+            piece.clear();
+            ++*pPieces;
+        }
+        Receive();
+        // Interleaved only: the ports that an input names may be somebody's on this machine.
+        if (c == 0xFE && answers.find("server_port=") == answers.npos) {
+            for (const uint8_t byType : TYPES) {
+                session.SendRealStream(1, 0, MakeUnit(byType).data(), UNIT_SIZE);
+            }
+        }
+    }
+    shutdown(fds[1], SHUT_WR);
+    FUZZ_CHECK(WaitBriefly([&] { return !session.IsRunning(); }));
+    session.Close();
+    Receive();
+    close(fds[1]);
+    return answers;
+}
+
+}  // namespace
+
+void Fuzz(CFuzzInput input) {
+    static const bool s_bStarted = StartServer();
+    const int nDescriptors = CountDescriptors();
+    size_t nPieces = 0;
+    const std::string answers = Talk(std::move(input), &nPieces);
+    FUZZ_CHECK(s_bStarted && CountDescriptors() == nDescriptors);
+    CollectPorts();
+    for (std::string_view rest = answers; !rest.empty();) {
+        const bool bFrame = rest[0] == '$';
+        FUZZ_CHECK(bFrame || nPieces-- > 0);  // at most a reply for each
+        rest.remove_prefix(bFrame ? CheckFrame(rest) : CheckReply(rest));
+    }
+}

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// A URL that is taken is the text in lower case, and selects what its path says. Addresses in text
+// are compared with the system's own conversion, in both directions, where the two agree.
+#include <arpa/inet.h>
+#include <strings.h>
+
+#include "cbb.h"
+#include "fuzz_support.h"
+#include "rtsps_url.h"
+
+// In memory of exactly the stated size.
+static void CheckPrinted(const uint8_t* pAddr) {
+    char szExpected[INET6_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET6, pAddr, szExpected, sizeof(szExpected));
+    // Kept: an embedded IPv4 address of more than 8 characters is not printed.
+    const char* szDotted = strchr(szExpected, '.') == nullptr ? nullptr : strrchr(szExpected, ':');
+    const bool bNever = szDotted != nullptr && strlen(szDotted + 1) > 8;
+    for (const size_t nRoom : {strlen(szExpected), strlen(szExpected) + 1}) {
+        std::vector<char> out(nRoom);
+        const char* sz = CBB_InetNtop(AF_INET6, pAddr, out.data(), static_cast<int32_t>(nRoom));
+        FUZZ_CHECK((sz != nullptr) == (nRoom > strlen(szExpected) && !bNever));
+        FUZZ_CHECK(sz == nullptr || strcmp(sz, szExpected) == 0);
+    }
+}
+
+static void CheckAddress(const std::string& text, const Bytes& bytes) {
+    uint8_t expected[16] = {};
+    CBB_ADDR_T addr{};
+    const bool bRead = CBB_MakeAddrByString(AF_INET6, text.c_str(), 554, &addr) == 0;
+    const uint8_t* pRead = addr.SA.sin6.sin6_addr.s6_addr;
+    // Kept differences: a leading "::" is not expanded, and no dotted end follows a "::".
+    if (inet_pton(AF_INET6, text.c_str(), expected) == 1 && text[0] != ':' &&
+        (text.find("::") == text.npos || text.find('.') == text.npos)) {
+        FUZZ_CHECK(bRead && memcmp(expected, pRead, sizeof(expected)) == 0);
+    }
+    CheckPrinted(bRead || bytes.size() < sizeof(expected) ? pRead : bytes.data());
+}
+
+void Fuzz(CFuzzInput input) {
+    const Bytes bytes = input.All();
+    const std::string text = input.Text().c_str();  // up to the first NUL
+    CheckAddress(text, bytes);
+    const CRtspUrl url(text.c_str());
+    tagRtspRequestCfg cfg{};
+    url.get_req_cfg(&cfg);
+    FUZZ_CHECK(cfg.nReqType == 0 && cfg.nStreamtype >= 0 && cfg.nStreamtype <= 2);
+    const std::string lower = url.get_rtsp_url();
+    const size_t nMark = lower.find("://");
+    const size_t nChan = lower.find("chan", lower.find('/', nMark == lower.npos ? 0 : nMark + 3));
+    const size_t nSlash = lower.find('/', nChan);
+    if (url.IsValid()) {
+        FUZZ_CHECK(text.size() < 256 && strcasecmp(lower.c_str(), text.c_str()) == 0);
+        FUZZ_CHECK(nChan != lower.npos && nSlash != lower.npos);
+        const auto nDigits = static_cast<int>(nSlash - nChan) - 4;
+        FUZZ_CHECK(cfg.nChan == CRtspUrl::atoin(&lower[nChan + 4], nDigits));
+        for (int i = 0; i <= cfg.nStreamtype; ++i) {
+            static constexpr const char* NAMES[] = {"main", "sub", "third"};
+            FUZZ_CHECK((lower.find(NAMES[i], nSlash) != lower.npos) == (i == cfg.nStreamtype));
+        }
+    }
+}
