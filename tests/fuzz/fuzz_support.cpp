@@ -33,12 +33,14 @@ int main(int argc, char** argv) {
     if (argc != 2 || freopen("/dev/null", "w", stdout) == nullptr) {
         return 2;
     }
+    int nResult = 1;  // nothing to replay
     for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
         fprintf(stderr, "%s\n", entry.path().c_str());
         std::ifstream file(entry.path(), std::ios::binary);
         Fuzz(CFuzzInput({std::istreambuf_iterator<char>(file), {}}));
+        nResult = 0;
     }
-    return 0;
+    return nResult;
 }
 #else
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
