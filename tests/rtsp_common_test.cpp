@@ -3,29 +3,20 @@
 
 #include <gtest/gtest.h>
 
-#include <utility>
+#include <tuple>
 
-TEST(RtspCommon, MethodOfAWord) {
-    const std::pair<const char*, eRTSP_METHOD_INDEX> cases[] = {
-        {"SETUP", RTSP_SETUP},    {"SET_PARAMETER", RTSP_SET_PARAM},
-        {"Setup", RTSP_ERROR},    {"SETUP ", RTSP_ERROR},
-        {"SETU", RTSP_ERROR},     {"", RTSP_ERROR},
-        {"UNKNOW", RTSP_UNKNOWN}, {"UNKNOWN", RTSP_ERROR},
-        {nullptr, RTSP_UNKNOWN},
-    };
-    for (const auto& [szWord, expected] : cases) {
+TEST(RtspCommon, MethodOfAWordAndBack) {
+    const std::tuple<const char*, eRTSP_METHOD_INDEX, const char*> cases[] = {
+        {"SETUP", RTSP_SETUP, "SETUP"},          {"SET_PARAMETER", RTSP_SET_PARAM, "SET_PARAMETER"},
+        {"Setup", RTSP_ERROR, "ERROR"},          {"SETUP ", RTSP_ERROR, "ERROR"},
+        {"UNKNOW", RTSP_UNKNOWN, "UNKNOW"},      {"SETU", RTSP_ERROR, "ERROR"},
+        {"TEARDOWN", RTSP_TEARDOWN, "TEARDOWN"}, {nullptr, RTSP_UNKNOWN, "UNKNOW"}};
+    for (const auto& [szWord, expected, szBack] : cases) {
         EXPECT_EQ(get_rtsp_method(szWord), expected) << (szWord ? szWord : "(null)");
+        EXPECT_STREQ(get_rtsp_method(expected), szBack);
     }
-}
-
-TEST(RtspCommon, WordOfAMethod) {
-    const std::pair<int, const char*> cases[] = {
-        {RTSP_TEARDOWN, "TEARDOWN"}, {RTSP_UNKNOWN, "UNKNOW"},   {RTSP_GET_PARAM, "GET_PARAMETER"},
-        {RTSP_RESPONSE, "ERROR"},    {RTSP_RANDOMPLAY, "ERROR"}, {99, "ERROR"},
-    };
-    for (const auto& [nMethod, szExpected] : cases) {
-        EXPECT_STREQ(get_rtsp_method(static_cast<eRTSP_METHOD_INDEX>(nMethod)), szExpected);
-    }
+    for (const int nMethod : {int{RTSP_RESPONSE}, int{RTSP_RANDOMPLAY}, 99})
+        EXPECT_STREQ(get_rtsp_method(static_cast<eRTSP_METHOD_INDEX>(nMethod)), "ERROR");
 }
 
 // A row in the wrong place would answer one failure with the code of another.

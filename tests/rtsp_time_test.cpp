@@ -8,6 +8,7 @@
 #include <ctime>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "rtsp_clock_time.h"
 #include "rtsp_header.h"
@@ -29,71 +30,53 @@ void UseTimeZone(const char* szZone) {
 TEST(RtspRange, ParsedAndWrittenBack) {
     UseTimeZone("UTC");
     const std::tuple<const char*, RangeType, unsigned long, unsigned long, const char*> cases[] = {
-        {"npt=0-", TR_NPT, 0, 0, "npt=-"},
-        {"npt=10-20", TR_NPT, 10, 20, "npt=10-20"},
-        {"npt=1:00-", TR_NPT, 60, 0, "npt=60-"},
         {"npt=-20", TR_NPT, 0, 20, "npt=-20"},
-        {"npt=10", TR_NPT, 10, 0, "npt=10-"},
-        {"npt=now-", TR_NPT, 0, 0, "npt=-"},
-        {"npt=99999999999-", TR_NPT, INT_MAX, 0, "npt=2147483647-"},
-        {"npt", TR_NPT, 0, 0, "npt=-"},
+        {"npt=10-20", TR_NPT, 10, 20, "npt=10-20"},
         {"np=7-", TR_NPT, 7, 0, "npt=7-"},
         {"", TR_SMPTE, 0, 0, "smpte=-"},
-        {"clock=19700101T000010Z", TR_CLOCK, 10, 0, "clock=19700101T000010Z-"},
         {"clock=20240229T235959Z-20240301T000000Z", TR_CLOCK, 1709251199, 1709251200,
          "clock=20240229T235959Z-20240301T000000Z"},
         {"clock=20240229-", TR_CLOCK, 0, 0, "clock=-"},
-        {"smpte=1:00:00-2:00:00", TR_SMPTE, 3600, 7200, "smpte=00:00:03.18-00:00:07.06"}};
+        {"smpte=1:00:00-2:00:00", TR_SMPTE, 3600, 7200, "smpte=00:00:03.18-00:00:07.06"},
+        {"nptx=0-", TR_NPT, 0, 0, nullptr},
+        {"NPT=0-", TR_NPT, 0, 0, nullptr}};
     for (const auto& [szText, type, nBegin, nEnd, szWritten] : cases) {
         CRtspHeader header("Range");
         CRtspMsgParser().ParseRangeValue(szText, static_cast<int>(strlen(szText)), &header);
         const auto* pRange = dynamic_cast<const CRtspRangeValue*>(header.GetHeaderValue());
-        ASSERT_NE(pRange, nullptr) << szText;
-        EXPECT_EQ(pRange->Type(), type) << szText;
-        EXPECT_EQ(pRange->Begin(), nBegin) << szText;
-        EXPECT_EQ(pRange->End(), nEnd) << szText;
+        ASSERT_EQ(pRange != nullptr, szWritten != nullptr) << szText;
+        if (pRange == nullptr) {
+            continue;
+        }
+        EXPECT_EQ(std::tuple(pRange->Type(), pRange->Begin(), pRange->End()),
+                  std::tuple(type, nBegin, nEnd))
+            << szText;
         char szOut[256] = {};
         pRange->as_string(szOut);
         EXPECT_STREQ(szOut, szWritten);
-    }
-    for (const std::string text : {"bytes=0-", "nptx=0-", "npt =0-", "NPT=0-"}) {
-        CRtspHeader header("Range");
-        CRtspMsgParser().ParseRangeValue(text.data(), static_cast<int>(text.size()), &header);
-        EXPECT_EQ(header.GetHeaderValue(), nullptr) << text;
     }
 }
 
 // Kept: each product is cut by itself, too many fields are none, and 31 bytes are read.
 TEST(NptTime, FieldsOfText) {
-    // clang-format off: short rows side by side
+    // clang-format off
     const std::tuple<const char*, int, int, const char*> cases[] = {
-        {"90.5", 90, 500000, "90.500000"},
-        {"1:00:00", 3600, 0, "3600"},
+        {"90.5", 90, 500000, "90.500000"}, {"1:00:00", 3600, 0, "3600"},
+        {"1:2:3:4:5", 0, 0, "0"},          {"0.9999:0", 59, 0, "59"},
+        {"::7", 7, 0, "7"},                {"-1.5", -2, 500000, "-2.500000"},
+        {"nan", 0, 0, "0"},                {"inf", INT_MAX, 0, "2147483647"},
         {"1:2:3:4.25", 93784, 250000, "93784.250000"},
-        {"1:2:3:4:5", 0, 0, "0"},
-        {"0.5:30", 60, 0, "60"},
-        {"0.9999:0", 59, 0, "59"},
-        {"::7", 7, 0, "7"},
-        {"", 0, 0, "0"},
-        {":", 0, 0, "0"},
-        {"-1.5", -2, 500000, "-2.500000"},
-        {"nan", 0, 0, "0"},
-        {"inf", INT_MAX, 0, "2147483647"},
         {"1e300:1e300:1e300", INT_MAX, 0, "2147483647"},
         {"-1e300:-0.5", INT_MIN, 500000, "-2147483648.500000"},
         {"0000000000000000000000000000001234", 1, 0, "1"}};
     // clang-format on
     for (const auto& [szText, nSec, nUsec, szWritten] : cases) {
         NPTime time(szText, static_cast<int>(strlen(szText)));
-        EXPECT_EQ(time.to_sec(), nSec) << szText;
-        EXPECT_EQ(time.usec(), nUsec) << szText;
+        EXPECT_EQ(std::pair(time.to_sec(), time.usec()), std::pair(nSec, nUsec)) << szText;
         EXPECT_STREQ(time.to_string(), szWritten);
     }
     EXPECT_EQ(NPTime("1234", 2).to_sec(), 12);
     EXPECT_EQ(NPTime(nullptr, 4).to_sec(), 0);
-}
-
-TEST(NptTime, Arithmetic) {
     const NPTime a(1, 700000), b(2, 600000);
     EXPECT_EQ((a + b).to_msec(), 4300);
     EXPECT_EQ((a - b).to_msec(), -900);
@@ -105,10 +88,8 @@ TEST(NptTime, Arithmetic) {
 // Without T or Z nothing is read; missing fields are 0.
 TEST(ClockTimeTest, ReadsLocalTimeAndWritesUtc) {
     const std::tuple<const char*, const char*, int, const char*> cases[] = {
-        {"UTC", "  20000101T000000Z", 946684800, "20000101T000000Z"},
-        {"UTC", "20000101T000000.25Z", 946684800, "20000101T000000Z"},
+        {"UTC", "  20000101T000000.25Z", 946684800, "20000101T000000Z"},
         {"UTC", "19691231T235959Z", -1, "19691231T235959Z"},
-        {"UTC", "20000101T000000", 0, "19700101T000000Z"},
         {"UTC", "20000101 000000Z", 0, "19700101T000000Z"},
         {"UTC", "2000T0101Z", 943920000, "19991130T000000Z"},
         {"UTC", "99991231T235959Z", INT_MAX, "20380119T031407Z"},
@@ -125,22 +106,15 @@ TEST(ClockTimeTest, ReadsLocalTimeAndWritesUtc) {
 }
 
 TEST(SmpteTime, WrittenAndRead) {
-    // clang-format off: short rows side by side
-    const std::tuple<unsigned long, const char*> written[] = {{0, "00:00:00"},
-                                                              {33, "00:00:00"},
-                                                              {34, "00:00:00.01"},
-                                                              {59999, "00:00:59.29"},
-                                                              {3725000, "01:02:05"},
-                                                              {360000000, "100:00:00"},
-                                                              {ULONG_MAX, "2147483647:25:51.18"}};
-    const std::tuple<const char*, uint64_t> read[] = {
-        {"00:00:10", 10000}, {"01:02:03.15", 3723501}, {"01:02", 3720000},  {"5", 18000000},
-        {"0:0:0.29", 968},   {"0:0:0.30", 0},          {"0:0:1.7 9", 1234}, {"", 0},
-        {"a:b:c.d", 0}};
-    // clang-format on
+    const std::pair<unsigned long, const char*> written[] = {
+        {33, "00:00:00"},      {34, "00:00:00.01"},      {59999, "00:00:59.29"},
+        {3725000, "01:02:05"}, {360000000, "100:00:00"}, {ULONG_MAX, "2147483647:25:51.18"}};
     for (const auto& [nMsecs, szText] : written) {
         EXPECT_STREQ(SMPTETimeCode(nMsecs).to_string(), szText) << nMsecs;
     }
+    const std::pair<const char*, uint64_t> read[] = {
+        {"01:02:03.15", 3723501}, {"01:02", 3720000},  {"5", 18000000}, {"0:0:0.29", 968},
+        {"0:0:0.30", 0},          {"0:0:1.7 9", 1234}, {"", 0},         {"a:b:c.d", 0}};
     for (const auto& [szText, nMsecs] : read) {
         EXPECT_EQ(SMPTETimeCode(szText, static_cast<int>(strlen(szText))).msecs(), nMsecs);
     }
