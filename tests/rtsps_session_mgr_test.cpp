@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_session_mgr.h"
 
-#include <gtest/gtest.h>
-#include <sys/time.h>
-
-#include <cstdlib>
 #include <functional>
 #include <map>
 
@@ -66,56 +62,42 @@ TEST(SessionManager, ReferencesDecideWhenASessionIsDestroyed) {
     }
 }
 
-TEST(SessionManager, SnapshotIsOrderedAndSweepTakesOnlyWhatHasEnded) {
-    for (const uint32_t id : {0x80000001U, 5U, 9U, 1U}) {
-        EXPECT_EQ(Manager().AddSession(MakeSession(id)), 0);
-    }
-    CRtspSessionProbe(*Manager().getSession(5)).bQuit = true;
-    Manager().releaseSession(5);
-    Manager().DelExceptionSession();
-    const CSessionList sessions = Manager().getSession();
-    std::string ids;
-    for (const tagSessionRef& entry : sessions) {
-        ids += std::to_string(entry.pSession->GetSessionId()) + " ";
-    }
-    EXPECT_EQ(ids, "1 9 2147483649 ");
-    Manager().releaseSession(sessions);
-    Manager().Close();
-}
-
 TEST(SessionManager, FullRegistryRefusesUntilSomethingEnds) {
     const CLogCapture log;
-    std::vector<CRtspSession*> refused;
+    std::vector<CRtspSession*> sessions;
     for (uint32_t i = 0; i < 256; ++i) {
         EXPECT_TRUE(Manager().CanTakeSession()) << i;
-        CRtspSession* session = MakeSession(i);
-        EXPECT_EQ(Manager().AddSession(session), i < 128 ? 0 : -1);
-        if (i >= 128) {
-            refused.push_back(session);
-        }
+        sessions.push_back(MakeSession(0x80000040U - i));
+        EXPECT_EQ(Manager().AddSession(sessions[i]), i < 128 ? 0 : -1);
     }
-    EXPECT_TRUE(
-        log.HasLines("C m_maxSessions=128, now has 1|C m_maxSessions=128, now has 128|"
-                     "W ERROR! add_session,OverSize!!!"));
-    EXPECT_FALSE(IsKnown(128) || Manager().CanTakeSession());
+    EXPECT_TRUE(log.HasLines("C m_maxSessions=128, now has 128|W ERROR! add_session,OverSize!!!"));
+    EXPECT_FALSE(Manager().CanTakeSession());
+    const CSessionList snapshot = Manager().getSession();
+    auto rising = sessions.begin() + 128;
+    for (const tagSessionRef& entry : snapshot) {
+        EXPECT_EQ(entry.pSession, *--rising);
+    }
+    EXPECT_EQ(rising, sessions.begin());
+    Manager().releaseSession(snapshot);
 
     // A refused one has ended: it is freed, and one more may come.
-    CRtspSessionProbe(*refused[5]).bQuit = true;
+    CRtspSessionProbe(*sessions[133]).bQuit = true;
     EXPECT_TRUE(Manager().CanTakeSession());
-    refused[5] = MakeSession(2000);
-    EXPECT_EQ(Manager().AddSession(refused[5]), -1);
+    sessions[133] = MakeSession(1);
+    EXPECT_EQ(Manager().AddSession(sessions[133]), -1);
     EXPECT_FALSE(Manager().CanTakeSession());
 
-    // A registered one has ended: a live client gets its place.
-    CRtspSessionProbe(*Manager().getSession(77)).bQuit = true;
-    Manager().releaseSession(77);
-    EXPECT_EQ(Manager().AddSession(MakeSession(2001)), 0);
-    EXPECT_TRUE(!IsKnown(77) && IsKnown(2001));
+    // Registered ones have ended: live clients get their places.
+    CRtspSessionProbe(*sessions[77]).bQuit = true;
+    CRtspSessionProbe(*sessions[78]).bQuit = true;
+    EXPECT_EQ(Manager().AddSession(MakeSession(2)), 0);
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 127U);
+    EXPECT_TRUE(IsKnown(2) && !IsKnown(0x80000040U - 77) && IsKnown(0x80000040U - 79));
 
     Manager().Close();
-    for (CRtspSession* session : refused) {
-        EXPECT_TRUE(session->IsRunning()) << "Close leaves refused ones alone";
-        CRtspSessionProbe(*session).bQuit = true;
+    for (size_t i = 128; i < sessions.size(); ++i) {
+        EXPECT_TRUE(sessions[i]->IsRunning()) << "Close leaves refused ones alone";
+        CRtspSessionProbe(*sessions[i]).bQuit = true;
     }
     Manager().DelExceptionSession();
 }

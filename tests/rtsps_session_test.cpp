@@ -4,23 +4,20 @@
 #include "rtsps_session.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
-#include <thread>
-
 #include "rtsp_msg.h"
 #include "rtsps_server.h"
-#include "support/log_capture.h"
 #include "support/session_probe.h"
 #include "support/test_net.h"
 
 namespace {
 
-std::string Request(const std::string& method, const std::string& headers = "") {
-    return method + " rtsp://127.0.0.1/chan1/main/streamid=0 RTSP/1.0\r\nCSeq: 9\r\n" + headers +
-           "\r\n";
+std::string Request(const std::string& method, const std::string& headers = "",
+                    const std::string& cseq = "9") {
+    return method + " rtsp://127.0.0.1/chan1/main/streamid=0 RTSP/1.0\r\nCSeq: " + cseq + "\r\n" +
+           headers + "\r\n";
 }
 
 std::string Status(const std::string& status, const std::string& headers = "") {
@@ -32,12 +29,8 @@ std::string Beat(char n) {
 }
 
 std::string Frame(char channel, int length, size_t held) {
-    std::string bytes(held, 'x');
-    bytes[0] = '$';
-    bytes[1] = channel;
-    bytes[2] = static_cast<char>(length >> 8);
-    bytes[3] = static_cast<char>(length);
-    return bytes;
+    const char head[] = {'$', channel, static_cast<char>(length >> 8), static_cast<char>(length)};
+    return std::string(head, 4) + std::string(held - 4, 'x');
 }
 
 constexpr unsigned int ID = 3000000000U;  // prints differently with a sign
@@ -70,9 +63,12 @@ struct CSessionOnPair {
     }
     ~CSessionOnPair() { session.Close(); }
 
-    void Open() { EXPECT_EQ(session.Open(fd, &addr), 0); }
     // Sends one piece and waits until the session's thread has taken it.
     void SendPiece(const std::string& piece) {
+        if (piece.empty()) {
+            client.Reset();
+            return;
+        }
         EXPECT_TRUE(client.Send(piece));
         int queued = 1;
         EXPECT_TRUE(WaitUntil([&] {
@@ -86,6 +82,7 @@ struct CSessionOnPair {
     }
     std::string Replies() { return client.Receive(65536, 0); }
 
+    CLogCapture log;
     CTestSocket client;
     CBB_SOCK_T fd = -1;
     CBB_ADDR_T addr{};
@@ -93,155 +90,114 @@ struct CSessionOnPair {
     CRtspSessionProbe probe{session};
 };
 
-class CSessionTest : public ::testing::Test {
-  protected:
-    CLogCapture m_log;
-};
-
-TEST(CheckPacket, CutsHeadsAndFrames) {
-    const std::tuple<std::string, int, int> rows[] = {
-        // length -1: not written
-        {"\r\n\r", 2, -1},
-        {"A\r\nContent-length: 3\r\n\r\nx\r\n\r\n", 0, 24},
-        {std::string("A\0\r\n\r\n", 6), 2, -1},  // nothing behind a NUL is seen
-        {Frame(7, 4, 20), 1, 8},
-        {Frame(0, 300, 303), 2, -1},
-        {Frame(0, 65535, 8192), 2, -1},
-        {Frame(8, 0, 4), 2, -1},  // text
-        {Frame('\xFF', 0, 5000), -1, -1},
-    };
-    for (const auto& [text, result, length] : rows) {
-        int msgLen = -1;
-        const int len = static_cast<int>(text.size());
-        EXPECT_EQ(CRtspSession::check_packet(text.c_str(), 8192, len, msgLen), result) << text;
-        EXPECT_EQ(msgLen, length) << text;
-    }
-}
-
-TEST_F(CSessionTest, FramingOfWhatArrivesInPieces) {
+TEST(Session, FramingOfWhatArrivesInPieces) {
     const std::string unparsable = "E parse pMsg Error!!!, fd[#],client[10.0.0.7]";
-    const std::string frame = Frame(0, 4, 8);
+    const std::string frame = Frame(7, 4, 8);
     const std::string longest = "HEARTBEAT x RTSP/1.0\r\nCSeq: 4\r\nX: " + std::string(4062, 'x');
-    const struct {
-        std::vector<std::string> pieces;
-        std::string replies;  // their sequence numbers
-        std::string end;      // the line that ends the session
-    } rows[] = {
+    // The pieces ("": the client leaves), the sequence numbers of the replies, the line at the end.
+    const std::tuple<std::vector<std::string>, std::string, std::string> rows[] = {
         {{Beat('1').substr(0, 3), Beat('1').substr(3), Beat('2')}, "12", ""},
-        {{"\r\n" + Beat('3')}, "3", ""},
+        {{"\r\n" + Beat('3'), "half a line"}, "3", ""},
         {{longest, "\r\n\r\n"}, "4", ""},
         {{std::string(4097, 'x'), Beat('5')}, "5", ""},
+        {{Frame('\xFF', 65535, 5000), Beat('5')}, "5", ""},
         {{frame, frame.substr(0, 2), frame.substr(2), Beat('6')}, "6", ""},
+        {{Frame(0, 300, 303), "x", Beat('6')}, "6", ""},
         {{"RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n", Beat('7')}, "7", ""},
+        {{std::string("A\0\r\n\r\n", 6), Beat('1')}, "", ""},  // nothing behind a NUL is seen
         // Kept: what follows in the same receive is not moved to the front.
         {{Beat('1') + Beat('2'), Beat('3')}, "11", ""},
         {{frame + Beat('1'), Beat('2')}, "", ""},
         {{Beat('1'), "\r\n\r\n", Beat('2')}, "1", unparsable},
+        {{Frame(8, 257, 4) + "\r\n\r\n"}, "", unparsable},  // text
         {{"HEARTBEAT x RTSP/1.0\r\nContent-length: 3\r\n\r\nabc"}, "", unparsable},
         {{Frame(0, 65535, 8192), "x"}, "", "E Recvn ,nRecvlen [0]! left [0]! fd[#],errno[#]"},
+        {{"HEAR", ""}, "", "E Recvn ,nRecvlen [0]! left [8188]! fd[#],errno[#]"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.pieces[0].substr(0, 60));
-        const CLogCapture log;
+    for (const auto& [pieces, replies, end] : rows) {
+        SCOPED_TRACE(pieces[0].substr(0, 60));
         CSessionOnPair s;
-        s.Open();
-        for (const std::string& piece : row.pieces) {
+        EXPECT_EQ(s.session.Open(s.fd, &s.addr), 0);
+        for (const std::string& piece : pieces) {
             s.SendPiece(piece);
         }
-        for (const char n : row.replies) {
+        for (const char n : replies) {
             const std::string reply = std::string("RTSP/1.0 200 OK\r\nCSeq: ") + n + "\r\n\r\n";
             EXPECT_EQ(s.client.ReceiveExactly(reply.size()), reply);
         }
-        EXPECT_TRUE(log.HasLines(row.end.empty() ? "" : row.end + "|C exit"));
-        EXPECT_TRUE(row.end.empty() || WaitUntil([&] { return !s.session.IsRunning(); }));
+        EXPECT_TRUE(s.log.HasLines(end.empty() ? "" : end + "|C exit"));
+        EXPECT_TRUE(end.empty() || WaitUntil([&] { return !s.session.IsRunning(); }));
+        EXPECT_NE(fcntl(s.fd, F_GETFD), -1) << "the end of the thread is not that of the socket";
+        std::thread other([&] { EXPECT_EQ(s.session.Close(), 0); });
         EXPECT_EQ(s.session.Close(), 0);
+        other.join();
+        EXPECT_FALSE(s.session.IsRunning());
+        EXPECT_EQ(fcntl(s.fd, F_GETFD), -1);
         EXPECT_EQ(s.Replies(), "");
-        EXPECT_EQ(log.Has("[RTSPS ERROR]"), !row.end.empty());
+        EXPECT_EQ(s.log.Has("[RTSPS ERROR]"), !end.empty()) << "a normal stop is no error";
     }
 }
 
-TEST_F(CSessionTest, PeerThatLeavesEndsTheThreadButNotTheSocket) {
-    CSessionOnPair s;
-    EXPECT_EQ(s.session.Open(s.fd, nullptr), -1);
-    s.Open();
-    s.SendPiece("HEAR");
-    s.client.Reset();
-    EXPECT_TRUE(m_log.HasLines(
-        "E invalid input para|C exit|E Recvn ,nRecvlen [0]! left [8188]! fd[#],errno[#]"));
-    EXPECT_TRUE(WaitUntil([&] { return !s.session.IsRunning(); }));
-    EXPECT_NE(fcntl(s.fd, F_GETFD), -1);
-    EXPECT_EQ(s.session.Close(), 0);
-    EXPECT_EQ(fcntl(s.fd, F_GETFD), -1);
-}
-
-TEST_F(CSessionTest, ClosesPromptlyQuietlyAndFromTwoThreads) {
-    CSessionOnPair s;
-    s.Open();
-    s.SendPiece("half a line");
-    const auto begin = std::chrono::steady_clock::now();
-    std::thread other([&] { EXPECT_EQ(s.session.Close(), 0); });
-    EXPECT_EQ(s.session.Close(), 0);
-    other.join();
-    const auto time = std::chrono::steady_clock::now() - begin;
-    EXPECT_TRUE(!IsPlainBuild() || time < std::chrono::seconds(1));
-    EXPECT_FALSE(s.session.IsRunning());
-    EXPECT_FALSE(m_log.Has("[RTSPS ERROR]")) << "a normal stop is no receive error";
-}
-
-TEST_F(CSessionTest, IdleRuleIsOffUnlessSwitchedOn) {
+TEST(Session, IdleRuleIsOffUnlessSwitchedOn) {
     CSessionOnPair s(RTSP_UNKNOWN);
     EXPECT_FALSE(s.probe.IdleTooLong(2147483647));
     s.probe.bUseHeartBeat = true;
     EXPECT_FALSE(s.probe.IdleTooLong(30000));
-    EXPECT_EQ(m_log.Text(), "");
+    EXPECT_EQ(s.log.Text(), "");
     EXPECT_TRUE(s.probe.IdleTooLong(33000));
     EXPECT_TRUE(
-        m_log.HasLines("E RtspSession in 30s ,close this session,! fd[#],client[10.0.0.7]"));
+        s.log.HasLines("E RtspSession in 30s ,close this session,! fd[#],client[10.0.0.7]"));
 }
 
-TEST_F(CSessionTest, AuthenticationModes) {
+TEST(Session, AuthenticationAndSessionIdAreCheckedOnDemand) {
+    constexpr int ID_CHECK = -1;
     const std::string given = "Authorization: Basic YTpi, x;y=z\r\n";
     const std::string no = "401 Unauthorized";
     const std::string basic = Status(no, "WWW-Authenticate: Basic realm=\"/\"\r\n");
     const std::string digest = Status(no, "Authorization: Digest\r\n");
     const std::string missing = "E no Header Authorization|";
-    const struct {
-        const char* method;
-        eRTSP_METHOD_INDEX state;
-        int mode;
-        std::string headers;
-        int result;
-        std::string reply;  // "": any success
-        std::string lines;
-    } rows[] = {
-        // The client of a refused DESCRIBE may ask again.
-        {"DESCRIBE", RTSP_UNKNOWN, 1, "", 0, basic,
-         missing + "W Need Authorization Basic|E check_authentication failed"},
-        {"DESCRIBE", RTSP_UNKNOWN, 1, given, 0, "", ""},
-        {"DESCRIBE", RTSP_UNKNOWN, 1, "Authorization:\r\n", 0, "", ""},
-        {"DESCRIBE", RTSP_UNKNOWN, 2, "", 0, digest, missing + "W Need Authorization Digest"},
-        {"DESCRIBE", RTSP_UNKNOWN, 7, given, 0, Status(no),
-         "E unsupported Auth!|W m_CheckUserPwdMode ERROR 7"},
-        {"SETUP", RTSP_DESCRIBE, 1, "", -1, basic, "E check_authentication"},
-        {"PLAY", RTSP_SETUP, 2, "", -1, digest, "E check_authentication"},
-        {"PAUSE", RTSP_PLAY, 1, "", -1, basic, "E check_authentication"},
-        {"PAUSE", RTSP_PLAY, 1, given, 0, PAUSED, ""},
-        // Not guarded.
-        {"HEARTBEAT", RTSP_UNKNOWN, 1, "", 0, Status("200 OK"), ""},
-        {"TEARDOWN", RTSP_PLAY, 1, "", 0, TORN_DOWN, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.method + std::to_string(row.mode) + row.headers);
-        const CLogCapture log;
-        CSessionOnPair s(row.state);
-        s.probe.nCheckUserPwdMode = row.mode;
-        s.probe.stuReqCfg.nReqType = row.state == RTSP_PLAY ? 1 : 0;  // only recordings pause
-        EXPECT_EQ(s.Dispatch(Request(row.method, row.headers)), row.result);
+    const std::string failed = "E check_authentication";
+    const std::string goodId = "Session: 3000000000;timeout=60\r\n";
+    const std::string bad = Status("454 Session Not Found");
+    const std::string badLine = "E BadSessionID!!!, FD[#]";
+    // An empty reply stands for any success.
+    const std::tuple<std::string, eRTSP_METHOD_INDEX, int, std::string, int, std::string,
+                     std::string>
+        rows[] = {
+            // The client of a refused DESCRIBE may ask again.
+            {"DESCRIBE", RTSP_UNKNOWN, 1, "", 0, basic,
+             missing + "W Need Authorization Basic|E check_authentication failed"},
+            {"DESCRIBE", RTSP_UNKNOWN, 1, given, 0, "", ""},
+            {"DESCRIBE", RTSP_UNKNOWN, 1, "Authorization:\r\n", 0, "", ""},
+            {"DESCRIBE", RTSP_UNKNOWN, 2, "", 0, digest, missing + "W Need Authorization Digest"},
+            {"DESCRIBE", RTSP_UNKNOWN, 7, given, 0, Status(no),
+             "E unsupported Auth!|W m_CheckUserPwdMode ERROR 7"},
+            {"SETUP", RTSP_DESCRIBE, 1, "", -1, basic, failed},
+            {"PLAY", RTSP_SETUP, 2, "", -1, digest, failed},
+            {"PAUSE", RTSP_PLAY, 1, "", -1, basic, failed},
+            {"PAUSE", RTSP_PLAY, 1, given, 0, PAUSED, ""},
+            // Not guarded.
+            {"HEARTBEAT", RTSP_UNKNOWN, 1, "", 0, Status("200 OK"), ""},
+            {"TEARDOWN", RTSP_PLAY, 1, "", 0, TORN_DOWN, ""},
+            {"PLAY", RTSP_SETUP, ID_CHECK, goodId, 0, PLAYED, ""},
+            // Kept: a 454 that went out counts as passed, and the handler carries on.
+            {"PLAY", RTSP_SETUP, ID_CHECK, "Session: 300000000\r\n", 0, bad + PLAYED, badLine},
+            {"TEARDOWN", RTSP_SETUP, ID_CHECK, "Session:\r\n", 0, bad + TORN_DOWN, badLine},
+            {"PAUSE", RTSP_SETUP, ID_CHECK, "", 0,
+             bad + Status("455 Method Not Valid In This State"), badLine},
+        };
+    for (const auto& [method, state, mode, headers, result, expected, lines] : rows) {
+        SCOPED_TRACE(method + std::to_string(mode) + headers);
+        CSessionOnPair s(state);
+        s.probe.bNeedCheckId = mode == ID_CHECK;
+        s.probe.nCheckUserPwdMode = std::max(mode, 0);
+        s.probe.stuReqCfg.nReqType = state == RTSP_PLAY ? 1 : 0;  // only recordings pause
+        EXPECT_EQ(s.Dispatch(Request(method, headers)), result);
         const std::string reply = s.Replies();
-        EXPECT_EQ(row.reply.empty() ? reply.substr(0, 16) : reply,
-                  row.reply.empty() ? "RTSP/1.0 200 OK\r" : row.reply);
-        EXPECT_TRUE(log.HasLines(row.lines));
-        EXPECT_EQ(s.probe.nCSeq, row.result == 0 ? 9 : 0) << "that of what succeeded";
+        EXPECT_EQ(expected.empty() ? reply.substr(0, 16) : reply,
+                  expected.empty() ? "RTSP/1.0 200 OK\r" : expected);
+        EXPECT_TRUE(s.log.HasLines(lines));
+        EXPECT_EQ(s.probe.nCSeq, result == 0 ? 9 : 0) << "that of what succeeded";
     }
     for (const bool each : {true, false}) {
         CSessionOnPair s(RTSP_UNKNOWN);
@@ -249,27 +205,6 @@ TEST_F(CSessionTest, AuthenticationModes) {
         s.probe.bEachReqAuthCheck = each;
         EXPECT_EQ(s.Dispatch(Request("DESCRIBE", given)), 0);
         EXPECT_EQ(s.Dispatch(Request("SETUP", "Transport: RTP/AVP/TCP\r\n")), each ? -1 : 0);
-    }
-}
-
-TEST_F(CSessionTest, SessionIdIsCheckedOnlyOnDemand) {
-    const std::string good = "Session: 3000000000;timeout=60\r\n";
-    const std::string bad = Status("454 Session Not Found");
-    const std::tuple<const char*, std::string, std::string> rows[] = {
-        {"PLAY", good, PLAYED},
-        {"TEARDOWN", good, TORN_DOWN},
-        // Kept: a 454 that went out counts as passed, and the handler carries on.
-        {"PLAY", "Session: 300000000\r\n", bad + PLAYED},
-        {"TEARDOWN", "Session:\r\n", bad + TORN_DOWN},
-        {"PAUSE", "", bad + Status("455 Method Not Valid In This State")},
-    };
-    for (const auto& [method, headers, reply] : rows) {
-        const CLogCapture log;
-        CSessionOnPair s(RTSP_SETUP);
-        s.probe.bNeedCheckId = true;
-        EXPECT_EQ(s.Dispatch(Request(method, headers)), 0);
-        EXPECT_EQ(s.Replies(), reply) << method << headers;
-        EXPECT_TRUE(log.HasLines(reply[9] == '4' ? "E BadSessionID!!!, FD[#]" : ""));
     }
     CSessionOnPair gone(RTSP_DESCRIBE);
     gone.probe.bNeedCheckId = true;
@@ -281,18 +216,32 @@ TEST_F(CSessionTest, SessionIdIsCheckedOnlyOnDemand) {
         EXPECT_TRUE(
             log.HasLines("E send_response failed, , fd[#],errno[#]|E check_req_session_id failed"));
     }
+    EXPECT_EQ(gone.session.Open(gone.fd, nullptr), -1);
+    EXPECT_TRUE(gone.log.HasLines("E invalid input para"));
 }
 
-TEST_F(CSessionTest, RecordingsPauseAndPlayOn) {
+TEST(Session, OnlyLiveStreamsTakePushesAndOnlyRecordingsPause) {
     CSessionOnPair s(RTSP_PLAY);
+    Bytes unit = MakeUnit({});
+    const auto push = [&] { return s.session.SendRealStream(1, 0, unit.data(), 116); };
+    EXPECT_EQ(push(), 0) << "has ended";
+    s.probe.bQuit = false;
+    EXPECT_EQ(push(), 116);
+    EXPECT_EQ(s.Replies(), FrameOf(unit, MakeStreamInfo().dwVideoSSrc, 0));
     s.probe.stuReqCfg.nReqType = 1;
     for (const char* method : {"PAUSE", "PAUSE", "PLAY", "PAUSE"}) {
-        EXPECT_EQ(s.Dispatch(Request(method)), 0);
+        EXPECT_EQ(s.Dispatch(Request(method)) + push(), 0);
         EXPECT_EQ(s.Replies(), method[1] == 'A' ? PAUSED : PLAYED);
     }
+    EXPECT_FALSE(s.log.Has("[RTSPS ERROR]"));
+    CSessionOnPair bare(RTSP_DESCRIBE);
+    bare.probe.bQuit = false;
+    bare.probe.emRtspStat = RTSP_PLAY;
+    EXPECT_EQ(bare.session.SendRealStream(1, 0, unit.data(), 116), -1);
+    EXPECT_TRUE(bare.log.HasLines("E m_pTransCtrl is NULL"));
 }
 
-TEST_F(CSessionTest, RepliesThatDoNotFitAreNotSent) {
+TEST(Session, RepliesThatDoNotFitAreNotSent) {
     const std::tuple<const char*, size_t, size_t, const char*> rows[] = {
         {"HEARTBEAT", 996, 1023, ""},
         {"HEARTBEAT", 997, 0, "E send_response failed|E send_response failed, , fd[#],errno[#]"},
@@ -300,18 +249,14 @@ TEST_F(CSessionTest, RepliesThatDoNotFitAreNotSent) {
         {"DESCRIBE", 626, 0, "W Send SDP INFO ERROR, , FD[#]|E send_sdp_response failed "},
     };
     for (const auto& [method, length, sent, lines] : rows) {
-        const CLogCapture log;
         CSessionOnPair s(RTSP_UNKNOWN);
         std::string cseq;  // a reply repeats it; each parameter alone would be cut
-        while (cseq.size() + 100 < length) {
+        while (cseq.size() < length) {
             cseq += "a=" + std::string(97, 'b') + ";";
         }
-        cseq += std::string(length - cseq.size(), 'c');
-        EXPECT_EQ(s.Dispatch(std::string(method) +
-                             " rtsp://127.0.0.1/chan1/main RTSP/1.0\r\nCSeq: " + cseq + "\r\n\r\n"),
-                  sent != 0 ? 0 : -1);
+        EXPECT_EQ(s.Dispatch(Request(method, "", cseq.substr(0, length))), sent != 0 ? 0 : -1);
         EXPECT_EQ(s.Replies().size(), sent) << method << length;
-        EXPECT_TRUE(log.HasLines(lines));
+        EXPECT_TRUE(s.log.HasLines(lines));
         EXPECT_EQ(s.probe.stuReqCfg.nChan, method[0] == 'D' && sent != 0 ? 1 : 0);
     }
 }

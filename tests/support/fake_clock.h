@@ -26,12 +26,10 @@ class CFakeClock {
 // hold it.
 extern "C" __attribute__((weak, used)) int gettimeofday(timeval* tv, void* /*zone*/) noexcept {
     const int64_t fake = g_fakeMicroseconds;
-    if (fake >= 0) {
-        *tv = {fake / 1000000, fake % 1000000};
-        return 0;
+    timespec now{fake / 1000000, fake % 1000000 * 1000};
+    if (fake < 0) {
+        clock_gettime(CLOCK_REALTIME, &now);
     }
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
     *tv = {now.tv_sec, now.tv_nsec / 1000};
     return 0;
 }

@@ -3,6 +3,7 @@
 
 #include <regex.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -45,16 +46,11 @@ CLogCapture::~CLogCapture() {
 
 std::string CLogCapture::Text() const {
     fflush(stdout);
-    std::string text;
-    char chunk[4096];
-    for (off_t at = 0;;) {
-        const ssize_t n = pread(m_file, chunk, sizeof(chunk), at);
-        if (n <= 0) {
-            return text;
-        }
-        text.append(chunk, static_cast<size_t>(n));
-        at += n;
-    }
+    struct stat status {};
+    fstat(m_file, &status);
+    std::string text(static_cast<size_t>(status.st_size), '\0');
+    EXPECT_EQ(pread(m_file, text.data(), text.size(), 0), status.st_size);
+    return text;
 }
 
 int CLogCapture::Count(const std::string& text) const {
@@ -64,10 +60,6 @@ int CLogCapture::Count(const std::string& text) const {
         ++n;
     }
     return n;
-}
-
-bool CLogCapture::WaitFor(const std::string& text, std::chrono::milliseconds limit) const {
-    return WaitUntil([&] { return Has(text); }, limit);
 }
 
 testing::AssertionResult CLogCapture::HasLines(const std::string& lines) const {

@@ -8,6 +8,19 @@
 #include <string>
 #include <thread>
 
+// Polls a condition until it holds or the bound has passed; whether it held.
+template <class TCondition>
+bool WaitUntil(TCondition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
 // Redirects one of the process's output descriptors into a file while it lives. When a check has
 // failed meanwhile, what was written goes to the descriptor in the end.
 class CLogCapture {
@@ -25,26 +38,14 @@ class CLogCapture {
     // which '#' stands for any number.
     testing::AssertionResult HasLines(const std::string& lines) const;
     // Waits until the text was written.
-    bool WaitFor(const std::string& text,
-                 std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
+    bool WaitFor(const std::string& text) const {
+        return WaitUntil([&] { return Has(text); });
+    }
 
   private:
     int m_fd;
     int m_saved;
     int m_file;
 };
-
-// Polls a condition until it holds or the bound has passed; whether it held.
-template <class TCondition>
-bool WaitUntil(TCondition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 #endif

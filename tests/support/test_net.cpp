@@ -7,12 +7,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <thread>
-
-#include "support/log_capture.h"
 
 bool IsPlainBuild() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(RTSPS_SLOW_BUILD)
@@ -20,10 +16,6 @@ bool IsPlainBuild() {
 #else
     return !IsEmulated();
 #endif
-}
-
-bool IsEmulated() {
-    return getenv("RTSPS_EMULATED") != nullptr;  // the toolchain file's emulator sets it
 }
 
 namespace {
@@ -49,11 +41,6 @@ CTestSocket Bound(int type, uint16_t port) {
     const sockaddr_in addr = Loopback(port);
     EXPECT_EQ(bind(result.Fd(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)), 0);
     return result;
-}
-
-int CountEntries(const char* path) {
-    const std::filesystem::directory_iterator entries(path);
-    return static_cast<int>(std::distance(begin(entries), end(entries)));
 }
 
 bool Ok(const std::string& reply) {
@@ -148,19 +135,13 @@ std::string CTestClient::Ask(const std::string& method, const std::string& url,
                   headers + "\r\n");
 }
 
-std::string CTestClient::AskRaw(const std::string& text) {
-    return m_socket.Send(text) ? ReadReply() : "";
-}
-
 std::string CTestClient::ReadReply(int timeoutMs) {
     std::string reply;
     // Media that overtake the reply can be megabytes: only the end is looked at.
-    const auto ends = [&] {
-        return reply.size() >= 4 && reply.compare(reply.size() - 4, 4, "\r\n\r\n") == 0;
-    };
-    for (std::string more = "x"; !more.empty() && !ends();) {
+    for (std::string more = "x";
+         !more.empty() && (reply.size() < 4 || reply.compare(reply.size() - 4, 4, "\r\n\r\n") != 0);
+         reply += more) {
         more = m_socket.Receive(1, timeoutMs);
-        reply += more;
     }
     const size_t at = reply.find("Content-Length: ");
     if (at != std::string::npos) {
@@ -203,8 +184,7 @@ bool CTestClient::Play(bool tcp, CTestSocket* video, CTestSocket* audio) {
 
 unsigned TransportNumber(const std::string& reply, const std::string& name) {
     const size_t at = reply.find(name + "=");
-    const bool has = at != std::string::npos;
-    return has ? static_cast<unsigned>(atoi(reply.c_str() + at + name.size() + 1)) : 0;
+    return at == reply.npos ? 0U : static_cast<unsigned>(atoi(&reply[at + name.size() + 1]));
 }
 
 Bytes MakeUnit(const CTestUnit& unit) {
@@ -213,13 +193,10 @@ Bytes MakeUnit(const CTestUnit& unit) {
         0x247F0000U | static_cast<uint16_t>(packet),
         0x80000000U | static_cast<uint32_t>(unit.payloadType) << 16 | unit.sequence, unit.timestamp,
         0xDEADBEEFU};
-    Bytes bytes;
-    for (const uint32_t word : head) {
-        for (int shift = 24; shift >= 0; shift -= 8) {
-            bytes.push_back(static_cast<uint8_t>(word >> shift));
-        }
+    Bytes bytes(4 + packet, unit.fill);
+    for (size_t i = 0; i < sizeof(head); ++i) {
+        bytes[i] = static_cast<uint8_t>(head[i / 4] >> (24 - i % 4 * 8));
     }
-    bytes.resize(4 + packet, unit.fill);
     return bytes;
 }
 
@@ -247,18 +224,9 @@ std::string FrameOf(const Bytes& unit, uint32_t ssrc, uint8_t channel) {
 }
 
 TRtspServerStreamInfo MakeStreamInfo() {
-    TRtspServerStreamInfo info{};
-    info.byVideoPayload = 96;
-    info.byAudioPayload = 8;
-    info.dwVideoSSrc = 0x11223344;
-    info.dwAudioSSrc = 0x55667788;
-    info.dwVideoFormat = RTSPS_VIDEO_STREAM_TYPE_H264;
-    info.dwAudioFormat = RTSPS_AUDIO_STREAM_TYPE_G711A;
-    return info;
-}
-
-uint16_t FreeTcpPort() {
-    return Bound(SOCK_STREAM, 0).Port();
+    return {
+        96, 8, 0x11223344, 0x55667788, RTSPS_AUDIO_STREAM_TYPE_G711A, RTSPS_VIDEO_STREAM_TYPE_H264,
+        {}};
 }
 
 uint16_t FreeDataPortRange(int pairs) {
@@ -284,8 +252,9 @@ uint16_t FreeDataPortRange(int pairs) {
     return static_cast<uint16_t>(FIRST + slot * SLOT);
 }
 
-int CountThreads() {
-    return CountEntries("/proc/self/task");
+int CountEntries(const char* path) {
+    const std::filesystem::directory_iterator entries(path);
+    return static_cast<int>(std::distance(begin(entries), end(entries)));
 }
 
 int OwnThreads() {
@@ -298,10 +267,6 @@ int OwnThreads() {
         return CountThreads();
     }();
     return threads;
-}
-
-int CountDescriptors() {
-    return CountEntries("/proc/self/fd");
 }
 
 void CServerTest::SetUp() {

@@ -4,19 +4,20 @@
 #ifndef TEST_NET_H
 #define TEST_NET_H
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "rtsps_server_api.h"
+#include "support/log_capture.h"
 
 // Limits in milliseconds hold in the plain build only; sanitizers and emulation are slow.
 bool IsPlainBuild();
-bool IsEmulated();  // another processor's program, on this machine
+inline bool IsEmulated() {  // another processor's program: the toolchain file's emulator sets it
+    return getenv("RTSPS_EMULATED") != nullptr;
+}
 
 using Bytes = std::vector<uint8_t>;
 
@@ -63,7 +64,7 @@ class CTestClient {
     std::string Ask(const std::string& method, const std::string& url,
                     const std::string& headers = "");
     // Sends text as it is; the reply with the body that its Content-Length announces.
-    std::string AskRaw(const std::string& text);
+    std::string AskRaw(const std::string& text) { return m_socket.Send(text) ? ReadReply() : ""; }
     std::string ReadReply(int timeoutMs = 5000);
 
     std::string Url(const std::string& tail = "") const;  // of channel 1, main
@@ -130,11 +131,24 @@ class CServerTest : public ::testing::Test {
     int m_descriptorsBefore = 0;
 };
 
+// The same with the diagnostic lines captured.
+class CLoggedServerTest : public CServerTest {
+  protected:
+    CLogCapture m_log;
+};
+
 TRtspServerStreamInfo MakeStreamInfo();
-uint16_t FreeTcpPort();
+inline uint16_t FreeTcpPort() {
+    return CTestSocket::ListenTcp(0).Port();
+}
 uint16_t FreeDataPortRange(int pairs);  // first port of an even range, apart from other processes'
-int CountThreads();
+int CountEntries(const char* path);     // of a folder
+inline int CountThreads() {
+    return CountEntries("/proc/self/task");
+}
 int OwnThreads();  // of the process without the library: one, and a sanitizer's
-int CountDescriptors();
+inline int CountDescriptors() {
+    return CountEntries("/proc/self/fd");
+}
 
 #endif

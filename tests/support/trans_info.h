@@ -8,8 +8,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <string>
-
 #include "support/test_net.h"
 #include "transmitter.h"
 
