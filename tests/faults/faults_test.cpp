@@ -1,0 +1,379 @@
+// SPDX-License-Identifier: MIT
+// What the server does when the system, the memory or a peer lets it down: the line that says so,
+// nothing lost, and the next client is served.
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <cerrno>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cbb.h"
+#include "faults/interpose.h"
+#include "rtsps_server.h"
+#include "rtsps_session_mgr.h"
+#include "support/fake_clock.h"
+#include "support/log_capture.h"
+#include "support/trans_info.h"
+
+namespace {
+
+const std::string UDP = "RTP/AVP;unicast;client_port=";
+const std::string TCP = "RTP/AVP/TCP;unicast;client_port=";
+const std::string INTERLEAVED = "RTP/AVP/TCP;unicast;interleaved=0-1";
+
+const std::string REFUSED = "RTSP/1.0 500 Internal Server Error\r\nCSeq: 3\r\n\r\n";
+
+enum EState { CONNECTED, IN_A_REQUEST, DESCRIBED, SET_UP, PLAYING, TORN_DOWN };
+
+bool Ok(const std::string& reply) {
+    return reply.rfind("RTSP/1.0 200 OK\r\n", 0) == 0;
+}
+
+// A client that goes into a state, as far as it is served.
+struct CPeer : CTestClient {
+    CPeer(uint16_t port, EState state, const std::string& transport, int nRecvBuffer = 0)
+        : CTestClient(port, nRecvBuffer), reply(Ask("OPTIONS", Url())) {
+        if (state == IN_A_REQUEST) {
+            Socket().Send("DESCRIBE rtsp://");
+        }
+        if (Ok(reply) && state >= DESCRIBED) {
+            reply = Describe();
+        }
+        if (Ok(reply) && state >= SET_UP) {
+            const bool hasPorts = transport != INTERLEAVED;
+            reply = Setup(0, transport + (hasPorts ? std::to_string(media.Port()) : ""));
+            const auto serverPort = static_cast<uint16_t>(TransportNumber(reply, "server_port"));
+            if (reply.find(transport) == std::string::npos || hasPorts != (serverPort != 0)) {
+                reply = Ok(reply) ? "not as asked for: " + reply : reply;
+            }
+            if (transport == TCP && Ok(reply)) {
+                media = CTestSocket::ConnectTcp(serverPort, nRecvBuffer);
+            }
+        }
+        if (Ok(reply) && state >= PLAYING) {
+            reply = Play();
+            reply = Ok(reply) ? Ask("HEARTBEAT", "*") : reply;  // answered: it plays
+        }
+        reply = Ok(reply) && state >= TORN_DOWN ? Ask("TEARDOWN", Url()) : reply;
+    }
+    CTestSocket media = CTestSocket::BindUdp();  // unless they are interleaved
+    std::string reply;                           // the last one
+};
+
+// Ended sessions are swept all the time, not only when the accept thread finds no client.
+struct CSweeper {
+    ~CSweeper() {
+        isDone = true;
+        thread.join();
+    }
+    std::atomic<bool> isDone{false};
+    std::thread thread{[this] {
+        while (!isDone) {
+            CRtspSessionManager::Instance()->DelExceptionSession();
+            CBB_Sleep(1);
+        }
+    }};
+};
+
+class CFaultTest : public CServerTest {
+  protected:
+    void TearDown() override {
+        ExpectAllPorts();
+        CServerTest::TearDown();
+    }
+
+    // Ends all sessions; then the pool has all its ports.
+    void ExpectAllPorts() {
+        CRtspSessionManager::Instance()->Close();
+        EXPECT_TRUE(WaitUntil([] { return CountThreads() <= OwnThreads() + 1; }));
+        CRtspSessionManager::Instance()->DelExceptionSession();
+        std::set<int> ports;
+        for (int port = 1; port != 0; ports.insert(port)) {
+            port = CRtspServer::Instance()->BorrowDataPort();
+        }
+        for (int port = m_para.nMinPort; port <= m_para.nMaxPort; port += 2) {
+            EXPECT_EQ(ports.count(port), 1U) << "port " << port << " is lost";
+            CRtspServer::Instance()->GivebackDataPort(port);
+        }
+    }
+
+    // The next client is served, and another one's media go on.
+    void ExpectServed(const CTestSocket* datagrams = nullptr) {
+        CTestClient next(m_port);
+        ASSERT_TRUE(next.PlayInterleaved(false));
+        const std::string frame = PushRun(1, 333, datagrams);
+        EXPECT_TRUE(next.Socket().ReceiveExactly(frame.size()) == frame);
+    }
+
+    // The frames, which arrive as datagrams as well.
+    std::string PushRun(size_t units, size_t payload, const CTestSocket* datagrams = nullptr) {
+        const Bytes run = MakeRun({96, m_sequence, 7, payload, 5}, units);
+        m_sequence = static_cast<uint16_t>(m_sequence + units);
+        Bytes copy = run;
+        {
+            const CInLibrary in;
+            RTSPServer_SendRealSteam(1, 0, copy.data(), static_cast<int>(copy.size()));
+        }
+        std::string frames;
+        const auto size = static_cast<long>(16 + payload);
+        for (auto at = run.begin(); at != run.end(); at += size) {
+            const Bytes unit(at, at + size);
+            frames += FrameOf(unit, VIDEO_SSRC, 0);
+            EXPECT_TRUE(datagrams == nullptr || datagrams->Receive() == PacketOf(unit, VIDEO_SSRC));
+        }
+        return frames;
+    }
+
+    // Over separate TCP the first pushes wait for the connection to be taken.
+    std::string PushUntilReceived(const CTestSocket& media) {
+        std::string got;
+        for (int i = 0; i < 100 && got.empty(); ++i) {
+            PushRun(1, 100);
+            got = media.Receive(65536, 10);
+        }
+        return got;
+    }
+
+    CLogCapture m_dump{2};
+    CLogCapture m_log;
+    uint16_t m_sequence = 1;
+};
+
+TEST_F(CFaultTest, CallsThatFail) {
+    const std::string noMedia = "|E m_pTransCtrl->Open failed";
+    const std::string noReports = "|E Open m_pRtcpSession error!;";
+    const struct {
+        std::string transport;  // none: the start of the server
+        ECall call;
+        int nth;
+        int error;
+        std::string lines;
+        std::string reply = {};  // the last one
+    } rows[] = {{"", SOCKET, 1, EMFILE, "E CreateSocket failed "},
+                {"", BIND, 1, EACCES, "E bind " + std::to_string(m_port) + " failed,errno 13"},
+                {"", LISTEN, 1, EADDRINUSE, "E Listen failed "},
+                {"", THREAD, 1, EAGAIN, "E create data thread failed "},
+                {"", NEW, 1, ENOMEM, "E new(std::nothrow) CRtspListener failed "},
+                {UDP, THREAD, 1, EAGAIN,
+                 "E create process_msg_svc! error!, FD[#]|E Open thread to process msg ERROR!!"},
+                {UDP, ACCEPT, 1, EMFILE, "", "200"},  // taken later
+                {UDP, ACCEPT, 1, ECONNABORTED, "", "200"},
+                {UDP, SOCKET, 1, EMFILE, "E CreateSocket failed " + noMedia, REFUSED},
+                {UDP, SOCKET, 2, EMFILE, "E CreateSocket failed " + noReports, "200"},
+                {UDP, BIND, 1, EADDRINUSE, "E Bind failed " + noMedia, REFUSED},
+                {UDP, BIND, 2, EADDRINUSE, "E Bind failed " + noReports, "200"},
+                {TCP, SOCKET, 1, EMFILE, "E CreateSocket failed " + noMedia, REFUSED},
+                {TCP, BIND, 1, EADDRINUSE, "E Bind failed " + noMedia, REFUSED},
+                {TCP, LISTEN, 1, EADDRINUSE, "E Listen failed " + noMedia, REFUSED},
+                {TCP, THREAD, 2, EAGAIN, "E create accept_connect_svc thread failed ", REFUSED}};
+    m_para.nMaxPort = m_para.nMinPort + 5;
+    Init();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.transport << row.lines << row.error);
+        const CLogCapture log;
+        if (row.transport.empty()) {
+            const CInLibrary in;
+            const CFailingCall fault(row.call, row.nth, row.error);
+            EXPECT_EQ(RTSPServer_Start(), -1);
+            EXPECT_EQ(CountDescriptors(), m_descriptorsBefore + 2) << "beside the log's";
+        } else {
+            ASSERT_EQ(RTSPServer_Start(), 0);
+            const CSweeper sweeper;
+            const CFailingCall fault(row.call, row.nth, row.error);
+            CPeer peer(m_port, PLAYING, row.transport);
+            EXPECT_TRUE(fault.HasFailed());
+            const bool isServed = row.reply == "200";
+            EXPECT_TRUE(isServed ? Ok(peer.reply)
+                                 : peer.reply == row.reply && peer.Socket().AtEnd());
+            ExpectServed(isServed ? &peer.media : nullptr);
+        }
+        EXPECT_TRUE(row.lines.empty() || log.HasLines(row.lines));
+    }
+}
+
+TEST_F(CFaultTest, ExhaustedPortPool) {
+    m_para.nMaxPort = m_para.nMinPort;
+    StartServer();
+    const CSweeper sweeper;
+    const CPeer first(m_port, PLAYING, UDP);
+    CPeer second(m_port, PLAYING, UDP);
+    EXPECT_EQ(second.reply, REFUSED);
+    EXPECT_TRUE(m_log.HasLines("E ERROR! borrow_data_port Err!!!") && second.Socket().AtEnd());
+    ASSERT_TRUE(Ok(first.reply));
+    ExpectServed(&first.media);
+}
+
+TEST_F(CFaultTest, DescriptorsBeyond1024) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (IsEmulated() || limit.rlim_max < 1200) {  // the emulator's select() takes no more than 1024
+        GTEST_SKIP() << "the system allows no such descriptors";
+    }
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    StartServer();
+    std::vector<CTestSocket> fillers;
+    do {
+        fillers.emplace_back(dup(0));
+    } while (fillers.back().Fd() < 1100);
+    for (const std::string& transport : {UDP, TCP}) {
+        CPeer client(m_port, PLAYING, transport);
+        EXPECT_TRUE(Ok(client.reply) && !PushUntilReceived(client.media).empty());
+        ExpectServed();
+        EXPECT_TRUE(Ok(client.Ask("TEARDOWN", client.Url())));
+    }
+}
+
+TEST_F(CFaultTest, ClockThatJumps) {
+    StartServer();
+    CPeer client(m_port, PLAYING, UDP);
+    CFakeClock clock(0);
+    int64_t usec = 0;  // what makes the sessions' ids differ
+    for (const int64_t now : {1700000000, 1700003600, 1700000000, 1, 2000000000}) {
+        SCOPED_TRACE(now);
+        clock.Set(now, ++usec);
+        EXPECT_TRUE(Ok(client.Ask("OPTIONS", client.Url())));
+        ExpectServed(&client.media);
+    }
+}
+
+// In each state, over each transport: with RST, and without a word where the system allows that.
+// Nothing tells the server of the latter but media on the same connection.
+TEST_F(CFaultTest, PeersThatVanish) {
+    m_para.nMaxPort = m_para.nMinPort + 5;
+    StartServer();
+    const CSweeper sweeper;
+    const int descriptors = CountDescriptors();
+    int gone = 0;
+    for (const std::string& transport : {UDP, TCP, INTERLEAVED}) {
+        for (int state = transport == UDP ? CONNECTED : SET_UP; state <= TORN_DOWN; ++state) {
+            for (int way = 0; way < (state == PLAYING && transport == INTERLEAVED ? 2 : 1); ++way) {
+                SCOPED_TRACE(testing::Message() << transport << state << ", way " << way);
+                CPeer client(m_port, static_cast<EState>(state), transport);
+                ASSERT_TRUE(Ok(client.reply));
+                const int isSilent = way;
+                setsockopt(client.Socket().Fd(), IPPROTO_TCP, TCP_REPAIR, &isSilent, sizeof(int));
+                client.Socket().ResetHard();
+                client.media.Reset();
+                PushRun(1, 100);
+                ++gone;
+                ASSERT_TRUE(WaitUntil([&] {
+                    return m_log.Count(" exit\n") == gone && CountDescriptors() == descriptors;
+                }));
+            }
+        }
+    }
+    ExpectServed();
+}
+
+// Clients that take no media are dropped after 21 short pushes; the others miss nothing.
+TEST_F(CFaultTest, PeersThatTakeNoMedia) {
+    enum EPeer { NEVER_READS_INTERLEAVED, NEVER_READS, RESETS_ITS_MEDIA, PEERS };
+    StartServer();
+    const CPeer udp(m_port, PLAYING, UDP);
+    for (int peer = 0; peer < PEERS; ++peer) {
+        SCOPED_TRACE(peer);
+        const bool isInterleaved = peer == NEVER_READS_INTERLEAVED;
+        const CLogCapture log;
+        CPeer slow(m_port, PLAYING, isInterleaved ? INTERLEAVED : TCP, 4096);
+        if (peer == RESETS_ITS_MEDIA) {
+            slow.media.ResetHard();
+        }
+        const std::string over = " send failed over thresold and exit\n";
+        for (int i = 0; i < 400 && !log.Has(over) && !HasFailure(); ++i) {
+            PushRun(40, 1400, &udp.media);
+        }
+        EXPECT_EQ(log.Count(over), 1);
+        // Over separate TCP the last ones in a row; taking the connection helps in between.
+        EXPECT_GE(log.Count(" send failed,nLen="), 21);
+        EXPECT_TRUE(!isInterleaved || log.Count(" send failed,nLen=") == 21);
+        EXPECT_EQ(log.Has("remain bufsize="), isInterleaved);
+        EXPECT_TRUE(log.WaitFor(" exit\n"));
+    }
+    ExpectServed(&udp.media);
+}
+
+TEST_F(CFaultTest, PeerThatSendsOneByteAtATime) {
+    StartServer();
+    CTestClient slow(m_port);
+    CBB_SetNoDelay(slow.Socket().Fd(), 1);
+    for (const std::string method : {"OPTIONS", "DESCRIBE", "SETUP", "PLAY", "HEARTBEAT"}) {
+        for (const char byte : method + " " + slow.Url(method == "SETUP" ? "streamid=0" : "") +
+                                   " RTSP/1.0\r\nCSeq: 7\r\nTransport: " + INTERLEAVED +
+                                   "\r\n\r\n") {
+            ASSERT_TRUE(slow.Socket().Send(std::string(1, byte)));
+        }
+        EXPECT_TRUE(Ok(slow.ReadReply())) << method;
+    }
+    EXPECT_EQ(PushUntilReceived(slow.Socket()).size(), 116U);
+}
+
+TEST_F(CFaultTest, SteadyPushesAllocateNothing) {
+    StartServer();
+    const CPeer tcp(m_port, PLAYING, TCP);
+    ASSERT_NE(PushUntilReceived(tcp.media), "");
+    const CPeer udp(m_port, PLAYING, UDP);
+    CPeer interleaved(m_port, PLAYING, INTERLEAVED);
+    std::string frames = PushRun(3, 200, &udp.media);  // the first one of a stream may allocate
+    const int before = g_scripts[NEW].calls + g_scripts[MALLOC].calls;
+    for (int i = 0; i < 1000 && !HasFailure(); ++i) {
+        frames += PushRun(3, 200, &udp.media);
+    }
+    EXPECT_EQ(g_scripts[NEW].calls + g_scripts[MALLOC].calls, before);
+    EXPECT_TRUE(interleaved.Socket().ReceiveExactly(frames.size()) == frames);
+    EXPECT_EQ(tcp.media.ReceiveExactly(frames.size()).size(), frames.size());
+}
+
+// One allocation after the other fails, each in a life of the server of its own.
+class CNthAllocationTest : public CFaultTest, public ::testing::WithParamInterface<std::string> {
+  protected:
+    enum EEnd { SERVED, TURNED_AWAY, SILENT };
+
+    // A whole dialogue and one push.
+    EEnd Serve() {
+        CPeer client(m_port, PLAYING, GetParam());
+        if (!Ok(client.reply)) {
+            return client.Ask("OPTIONS", "*") != "" || client.Socket().AtEnd(0) ? TURNED_AWAY
+                                                                                : SILENT;
+        }
+        if (CRtspSessionManager::Instance()->GetCurrSessionNums() == 0) {
+            return TURNED_AWAY;  // could not be registered: it gets no media
+        }
+        const auto& socket = GetParam() == INTERLEAVED ? client.Socket() : client.media;
+        return PushUntilReceived(socket).empty() ? SILENT : SERVED;
+    }
+};
+
+TEST_P(CNthAllocationTest, CostsAtMostItsClient) {
+    m_para.nMaxPort = m_para.nMinPort + 5;  // three pairs
+    Init();
+    int n = 0;
+    for (bool hasFailed = true; hasFailed && !HasFailure(); ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        const CFailingCall fault(NEW, n + 1, ENOMEM);
+        {
+            const CInLibrary in;
+            RTSPServer_Stop();
+            EXPECT_TRUE(RTSPServer_Start() == 0 || (fault.HasFailed() && RTSPServer_Start() == 0));
+        }
+        {
+            const CSweeper sweeper;
+            const EEnd end = Serve();
+            hasFailed = fault.HasFailed();
+            EXPECT_TRUE(hasFailed ? end != SILENT : end == SERVED) << end;
+            EXPECT_TRUE(!hasFailed || Serve() == SERVED) << "the next client";
+        }
+        ExpectAllPorts();
+    }
+    EXPECT_GT(n, 60) << "the allocations of the dialogue are seen";
+}
+INSTANTIATE_TEST_SUITE_P(Transport, CNthAllocationTest, ::testing::Values(UDP, TCP, INTERLEAVED),
+                         [](const auto& row) { return "number" + std::to_string(row.index); });
+
+}  // namespace

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "faults/interpose.h"
+
+#include <dlfcn.h>
+#include <poll.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+const bool g_mainIsLibrary = (t_isLibrary = false);
+
+bool Fails(ECall call) {
+    if (!t_isLibrary || ++g_scripts[call].calls != g_scripts[call].failing) {
+        return false;
+    }
+    errno = g_scripts[call].error;
+    return true;
+}
+
+// Calls the library's function behind one of this program.
+template <class TFunction, class... TArgs>
+auto Real(TFunction* /*own*/, const char* name, TArgs... args) {
+    return reinterpret_cast<TFunction*>(dlsym(RTLD_NEXT, name))(args...);
+}
+
+}  // namespace
+
+extern "C" {
+
+int socket(int domain, int type, int protocol) noexcept {
+    return Fails(SOCKET) ? -1 : Real(&socket, "socket", domain, type, protocol);
+}
+
+int bind(int fd, const sockaddr* addr, socklen_t size) noexcept {
+    return Fails(BIND) ? -1 : Real(&bind, "bind", fd, addr, size);
+}
+
+int listen(int fd, int backlog) noexcept {
+    return Fails(LISTEN) ? -1 : Real(&listen, "listen", fd, backlog);
+}
+
+int accept4(int fd, sockaddr* addr, socklen_t* size, int flags) {
+    return Fails(ACCEPT) ? -1 : Real(&accept4, "accept4", fd, addr, size, flags);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*start)(void*),
+                   void* param) noexcept {
+    return Fails(THREAD) ? errno
+                         : Real(&pthread_create, "pthread_create", thread, attr, start, param);
+}
+
+// Under another name, since the system's header says that poll() only writes there.
+int OurPoll(pollfd* fds, nfds_t count, int timeout) __asm__("poll");
+int OurPoll(pollfd* fds, nfds_t count, int timeout) {
+    if (t_model == nullptr) {
+        return Real(&OurPoll, "poll", fds, count, timeout);
+    }
+    fds[0].revents = t_model->Poll(fds[0].fd);
+    return fds[0].revents != 0 ? 1 : 0;
+}
+
+ssize_t send(int fd, const void* data, size_t size, int flags) {
+    return t_model != nullptr ? t_model->Send(fd, static_cast<const char*>(data), size)
+                              : Real(&send, "send", fd, data, size, flags);
+}
+
+ssize_t sendmsg(int fd, const msghdr* message, int flags) {
+    return t_model != nullptr ? t_model->SendMessage(fd, *message)
+                              : Real(&sendmsg, "sendmsg", fd, message, flags);
+}
+
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+void* __libc_malloc(size_t size);
+
+void* malloc(size_t size) noexcept {
+    (void)Fails(MALLOC);
+    return __libc_malloc(size);
+}
+#endif
+}
+
+// The forms for arrays and those without a size come down to these.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return Fails(NEW) ? nullptr : malloc(size == 0 ? 1 : size);
+}
+
+void* operator new(std::size_t size) {
+    void* block = operator new(size, std::nothrow);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+void operator delete(void* block) noexcept {
+    free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    free(block);
+}
+
+// After a constructor that throws.
+void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
+    free(block);
+}

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// Faults on demand. This program's own definitions of some system calls and of operator new come
+// before those of the libraries; unless a test asks for more, they do the same.
+#ifndef INTERPOSE_H
+#define INTERPOSE_H
+
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cstddef>
+
+// Counted, and made to fail, in the library only: on all threads but the main one, and there
+// inside a CInLibrary. MALLOC is never made to fail, and sanitized builds do not see it: there
+// malloc is the sanitizer's.
+enum ECall { SOCKET, BIND, LISTEN, ACCEPT, THREAD, NEW, MALLOC, CALLS };
+
+struct CScript {
+    std::atomic<int> calls{0};    // so far
+    std::atomic<int> failing{0};  // which of them
+    std::atomic<int> error{0};
+};
+
+inline CScript g_scripts[CALLS];
+inline thread_local bool t_isLibrary = true;
+
+struct CInLibrary {
+    CInLibrary() { t_isLibrary = true; }
+    ~CInLibrary() { t_isLibrary = false; }
+};
+
+// While it lives, the nth call from now on fails.
+class CFailingCall {
+  public:
+    CFailingCall(ECall call, int nth, int error)
+        : m_script(g_scripts[call]), m_failing(m_script.calls + nth) {
+        m_script.error = error;
+        m_script.failing = m_failing;
+    }
+    ~CFailingCall() { m_script.failing = 0; }
+    bool HasFailed() const { return m_script.calls >= m_failing; }
+
+  private:
+    CScript& m_script;
+    int m_failing;
+};
+
+class CSocketModel;
+inline thread_local CSocketModel* t_model = nullptr;
+
+// While it lives, it stands for the network behind all sockets that the current thread writes to.
+class CSocketModel {
+  public:
+    CSocketModel() { t_model = this; }
+    virtual ~CSocketModel() { t_model = nullptr; }
+    virtual short Poll(int fd) = 0;  // the events; 0: the time is over
+    virtual ssize_t Send(int fd, const char* data, size_t size) = 0;
+    virtual ssize_t SendMessage(int fd, const msghdr& message) = 0;
+};
+
+#endif
