@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Many light clients of one server on this machine: they ask for the stream, count what arrives and
 // look at sequence numbers, and nothing else. One thread. Prints one line of JSON: what arrived,
-// and the CPU time that the server's process spent meanwhile.
+// and what the server's process spent meanwhile.
 #include <arpa/inet.h>
 #include <getopt.h>
 #include <sys/epoll.h>
@@ -65,7 +65,8 @@ struct COptions {
     size_t nClients = 100;
     bool bUdp = false;
     bool bAtOnce = false;
-    bool bConnectOnly = false;
+    bool bIdle = false;
+    bool bUntilPicture = false;
     int64_t nWarmUp = SECOND;
     int64_t nWindow = 4 * SECOND;
     int nServer = 0;  // process id
@@ -77,7 +78,9 @@ struct CMedia {
     uint64_t nLost = 0;
     uint64_t nOutOfOrder = 0;
     uint16_t wNext = 0;
-    bool bKey = false;          // a key picture has begun
+    bool bSequenceSet = false;
+    bool bPictureSet = false;
+    bool bKey = false;          // a key picture has begun, and its parameter sets are there
     int64_t nFirstPicture = 0;  // when it was complete
 
     // pPacket: the RTP header and two bytes at least.
@@ -93,11 +96,14 @@ struct CMedia {
             LookForPicture(pPacket);
     }
 
-    // H.264: a key picture is of slices of type 5, alone or in fragments (type 28).
+    // H.264: a key picture is of slices of type 5, alone or in fragments (type 28). Parameter sets
+    // have packets of their own (types 7 and 8).
     void LookForPicture(const uint8_t* pPacket) {
         const int type = pPacket[12] & 0x1F;
         const bool bBegins = type == 5 || (type == 28 && (pPacket[13] & 0x9F) == 0x85);
-        bKey = bKey || bBegins;
+        bSequenceSet = bSequenceSet || type == 7;
+        bPictureSet = bPictureSet || type == 8;
+        bKey = bKey || (bBegins && bSequenceSet && bPictureSet);
         if (bKey && (pPacket[1] & 0x80) != 0)
             nFirstPicture = Now();
     }
@@ -105,7 +111,7 @@ struct CMedia {
 
 class CClient {
   public:
-    enum EState { CONNECTING, DESCRIBING, SETTING_UP, STARTING, PLAYING, IDLE };
+    enum EState { CONNECTING, GREETING, DESCRIBING, SETTING_UP, STARTING, PLAYING, IDLE };
 
     CClient(const COptions& options, int epoll, uint64_t nIndex)
         : m_options(options), m_nEpoll(epoll), m_nIndex(nIndex) {}
@@ -178,12 +184,10 @@ class CClient {
         }
         m_nConnected = Now();
         Watch(m_fd, EPOLLIN, m_nIndex, EPOLL_CTL_MOD);
-        if (m_options.bConnectOnly) {
-            m_emState = IDLE;
-            m_nReady = m_nConnected;
-            return;
-        }
-        Ask(DESCRIBING, "DESCRIBE", "", "Accept: application/sdp\r\n");
+        if (m_options.bIdle)
+            Ask(GREETING, "OPTIONS", "", "");
+        else
+            Ask(DESCRIBING, "DESCRIBE", "", "Accept: application/sdp\r\n");
     }
 
     void Ask(EState emState, const char* pMethod, const char* pTail, const std::string& headers) {
@@ -225,7 +229,7 @@ class CClient {
         } else if (m_emState == SETTING_UP) {
             Ask(STARTING, "PLAY", "", "");
         } else {
-            m_emState = PLAYING;
+            m_emState = m_emState == GREETING ? IDLE : PLAYING;
             m_nReady = Now();
         }
     }
@@ -320,7 +324,7 @@ class CBench {
     }
 
     int Run() {
-        if (!Gather())
+        if (!Gather() || (m_options.bUntilPicture && !AwaitPictures()))
             return 1;
         const CSnapshot before = Rest(m_options.nWarmUp);
         const CSnapshot after = Rest(m_options.nWindow);
@@ -362,6 +366,32 @@ class CBench {
         }
     }
 
+    bool AwaitPictures() {
+        const auto hasPicture = [](const CClient& c) { return c.Media().nFirstPicture != 0; };
+        const int64_t limit = Now() + DIALOGUE_LIMIT;
+        while (!std::all_of(m_clients.begin(), m_clients.end(), hasPicture)) {
+            if (Now() > limit) {
+                std::fprintf(stderr, "bench_clients: no key picture\n");
+                return false;
+            }
+            Serve(100);
+        }
+        return true;
+    }
+
+    // Resident memory of the server's process.
+    size_t ServerKilobytes() const {
+        const std::string path = "/proc/" + std::to_string(m_options.nServer) + "/statm";
+        std::FILE* pFile = std::fopen(path.c_str(), "re");
+        if (pFile == nullptr)
+            return 0;
+        size_t nResident = 0;
+        if (std::fscanf(pFile, "%*s %zu", &nResident) != 1)
+            nResident = 0;
+        std::fclose(pFile);
+        return nResident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
+    }
+
     // Goes on for some time, then to the next pause between two access units.
     CSnapshot Rest(int64_t nDuration) {
         const int64_t end = Now() + nDuration;
@@ -401,13 +431,14 @@ class CBench {
         std::printf(
             "{\"clients\": %zu, \"transport\": \"%s\", \"seconds\": %.3f, \"packets\": %.0f, "
             "\"lost\": %llu, \"out_of_order\": %llu, \"server_cpu_ms\": %.3f, "
-            "\"us_per_packet\": %.4f, \"own_cpu_ms\": %.3f, \"all_ready_ms\": %.2f, "
+            "\"us_per_packet\": %.4f, \"server_rss_kb\": %zu, \"own_cpu_ms\": %.3f, "
+            "\"all_ready_ms\": %.2f, "
             "\"slowest_connect_ms\": %.2f, \"lost_syn\": %s, \"first_picture_ms_median\": %.1f, "
             "\"first_picture_ms_max\": %.1f}\n",
             m_clients.size(), m_options.bUdp ? "udp" : "interleaved", nWall / SECOND, nPackets,
             static_cast<unsigned long long>(after.nLost - before.nLost),
             static_cast<unsigned long long>(after.nOutOfOrder - before.nOutOfOrder), nCpu / MS,
-            nPackets > 0 ? nCpu / 1000 / nPackets : 0.0,
+            nPackets > 0 ? nCpu / 1000 / nPackets : 0.0, ServerKilobytes(),
             static_cast<double>(after.nOwnCpu - before.nOwnCpu) / MS,
             static_cast<double>(last - first) / MS, static_cast<double>(slowest) / MS,
             slowest > LOST_SYN ? "true" : "false",
@@ -424,9 +455,10 @@ class CBench {
 };
 
 constexpr const char* USAGE =
-    "Usage: bench_clients --port N --clients N [--udp] [--at-once] [--connect-only]\n"
-    "                     [--warm-up MS] [--window MS] [--server PID] [--hold]\n"
-    "--hold: stay until standard input ends.\n";
+    "Usage: bench_clients --port N --clients N [--udp] [--at-once] [--idle] [--until-picture]\n"
+    "                     [--warm-up MS] [--window MS] [--server PID]\n"
+    "--idle: ask for the server's methods and nothing more. --until-picture: before the warm-up,\n"
+    "wait until every client has a whole key picture.\n";
 
 int64_t Number(const char* pText) {
     return std::strtol(pText, nullptr, 10);
@@ -436,14 +468,13 @@ int64_t Number(const char* pText) {
 
 int main(int argc, char** argv) {
     const option options[] = {
-        {"port", required_argument, nullptr, 'p'},   {"clients", required_argument, nullptr, 'n'},
-        {"udp", no_argument, nullptr, 'u'},          {"at-once", no_argument, nullptr, 'a'},
-        {"connect-only", no_argument, nullptr, 'c'}, {"warm-up", required_argument, nullptr, 'w'},
-        {"window", required_argument, nullptr, 't'}, {"server", required_argument, nullptr, 's'},
-        {"hold", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0},
+        {"port", required_argument, nullptr, 'p'},    {"clients", required_argument, nullptr, 'n'},
+        {"udp", no_argument, nullptr, 'u'},           {"at-once", no_argument, nullptr, 'a'},
+        {"idle", no_argument, nullptr, 'i'},          {"until-picture", no_argument, nullptr, 'k'},
+        {"warm-up", required_argument, nullptr, 'w'}, {"window", required_argument, nullptr, 't'},
+        {"server", required_argument, nullptr, 's'},  {nullptr, 0, nullptr, 0},
     };
     COptions given;
-    bool hold = false;
     for (int c = 0; (c = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
         switch (c) {
             case 'p':
@@ -458,8 +489,11 @@ int main(int argc, char** argv) {
             case 'a':
                 given.bAtOnce = true;
                 break;
-            case 'c':
-                given.bConnectOnly = true;
+            case 'i':
+                given.bIdle = true;
+                break;
+            case 'k':
+                given.bUntilPicture = true;
                 break;
             case 'w':
                 given.nWarmUp = Number(optarg) * MS;
@@ -470,9 +504,6 @@ int main(int argc, char** argv) {
             case 's':
                 given.nServer = static_cast<int>(Number(optarg));
                 break;
-            case 'h':
-                hold = true;
-                break;
             default:
                 std::fputs(USAGE, stderr);
                 return 2;
@@ -481,8 +512,5 @@ int main(int argc, char** argv) {
     const rlimit files = {8192, 8192};
     setrlimit(RLIMIT_NOFILE, &files);
     CBench bench(given);
-    const int result = bench.Run();
-    while (hold && std::getchar() != EOF)
-        continue;
-    return result;
+    return bench.Run();
 }

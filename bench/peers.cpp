@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "peers.h"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -23,13 +22,6 @@ constexpr size_t RTP_HEADER_SIZE = 12;
 [[noreturn]] void Die(const std::string& what) {
     std::fprintf(stderr, "bench: %s\n", what.c_str());
     std::exit(1);
-}
-
-int LocalPort(int fd) {
-    sockaddr_in addr = {};
-    socklen_t size = sizeof(addr);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
-    return ntohs(addr.sin_port);
 }
 
 int FreePort() {
@@ -72,7 +64,8 @@ void CServer::Stop() {
     RTSPServer_Release();
 }
 
-CPeer::CPeer(int nPort) : m_nPort(nPort), m_fd(ConnectTcp(nPort)) {
+CPeer::CPeer(int nPort, int nReceiveBuffer)
+    : m_nPort(nPort), m_fd(ConnectTcp(nPort, nReceiveBuffer)) {
     if (m_fd < 0)
         Die("cannot connect");
 }
@@ -125,17 +118,6 @@ void CPeer::Play(ETransport emTransport, const std::string& stream) {
     Ask("PLAY", "", "");
 }
 
-size_t CPeer::Drain() const {
-    static char buffer[1 << 20];
-    size_t nBytes = 0;
-    for (;;) {
-        const ssize_t n = recv(MediaFd(), buffer, sizeof(buffer), MSG_DONTWAIT);
-        if (n <= 0)
-            return nBytes;
-        nBytes += static_cast<size_t>(n);
-    }
-}
-
 std::vector<CPeer> MakePeers(const CServer& server, size_t n, ETransport emTransport,
                              const std::string& stream) {
     std::vector<CPeer> peers;
@@ -165,11 +147,20 @@ std::vector<uint8_t> MakePicture(size_t nPackets, size_t nPacket) {
     return picture;
 }
 
-void StampNext(std::vector<uint8_t>& picture) {
-    static uint16_t wNext = 1;
+void StampFrom(std::vector<uint8_t>& picture, uint16_t& wNext) {
     for (size_t pos = 0; pos < picture.size(); pos += UnitSize(picture.data() + pos)) {
         picture[pos + 6] = static_cast<uint8_t>(wNext >> 8);
         picture[pos + 7] = static_cast<uint8_t>(wNext & 0xFF);
         ++wNext;
     }
+}
+
+void StampNext(std::vector<uint8_t>& picture) {
+    static uint16_t wNext = 1;
+    StampFrom(picture, wNext);
+}
+
+void Push(std::vector<uint8_t>& picture, int nStream, int nChannel) {
+    RTSPServer_SendRealSteam(nChannel, nStream, picture.data(),
+                             static_cast<int32_t>(picture.size()));
 }

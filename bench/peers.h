@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "wire.h"
+
 enum class ETransport { eUdp, eInterleaved };
 
 // Channel 1, streams main and sub, H.264 as payload type 96, on any free port of the loopback
@@ -30,7 +32,7 @@ class CServer {
 // A client that plays, or only connects. The process ends with a message if that does not work.
 class CPeer {
   public:
-    explicit CPeer(int nPort);
+    explicit CPeer(int nPort, int nReceiveBuffer = 0);
     CPeer(CPeer&& other) noexcept;
     CPeer& operator=(CPeer&& other) = delete;
     ~CPeer();
@@ -39,8 +41,7 @@ class CPeer {
     void Play(ETransport emTransport, const std::string& stream = "main");
 
     int MediaFd() const { return m_nRtp >= 0 ? m_nRtp : m_fd; }
-    // Reads until nothing is left; the bytes.
-    size_t Drain() const;
+    size_t Drain() const { return DrainSocket(MediaFd()); }
 
   private:
     int m_nPort;
@@ -54,9 +55,13 @@ class CPeer {
 std::vector<CPeer> MakePeers(const CServer& server, size_t n, ETransport emTransport,
                              const std::string& stream = "main");
 
-// An access unit like those of the work: nPackets units, the last one shorter. Sequence numbers
-// go on from call to call with StampNext.
-std::vector<uint8_t> MakePicture(size_t nPackets = 16, size_t nPacket = 1212);
+// An access unit like those of the work: its units, the last one shorter. Sequence numbers go on
+// from call to call with StampNext.
+constexpr size_t PICTURE_PACKETS = 16;
+std::vector<uint8_t> MakePicture(size_t nPackets = PICTURE_PACKETS, size_t nPacket = 1212);
+void StampFrom(std::vector<uint8_t>& picture, uint16_t& wNext);
 void StampNext(std::vector<uint8_t>& picture);
+
+void Push(std::vector<uint8_t>& picture, int nStream = 0, int nChannel = 1);
 
 #endif

@@ -57,8 +57,10 @@ int ListenTcp(int port, int backlog) {
     return -1;
 }
 
-int ConnectTcp(int port) {
+int ConnectTcp(int port, int receiveBuffer) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (receiveBuffer > 0)
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
     const sockaddr_in addr = Loopback(port);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) == 0)
         return fd;
@@ -110,4 +112,27 @@ void SendDatagrams(int fd, const uint8_t* pUnits, size_t nSize) {
     }
     if (nParts > 0)
         SendSeries(fd, parts, nParts);
+}
+
+void SendEach(int fd, const uint8_t* pUnits, size_t nSize, size_t nSkip) {
+    for (size_t pos = 0; pos < nSize; pos += UnitSize(pUnits + pos))
+        send(fd, pUnits + pos + nSkip, UnitSize(pUnits + pos) - nSkip, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+int LocalPort(int fd) {
+    sockaddr_in addr = {};
+    socklen_t size = sizeof(addr);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &size);
+    return ntohs(addr.sin_port);
+}
+
+size_t DrainSocket(int fd) {
+    static char buffer[1 << 20];
+    size_t nBytes = 0;
+    for (;;) {
+        const ssize_t n = recv(fd, buffer, sizeof(buffer), MSG_DONTWAIT);
+        if (n <= 0)
+            return nBytes;
+        nBytes += static_cast<size_t>(n);
+    }
 }
