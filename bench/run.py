@@ -277,7 +277,8 @@ def describe_machine(build):
 
 def main():
     arguments = parse_arguments()
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    for name in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(name, signal.default_int_handler)
     arguments.out.mkdir(parents=True, exist_ok=True)
     bench = Bench(arguments)
     load = os.getloadavg()[0]
