@@ -296,14 +296,14 @@ def draw_grid(axes, clients):
 
 
 def draw_curve(axes, points, colour, dash):
-    """points: clients and the costs of all runs."""
+    """points: clients and the costs of all runs. Ranges of two curves stand beside each other."""
     style = f'stroke="{colour}"'
     path = " ".join(f"{axes.x(n):.1f},{axes.y(median(costs)):.1f}" for n, costs in points)
     parts = [f'<polyline points="{path}" fill="none" {style} stroke-width="2" {dash}/>']
     for n, costs in points:
-        x = axes.x(n)
+        x = axes.x(n) + (4 if dash else 0)
         parts.append(line(x, axes.y(min(costs)), x, axes.y(max(costs)), style))
-        parts.append(f'<circle cx="{x:.1f}" cy="{axes.y(median(costs)):.1f}" r="3" '
+        parts.append(f'<circle cx="{axes.x(n):.1f}" cy="{axes.y(median(costs)):.1f}" r="3" '
                      f'fill="{colour}"/>')
     return parts
 
