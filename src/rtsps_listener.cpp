@@ -2,7 +2,9 @@
 #include "rtsps_listener.h"
 
 #include <netinet/tcp.h>
+#include <sched.h>
 
+#include <chrono>
 #include <memory>
 #include <new>
 
@@ -16,6 +18,8 @@ namespace {
 constexpr int LISTEN_BACKLOG = 24;
 constexpr uint32_t ACCEPT_TIMEOUT_MS = 5000;
 constexpr int REFUSAL_PAUSE_MS = 50;
+constexpr uint32_t COMPANY_PAUSE_MS = 1;
+constexpr std::chrono::milliseconds COMPANY_LIMIT(10);
 
 constexpr int RTSP_SEND_BUFFER_SIZE = 1048576;
 constexpr int RTSP_RECV_BUFFER_SIZE = 262144;
@@ -27,6 +31,32 @@ constexpr int KEEPALIVE_PROBES = 3;
 void SetIntOption(CBB_SOCK_T sock, int nLevel, int nName, int nValue) {
     setsockopt(sock, nLevel, nName, &nValue, sizeof(nValue));
 }
+
+// While it lives, the calling thread runs ahead of all ordinary ones, where the process has the
+// right to that: it takes CAP_SYS_NICE or a limit of RLIMIT_RTPRIO. Make no thread meanwhile: it
+// would inherit this.
+class CRunAhead {
+  public:
+    CRunAhead()
+        : m_bAhead(sched_getscheduler(0) == SCHED_OTHER &&
+                   set_policy(SCHED_FIFO, sched_get_priority_min(SCHED_FIFO))) {}
+    ~CRunAhead() {
+        if (m_bAhead) {
+            set_policy(SCHED_OTHER, 0);
+        }
+    }
+    CRunAhead(const CRunAhead&) = delete;
+    CRunAhead& operator=(const CRunAhead&) = delete;
+
+  private:
+    static bool set_policy(int nPolicy, int nPriority) {
+        sched_param param{};
+        param.sched_priority = nPriority;
+        return sched_setscheduler(0, nPolicy, &param) == 0;
+    }
+
+    const bool m_bAhead;
+};
 
 }  // namespace
 
@@ -122,7 +152,7 @@ struct CRtspListener::CArrivals {
         }
     }
 
-    static constexpr size_t CAPACITY = 64;
+    static constexpr size_t CAPACITY = RTSPS_MAX_SESSIONS;
     struct {
         CBB_SOCK_T sock;
         CBB_ADDR_T peer;
@@ -133,19 +163,15 @@ struct CRtspListener::CArrivals {
 
 void CRtspListener::accept_clients() {
     CArrivals arrivals;
-    CBB_ADDR_T peer{};
-    const CBB_SOCK_T sock = CBB_Accept(GetFd(), &peer, ACCEPT_TIMEOUT_MS);
-    if (sock == -1) {
+    if (!wait_for_clients(&arrivals)) {
         if (IsRunning()) {
             CRtspSessionManager::Instance()->DelExceptionSession();
             CBB_Sleep(REFUSAL_PAUSE_MS);
         }
         return;
     }
-    arrivals.entries[0] = {sock, peer};
-    arrivals.nCount = 1;
     while (arrivals.nCount > 0 && IsRunning()) {
-        take_arrivals(&arrivals);
+        take_arrivals(&arrivals, 0);
         const auto next = arrivals.entries[arrivals.nFirst];
         arrivals.nFirst = (arrivals.nFirst + 1) % CArrivals::CAPACITY;
         --arrivals.nCount;
@@ -153,12 +179,27 @@ void CRtspListener::accept_clients() {
     }
 }
 
-// Making a session takes longer than a connection takes to arrive, and the kernel's short queue
-// drops what it cannot hold; a dropped client tries again only after a second.
-void CRtspListener::take_arrivals(CArrivals* pArrivals) const {
-    while (pArrivals->nCount < CArrivals::CAPACITY) {
+// Where one client comes others may be right behind: when the power is back, say. The kernel's
+// short queue drops what it cannot hold, and a client that was dropped tries again after a second.
+// So the queue is emptied ahead of other threads, and no session is made, whose own thread would
+// want a processor, before the clients pause.
+bool CRtspListener::wait_for_clients(CArrivals* pArrivals) const {
+    const CRunAhead ahead;
+    take_arrivals(pArrivals, ACCEPT_TIMEOUT_MS);
+    const auto end = std::chrono::steady_clock::now() + COMPANY_LIMIT;
+    size_t nBefore = 0;
+    while (pArrivals->nCount > nBefore && std::chrono::steady_clock::now() < end) {
+        nBefore = pArrivals->nCount;
+        take_arrivals(pArrivals, COMPANY_PAUSE_MS);
+    }
+    return pArrivals->nCount > 0;
+}
+
+// Takes who has arrived; when nobody has, who does within a time.
+void CRtspListener::take_arrivals(CArrivals* pArrivals, uint32_t nTimeOutMs) const {
+    for (; pArrivals->nCount < CArrivals::CAPACITY; nTimeOutMs = 0) {
         CBB_ADDR_T peer{};
-        const CBB_SOCK_T sock = CBB_Accept(GetFd(), &peer, 0);
+        const CBB_SOCK_T sock = CBB_Accept(GetFd(), &peer, nTimeOutMs);
         if (sock == -1) {
             return;
         }

@@ -35,7 +35,8 @@ class CRtspListener {
     int start_thread(int port);
     void close_socket();
     void accept_clients();
-    void take_arrivals(CArrivals* pArrivals) const;
+    bool wait_for_clients(CArrivals* pArrivals) const;
+    void take_arrivals(CArrivals* pArrivals, uint32_t nTimeOutMs) const;
     static void prepare_socket(CBB_SOCK_T sock);
     static void log_arrival(const CBB_ADDR_T& peer);
     static void serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer);
