@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What the host hears of its clients.
 
+#include <sched.h>
+
 #include <deque>
 #include <functional>
 #include <future>
@@ -28,6 +30,7 @@ class CListener {
                            std::this_thread::get_id()};
         EXPECT_EQ(size, static_cast<int32_t>(sizeof(heard.info)));
         EXPECT_EQ(heard.info.dwSize, sizeof(heard.info));
+        EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER) << "sessions inherit no haste";
         self->m_mutex.lock();
         self->m_heard.push_back(heard);
         self->m_mutex.unlock();

@@ -37,6 +37,10 @@ struct CShape {
     int repeat = 1;
     size_t missing = 0;  // bytes at the end
 
+    friend std::ostream& operator<<(std::ostream& out, const CShape& shape) {
+        return out << shape.name;
+    }
+
     Bytes Push(int number) const {
         Bytes run;
         for (int i = 0; i < repeat; ++i) {

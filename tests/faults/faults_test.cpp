@@ -243,6 +243,33 @@ TEST_F(CFaultTest, ClockThatJumps) {
     }
 }
 
+TEST(TimedWaits, EndThoughTheClockJumps) {
+    struct CJump final : CSocketModel {
+        explicit CJump(int64_t now) : to(now) {}
+        short Poll(int /*fd*/) override {
+            clock.Set(to);
+            return ++polls < 10 ? short{0} : short{POLLNVAL};
+        }
+        ssize_t Send(int, const char*, size_t) override { return -1; }
+        ssize_t SendMessage(int, const msghdr&) override { return -1; }
+        CFakeClock clock{1700000000};
+        const int64_t to;
+        int polls = 0;
+    };
+    char byte = 0;
+    for (const int64_t to : {1699996400, 1700003600}) {
+        for (int call = 0; call < 4; ++call) {
+            CJump model(to);
+            const int result = call == 0   ? CBB_Accept(0, nullptr, 100)
+                               : call == 1 ? CBB_RecvWithTimeOut(0, &byte, 1, 100)
+                               : call == 2 ? CBB_Recvn(0, &byte, 1, 100)
+                                           : CBB_Sendn(0, &byte, 1, 100);
+            EXPECT_EQ(result, call < 2 ? -1 : 0) << call;
+            EXPECT_EQ(model.polls, 1) << call << ", " << to;
+        }
+    }
+}
+
 // In each state, over each transport: with RST, and without a word where the system allows that.
 // Nothing tells the server of the latter but media on the same connection.
 TEST_F(CFaultTest, PeersThatVanish) {
