@@ -238,8 +238,8 @@ RTSPS_EXPORT int32_t RTSPServer_Start(void);
 /**
  * Stops to accept clients and ends every registered one: their connections are closed, their
  * threads joined. May be called whether or not the server was started, twice, and while other
- * threads push. Takes milliseconds, also with 128 clients; up to 100 ms more while a full registry
- * is being searched for room; and as long as an event function that is running just then. Called
+ * threads push. Takes milliseconds, also with 128 clients; up to 100 ms more while ended
+ * clients are being swept out; and as long as an event function that is running just then. Called
  * from inside that function it prints an error line and does nothing.
  *
  * A client that was beyond RTSPS_MAX_SESSIONS keeps its connection, without media.

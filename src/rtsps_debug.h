@@ -21,7 +21,7 @@ enum eLOG_LEVEL : int {
 #define RTSPS_AT(text) "%s:%d %s " text "\n", __FILE__, __LINE__, __func__
 
 // The one way in which the library prints diagnostics: a level label and the formatted line, in a
-// single write to standard output. Any thread may log at any time; nothing is allocated.
+// single printf to standard output. Any thread may log at any time; nothing is allocated.
 class CDebugInfo {
   public:
     static CDebugInfo* Instance();
