@@ -29,7 +29,8 @@ class CRtpBurst {
     static constexpr int MAX_DATAGRAM_BYTES = 65000;  // together; one IP packet's worth
 
     // Looks for the burst at the start of `len` bytes of units, and stamps its units. One that is
-    // sent alone after all is stamped again, with the same. `nExpectedSequence` is the next
+    // sent alone after all is stamped again, with the same; one that is not sent at all keeps the
+    // stamp in the host's buffer, which the next client's replaces. `nExpectedSequence` is the next
     // sequence number of video, 0 when none is expected.
     CRtpBurst(uint8_t* pUnits, int len, EKind kind, const CStamp& stamp,
               uint16_t nExpectedSequence);

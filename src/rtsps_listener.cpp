@@ -3,6 +3,7 @@
 
 #include <netinet/tcp.h>
 #include <sched.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <memory>
@@ -33,15 +34,18 @@ void SetIntOption(CBB_SOCK_T sock, int nLevel, int nName, int nValue) {
 }
 
 // While it lives, the calling thread runs ahead of all ordinary ones, where the process has the
-// right to that: it takes CAP_SYS_NICE or a limit of RLIMIT_RTPRIO. Make no thread meanwhile: it
-// would inherit this.
+// right to that: it takes CAP_SYS_NICE or a limit of RLIMIT_RTPRIO. A thread whose scheduling
+// somebody has chosen, before or meanwhile, keeps it. Make no thread meanwhile: it would inherit
+// this.
 class CRunAhead {
   public:
     CRunAhead()
-        : m_bAhead(sched_getscheduler(0) == SCHED_OTHER &&
-                   set_policy(SCHED_FIFO, sched_get_priority_min(SCHED_FIFO))) {}
+        : m_bAhead(sched_getscheduler(0) == SCHED_OTHER && getpriority(PRIO_PROCESS, 0) <= 0 &&
+                   set_policy(SCHED_FIFO, LOWEST_PRIORITY)) {}
     ~CRunAhead() {
-        if (m_bAhead) {
+        sched_param param{};
+        if (m_bAhead && sched_getscheduler(0) == SCHED_FIFO && sched_getparam(0, &param) == 0 &&
+            param.sched_priority == LOWEST_PRIORITY) {
             set_policy(SCHED_OTHER, 0);
         }
     }
@@ -49,6 +53,8 @@ class CRunAhead {
     CRunAhead& operator=(const CRunAhead&) = delete;
 
   private:
+    static constexpr int LOWEST_PRIORITY = 1;
+
     static bool set_policy(int nPolicy, int nPriority) {
         sched_param param{};
         param.sched_priority = nPriority;
@@ -181,8 +187,9 @@ void CRtspListener::accept_clients() {
 
 // Where one client comes others may be right behind: when the power is back, say. The kernel's
 // short queue drops what it cannot hold, and a client that was dropped tries again after a second.
-// So the queue is emptied ahead of other threads, and no session is made, whose own thread would
-// want a processor, before the clients pause.
+// So the queue is emptied ahead of other threads, where that is allowed, and no session is made,
+// whose own thread would want a processor, before the clients pause, or are many, or ten
+// milliseconds have passed.
 bool CRtspListener::wait_for_clients(CArrivals* pArrivals) const {
     const CRunAhead ahead;
     take_arrivals(pArrivals, ACCEPT_TIMEOUT_MS);

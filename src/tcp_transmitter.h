@@ -28,7 +28,7 @@ class CPendingTransmitter : public CTransmitter {
     int pending_size() const { return m_nBufDataSize; }
 
     // The interleaved connection. It stands here, before the buffer, and not in the class that it
-    // belongs to, behind it: a client that keeps up needs one page for its transmitter, not two.
+    // belongs to, behind it: a push to a client that keeps up touches one page, not two.
     CBB_SOCK_T m_Sockfd = -1;
 
   private:
