@@ -84,7 +84,7 @@ void CRtspHeaderValue::append_text(CTextAppender& out) const {
 }
 
 void CRtspHeaderValue::AddParameter(const char* attr, const char* value) {
-    CRtspParameter* pParameter = new (std::nothrow) CRtspParameter;
+    auto* pParameter = NewPart<CRtspParameter>();
     if (pParameter != nullptr) {
         pParameter->add_attribute(attr, value);
         AddParameter(pParameter);
@@ -130,7 +130,7 @@ void CRtspHeaderValue::remove_parameter(const char* attr) {
 }
 
 CRtspHeaderValue* CRtspHeaderValue::clone() const {
-    CRtspHeaderValue* pCopy = new (std::nothrow) CRtspHeaderValue;
+    auto* pCopy = NewPart<CRtspHeaderValue>();
     if (pCopy != nullptr) {
         for (const auto& parameter : m_parameters) {
             pCopy->AddParameter(parameter->get_attr(), parameter->get_value());
@@ -148,7 +148,7 @@ void CRtspHeaderValue::show_value() const {
 }
 
 CRtspHeader* CRtspHeader::create_new(const char* name) {
-    return new (std::nothrow) CRtspHeader(name == nullptr ? "" : name);
+    return NewPart<CRtspHeader>(name == nullptr ? "" : name);
 }
 
 CRtspHeader::CRtspHeader() : CRtspHeader("") {}
@@ -182,7 +182,7 @@ void CRtspHeader::AddHeaderValue(CRtspHeaderValue* pValue) {
 }
 
 CRtspHeaderValue* CRtspHeader::AddHeaderValue(const char* text) {
-    std::unique_ptr<CRtspHeaderValue> value(new (std::nothrow) CRtspHeaderValue(text));
+    std::unique_ptr<CRtspHeaderValue> value(NewPart<CRtspHeaderValue>(text));
     if (value == nullptr || value->ParameterCount() == 0) {
         return nullptr;
     }

@@ -25,6 +25,18 @@ class CTextAppender;
 template <class T>
 using COwningList = std::vector<std::unique_ptr<T>>;
 
+// Set where a part of a message found no memory, on this thread. Replies are then not written any
+// more until somebody clears it: one that lacks a header may say something else.
+inline thread_local bool t_bMessageLacksParts = false;
+
+// A new part of a message, or null.
+template <class T, class... TArgs>
+T* NewPart(TArgs&&... args) {
+    T* pPart = new (std::nothrow) T(std::forward<TArgs>(args)...);
+    t_bMessageLacksParts |= pPart == nullptr;
+    return pPart;
+}
+
 // Puts `pItem` at the end of `list`, which then owns it. Out of memory the item is destroyed and
 // the result is false.
 template <class T>
@@ -33,6 +45,7 @@ bool AppendOwned(COwningList<T>& list, T* pItem) {
     try {
         list.push_back(std::move(item));
     } catch (const std::bad_alloc&) {
+        t_bMessageLacksParts = true;
         return false;
     }
     return true;

@@ -194,7 +194,7 @@ int CRtspMsg::copy_binary(const CTextAppender& head, const char* szHead, char* o
                           int size) const {
     const int nHead = static_cast<int>(head.Length());
     const int nTotal = nHead + m_contentLen;
-    if (head.Overflowed() || nTotal > size) {
+    if (t_bMessageLacksParts || head.Overflowed() || nTotal > size) {
         return -1;
     }
     memcpy(out, szHead, head.Length());

@@ -30,7 +30,7 @@ class CRtspMsg {
     // Writes the message as bytes and returns how many: the head, then exactly ContentLen() body
     // bytes. A NUL follows when there is room for one. Returns -1, with `out` untouched, when the
     // head is longer than HEAD_BUFFER_SIZE - 1 bytes, when the total exceeds `size`, when a
-    // response's status has no row, and always in the base class.
+    // response's status has no row, while t_bMessageLacksParts, and always in the base class.
     virtual int as_binary(char* out, int size) const;
 
     // The work behind as_string, for a bounded output, which tells whether the text was cut.

@@ -74,7 +74,7 @@ template <class Time>
 CRtspRangeValue* ReadRange(CMimeScanner& scanner, RangeType type) {
     const unsigned long nBegin = ReadTime<Time>(scanner.next_token("-"));
     const unsigned long nEnd = ReadTime<Time>(scanner.next_token("\n"));
-    return new (std::nothrow) CRtspRangeValue(nBegin, nEnd, type);
+    return NewPart<CRtspRangeValue>(nBegin, nEnd, type);
 }
 
 }  // namespace
@@ -317,7 +317,7 @@ void CRtspMsgParser::ParseHeaderValue(const char* text, int len, CRtspHeader* he
     if (!token.hasValue()) {
         return;
     }
-    std::unique_ptr<CRtspHeaderValue> value(new (std::nothrow) CRtspHeaderValue);
+    std::unique_ptr<CRtspHeaderValue> value(NewPart<CRtspHeaderValue>());
     if (value == nullptr) {
         return;
     }
@@ -409,7 +409,7 @@ void CRtspMsgParser::SetRTPInfoEntry(const char* entry, int len, CRtspHeader* he
         }
     }
     // Kept: an empty value marks the entry; its fields are not stored and nothing reads them.
-    header->AddHeaderValue(new (std::nothrow) CRtspHeaderValue);
+    header->AddHeaderValue(NewPart<CRtspHeaderValue>());
 }
 
 void CRtspMsgParser::ReadRTPInfoEntry(const char* entry, int begin, int keyLen, int end,

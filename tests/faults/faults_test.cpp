@@ -366,6 +366,8 @@ class CNthAllocationTest : public CFaultTest, public ::testing::WithParamInterfa
     EEnd Serve() {
         CPeer client(m_port, PLAYING, GetParam());
         if (!Ok(client.reply)) {
+            EXPECT_TRUE(client.reply.empty() || client.reply.rfind("RTSP/1.0 ", 0) == 0)
+                << "no reply lacks a part: " << client.reply;
             return client.Ask("OPTIONS", "*") != "" || client.Socket().AtEnd(0) ? TURNED_AWAY
                                                                                 : SILENT;
         }
