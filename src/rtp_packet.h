@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "rtsps_text.h"
+
 // Where the fields of a packet lie, in bytes from the start of its header. Packets in the host's
 // buffers start at any alignment: read and write them byte by byte (ReadBe16 and its kin).
 constexpr int RTP_HEADER_SIZE = 12;
@@ -29,8 +31,7 @@ constexpr uint8_t RTP_PREFIX_MAGIC = '$';
 inline void WriteRtpPrefix(uint8_t* pUnit, uint8_t byChannel, int nPacketSize) {
     pUnit[0] = RTP_PREFIX_MAGIC;
     pUnit[RTP_PREFIX_OFFSET_CHANNEL] = byChannel;
-    pUnit[RTP_PREFIX_OFFSET_LENGTH] = static_cast<uint8_t>(nPacketSize >> 8);
-    pUnit[RTP_PREFIX_OFFSET_LENGTH + 1] = static_cast<uint8_t>(nPacketSize);
+    WriteBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH, static_cast<uint16_t>(nPacketSize));
 }
 
 // Wire structures overlay bytes that come from anywhere, so they ask for no alignment and may alias
