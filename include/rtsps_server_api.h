@@ -111,9 +111,9 @@ typedef struct tagRtspServerStreamInfo {
 typedef enum RTSP_SERVER_EVENT {
     RTSPS_EVENT_CONNECTED = 1, /**< it is registered; nothing of it comes before this */
     RTSPS_EVENT_DESCRIBED = 2, /**< it knows the stream; channel and stream are set from here on */
-    RTSPS_EVENT_SETUP = 3,     /**< it has set up dwMedia over dwTransport; once a stream */
+    RTSPS_EVENT_SETUP = 3,     /**< it has set up dwMedia over dwTransport; each time */
     RTSPS_EVENT_PLAYING = 4,   /**< pushes reach it from here on: a key frame is welcome */
-    RTSPS_EVENT_TORN_DOWN = 5, /**< it has ended its media; its connection may last */
+    RTSPS_EVENT_TORN_DOWN = 5, /**< it sent TEARDOWN, with media or without */
     RTSPS_EVENT_CLOSED = 6     /**< it is gone; dwReason and stuTotals are set; the last event */
 } RTSP_SERVER_EVENT;
 
@@ -238,9 +238,10 @@ RTSPS_EXPORT int32_t RTSPServer_Start(void);
 /**
  * Stops to accept clients and ends every registered one: their connections are closed, their
  * threads joined. May be called whether or not the server was started, twice, and while other
- * threads push. Takes milliseconds, also with 128 clients; up to 100 ms more while ended
- * clients are being swept out; and as long as an event function that is running just then. Called
- * from inside that function it prints an error line and does nothing.
+ * threads push. Takes milliseconds, also with 128 clients; up to 50 ms more after a look for
+ * ended clients, 100 ms when a full registry is just being searched; and as long as the event
+ * functions take, RTSPS_EVENT_CLOSED of each client included: hold no lock that they need. Called
+ * from inside one of them it prints an error line and does nothing.
  *
  * A client that was beyond RTSPS_MAX_SESSIONS keeps its connection, without media.
  *
@@ -304,7 +305,8 @@ RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, 
  * After this returns no new call uses the old pair; a call that is on its way may still run.
  *
  * @param[in] pCallBack  the function, or null for none.
- * @param[in] pUserData  passed back unchanged; the host's.
+ * @param[in] pUserData  passed back unchanged; the host's. Keep what it points to until
+ *                       RTSPServer_Stop has returned: no call is under way after that.
  *
  * @return 0 always.
  */

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "rtsp_header.h"
+
 namespace {
 
 bool IsBlank(int c) {
@@ -57,6 +59,7 @@ bool CMimeFoldStore::Reserve(int nBytes) {
     if (m_buf == nullptr) {
         m_buf.reset(new (std::nothrow) char[static_cast<size_t>(nBytes)]);
         m_size = m_buf == nullptr ? 0 : nBytes;
+        t_bMessageLacksParts |= m_buf == nullptr;
     }
     return m_buf != nullptr;
 }

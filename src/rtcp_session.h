@@ -10,7 +10,7 @@
 
 // The RTCP side of one media stream (RFC 3550, 6.4.1): counts what is sent and emits a sender
 // report every 5 seconds at most, while media is being sent. Incoming RTCP is never read.
-// Used from the sending thread only.
+// Not thread-safe: CTransCtrl serialises.
 class CRtcpSession final : public CSession {
   public:
     explicit CRtcpSession(ETRANS_MODE mode) : CSession(mode) {}

@@ -25,8 +25,8 @@ class CTextAppender;
 template <class T>
 using COwningList = std::vector<std::unique_ptr<T>>;
 
-// Set where a part of a message found no memory, on this thread. Replies are then not written any
-// more until somebody clears it: one that lacks a header may say something else.
+// Set where a part of a message found no memory, on this thread. Messages are then not written as
+// bytes on it until somebody clears it: one that lacks a header may say something else.
 inline thread_local bool t_bMessageLacksParts = false;
 
 // A new part of a message, or null.

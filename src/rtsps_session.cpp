@@ -145,6 +145,9 @@ void CRtspSession::run_message_loop() {
         if (m_bQuit) {
             return;  // woken to stop: not a receive error
         }
+        if (nReady < 0 && nError == EINTR) {
+            continue;  // the C library's own signals, as when the host drops its privileges
+        }
         if (nReady < 0) {
             m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
             CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
@@ -378,7 +381,8 @@ bool CRtspSession::send_text(char* buf, int len, int* pErrno) {
 }
 
 // Sends a serialised message on the road that the session has: its transport once there is one,
-// else the bare connection. A negative length is a message that did not fit.
+// else the bare connection. A negative length is a message that did not fit or lacks
+// a part.
 bool CRtspSession::send_text_locked(char* buf, int len, int* pErrno) {
     if (len < 0) {
         return false;

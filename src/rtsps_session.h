@@ -139,7 +139,8 @@ class CRtspSession {
     int send_response_not_implemented(const CRtspMsg* msg);
     int send_response_no_bandwidth(const CRtspMsg* msg);
 
-    // Send path; 0 or -1. A reply that does not fit SEND_BUFFER_SIZE is not sent: -1.
+    // Send path; 0 or -1. A reply that does not fit SEND_BUFFER_SIZE, or lacks a part, is not sent:
+    // -1.
     int send_response(const CRtspResponse* resp);
     // The same for a reply with which the session begins to play: media of a push that comes while
     // it is sent follows right behind it.

@@ -224,7 +224,12 @@ int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
         return -1;
     }
     m_emRtspStat = RTSP_SETUP;
-    // Stream ids and transport modes have the same numbers as the events' media and transports.
+    static_assert(TRANS_STREAM_VIDEO == int{RTSPS_MEDIA_VIDEO} &&
+                      TRANS_STREAM_AUDIO == int{RTSPS_MEDIA_AUDIO} &&
+                      UDP_MODE == int{RTSPS_TRANSPORT_UDP} &&
+                      TCP_MODE == int{RTSPS_TRANSPORT_TCP} &&
+                      RTPOVERRTSP_MODE == int{RTSPS_TRANSPORT_INTERLEAVED},
+                  "the events tell the internal numbers");
     m_events.SetUp(static_cast<uint32_t>(pSetup->streamId),
                    static_cast<uint32_t>(pSetup->transInfo.mode));
     return 0;

@@ -63,7 +63,8 @@ class CTcpTransmitter final : public CPendingTransmitter {
     void accept_peer();
     void close_listener();
 
-    CMutex m_mutexListen;  // taken to use or close the listening socket; held for no wait
+    CMutex
+        m_mutexListen;  // taken to read, shut down or close the listening socket; held for no wait
     CBB_SOCK_T m_ListenSockfd GUARDED_BY(m_mutexListen) = -1;
     // atomic: published by the accept thread once its options are set, read by the sender
     std::atomic<CBB_SOCK_T> m_Connectfd{-1};

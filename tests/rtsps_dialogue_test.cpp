@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The dialogue over real sockets: every reply byte for byte.
 
+#include <unistd.h>
+
 #include <deque>
 #include <set>
 #include <sstream>
@@ -183,6 +185,16 @@ TEST_F(CDialogueTest, RefusalsEndTheSession) {
     CTestClient early(m_port);
     ExpectReply(early, early.Setup(0, INTERLEAVED), none);
     EXPECT_TRUE(m_log.HasLines("E get stream info failed,reqtype[0],chan[0],streamtype[0]"));
+}
+
+// The C library interrupts all threads for that.
+TEST_F(CDialogueTest, HostMayDropItsPrivileges) {
+    StartServer();
+    CTestClient client(m_port);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_NE(client.Ask("OPTIONS", client.Url()), "") << i;
+        EXPECT_EQ(setuid(getuid()), 0);
+    }
 }
 
 TEST_F(CDialogueTest, OtherMethodsAreNotAllowedAndCseqIsEchoedAsItCame) {

@@ -78,8 +78,10 @@ TEST_F(CEventTest, OneClientFromConnectToClose) {
     Start();
     const Bytes video = MakeRun({96, 1, 0, 100, 1}, 3);
     const Bytes audio = MakeUnit({8, 1, 0, 160, 1});
+    uint16_t port = 0;
     {
         CTestClient client(m_port);
+        port = client.Socket().Port();
         CTestSocket sockets[2];
         ASSERT_TRUE(client.PlayUdp(&sockets[0], &sockets[1]));
         ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_PLAYING));
@@ -95,7 +97,7 @@ TEST_F(CEventTest, OneClientFromConnectToClose) {
         EXPECT_EQ(id, heard[0].id);
         EXPECT_TRUE(thread == heard[0].thread && thread != std::this_thread::get_id());
         EXPECT_STREQ(info.szClientAddr, "127.0.0.1");
-        EXPECT_NE(info.dwClientPort, 0U);
+        EXPECT_EQ(info.dwClientPort, port);
         EXPECT_GE(info.qwConnectedMs, std::exchange(before, info.qwConnectedMs));
         EXPECT_EQ(info.nChan, event == RTSPS_EVENT_CONNECTED ? -1 : 1);
         EXPECT_EQ(info.nStreamType, event == RTSPS_EVENT_CONNECTED ? -1 : 0);

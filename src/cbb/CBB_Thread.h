@@ -6,7 +6,8 @@
 
 // While it lives, the calling thread blocks every asynchronous signal, and a thread created
 // meanwhile inherits that. Library threads are created under it: the host's handlers then run on
-// the host's threads only, and no wait of the library ends early with EINTR.
+// the host's threads only. The C library's own signals, as setuid() sends them to all threads,
+// still interrupt: a wait that ends with EINTR begins again.
 class CBlockSignals {
   public:
     CBlockSignals();
