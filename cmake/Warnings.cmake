@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-# Warnings that every target of this project is built with.
-option(RTSPSERVER_WERROR "Treat warnings as errors" ${RTSPSERVER_TOP_LEVEL})
+# The warnings for every target of this project.
+# It is off by default, so that a warning of a newer compiler does not stop the build of a user.
+option(RTSPSERVER_WERROR "Treat warnings as errors, as the project's own presets do" OFF)
 
 add_library(rtspserver_warnings INTERFACE)
 target_compile_options(rtspserver_warnings INTERFACE
