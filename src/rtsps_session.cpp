@@ -3,7 +3,9 @@
 #include "rtsps_session.h"
 
 #include <sys/prctl.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -22,10 +24,30 @@ constexpr int IDLE_LIMIT_MS = 30000;
 constexpr int MIN_PACKET_SIZE = 4;
 constexpr unsigned char INTERLEAVED_CHANNELS = 8;
 constexpr size_t CSEQ_SIZE = 16;
+constexpr char HEAD_END[] = "\r\n\r\n";
+constexpr int HEAD_END_SIZE = sizeof(HEAD_END) - 1;
+
+// The length of the interleaved frame (RFC 2326, section 10.12) that the data begin with, its
+// 4-byte prefix included; the length of the prefix while the prefix is incomplete. 0 when the data
+// do not begin with a frame.
+int FrameLength(const char* data, int len) {
+    const auto* pBytes = reinterpret_cast<const uint8_t*>(data);
+    if (len < 1 || pBytes[0] != '$' || (len > 1 && pBytes[1] >= INTERLEAVED_CHANNELS)) {
+        return 0;
+    }
+    return len < MIN_PACKET_SIZE ? MIN_PACKET_SIZE : ReadBe16(pBytes + 2) + MIN_PACKET_SIZE;
+}
+
+// The length of the message head that the NUL-terminated data begin with, its empty line included.
+// 0 while the empty line is missing.
+int HeadLength(const char* data) {
+    const char* pEnd = CBB_Strstr(data, HEAD_END);
+    return pEnd == nullptr ? 0 : static_cast<int>(pEnd - data) + HEAD_END_SIZE;
+}
 
 }  // namespace
 
-// What the client has sent and nobody has consumed, always followed by a NUL.
+// The received bytes that are not consumed yet, always followed by a NUL.
 struct CRtspSession::CReceiveBuffer {
     char data[RECV_BUFFER_SIZE + 1] = {};
     int nHeld = 0;
@@ -207,11 +229,38 @@ bool CRtspSession::idle_too_long(int nIdleMs) {
     return true;
 }
 
+// How many bytes to receive when the next `nPeeked` bytes are known: they stand in the buffer after
+// the held ones, and are still in the socket.
+//
+// Clients write the receiver reports of interleaved media and their requests on one connection, so
+// one segment may carry both. A receive therefore ends where a frame begins or ends. Where no frame
+// is involved, it takes all that has arrived.
+int CRtspSession::receive_size(const CReceiveBuffer& buffer, int nPeeked) {
+    const int nHeld = buffer.nHeld;
+    const int nArrived = nHeld + nPeeked;
+    const int nFrame = FrameLength(buffer.data, nArrived);
+    if (nFrame > nHeld) {
+        return std::min(nFrame, RECV_BUFFER_SIZE) - nHeld;
+    }
+    const int nHead = HeadLength(buffer.data);
+    if (nHead > nHeld && FrameLength(buffer.data + nHead, nArrived - nHead) > 0) {
+        return nHead - nHeld;
+    }
+    return nPeeked;  // not more: a frame may arrive before the receive
+}
+
 bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
     // Kept: a frame longer than the buffer leaves no room, and the receive of 0 bytes then ends the
     // session.
     const int nRoom = RECV_BUFFER_SIZE - pBuffer->nHeld;
-    const int nReceived = CBB_Recv(m_sockfd, pBuffer->data + pBuffer->nHeld, nRoom);
+    char* pFree = pBuffer->data + pBuffer->nHeld;
+    // The end of the stream and errors are met here: an error is reported once only.
+    int nReceived = static_cast<int>(
+        recv(m_sockfd, pFree, static_cast<size_t>(nRoom), MSG_PEEK | MSG_DONTWAIT));
+    if (nReceived > 0) {
+        pFree[nReceived] = '\0';
+        nReceived = CBB_Recv(m_sockfd, pFree, receive_size(*pBuffer, nReceived));
+    }
     if (nReceived < 1) {
         const int nError = GetSystemLastError();
         if (m_bQuit) {
@@ -234,9 +283,10 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
 
 // Takes one message or frame out of the buffer; false ends the session.
 //
-// Kept: only the count shrinks, what remains is not moved to the front, and the next receive
-// appends behind the reduced count. One message a receive leaves the buffer empty; with several,
-// the framing shifts.
+// Kept: only the count shrinks, the remaining bytes are not moved to the front, and the next
+// receive appends after the reduced count. One message per receive leaves the buffer empty; with a
+// second message, or a body, the framing shifts. Frames never share a receive, see
+// receive_size.
 bool CRtspSession::consume(CReceiveBuffer* pBuffer) {
     int nMsgLen = 0;
     switch (check_packet(pBuffer->data, RECV_BUFFER_SIZE, pBuffer->nHeld, nMsgLen)) {
@@ -275,9 +325,8 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
     if (len < MIN_PACKET_SIZE) {
         return 2;
     }
-    const auto* pBytes = reinterpret_cast<const uint8_t*>(buf);
-    if (pBytes[0] == '$' && pBytes[1] < INTERLEAVED_CHANNELS) {
-        const int nFrame = ReadBe16(pBytes + 2) + MIN_PACKET_SIZE;
+    const int nFrame = FrameLength(buf, len);
+    if (nFrame > 0) {
         if (len < nFrame) {
             return 2;
         }
@@ -287,9 +336,9 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
     }
     // Kept: a body is neither waited for nor counted, so a request that announces one does not
     // parse, and ends its session.
-    const char* pEnd = CBB_Strstr(buf, "\r\n\r\n");
-    if (pEnd != nullptr) {
-        msgLen = static_cast<int>(pEnd - buf) + MIN_PACKET_SIZE;
+    const int nHead = HeadLength(buf);
+    if (nHead > 0) {
+        msgLen = nHead;
         return 0;
     }
     return len <= bufSize / 2 ? 2 : -1;

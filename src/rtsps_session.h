@@ -90,6 +90,7 @@ class CRtspSession {
     void run_message_loop();
     int wait_readable(int nMilliSec) const;
     bool idle_too_long(int nIdleMs);
+    static int receive_size(const CReceiveBuffer& buffer, int nPeeked);
     bool receive(CReceiveBuffer* pBuffer);
     bool consume(CReceiveBuffer* pBuffer);
     bool handle_message(const char* buf, int msgLen);

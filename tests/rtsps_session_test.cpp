@@ -7,6 +7,8 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
+#include <functional>
+
 #include "rtsp_msg.h"
 #include "rtsps_server.h"
 #include "support/session_probe.h"
@@ -107,7 +109,6 @@ TEST(Session, FramingOfWhatArrivesInPieces) {
         {{std::string("A\0\r\n\r\n", 6), Beat('1')}, "", ""},  // nothing behind a NUL is seen
         // Kept: what follows in the same receive is not moved to the front.
         {{Beat('1') + Beat('2'), Beat('3')}, "11", ""},
-        {{frame + Beat('1'), Beat('2')}, "", ""},
         {{Beat('1'), "\r\n\r\n", Beat('2')}, "1", unparsable},
         {{Frame(8, 257, 4) + "\r\n\r\n"}, "", unparsable},  // text
         {{"HEARTBEAT x RTSP/1.0\r\nContent-length: 3\r\n\r\nabc"}, "", unparsable},
@@ -135,6 +136,53 @@ TEST(Session, FramingOfWhatArrivesInPieces) {
         EXPECT_EQ(fcntl(s.fd, F_GETFD), -1);
         EXPECT_EQ(s.Replies(), "");
         EXPECT_EQ(s.log.Has("[RTSPS ERROR]"), !end.empty()) << "a normal stop is no error";
+    }
+}
+
+// A report of interleaved media and a request may share a segment: clients write both on one
+// connection. A session that misses one boundary answers nothing from there on.
+TEST(Session, ReportsAndRequestsShareSegments) {
+    const std::string report = Frame(1, 48, 52);
+    const std::string empty = Frame(1, 0, 4);
+    using Pieces = std::vector<std::string>;
+    const struct {
+        const char* why;
+        std::function<Pieces(const std::string& request, size_t round)> pieces;
+    } rows[] = {
+        {"a report before a request",
+         [&](auto& request, size_t) { return Pieces{report + request}; }},
+        {"a request before a report",
+         [&](auto& request, size_t) { return Pieces{request + report}; }},
+        {"two reports before a request",
+         [&](auto& request, size_t) { return Pieces{report + report + request}; }},
+        {"a request between two reports",
+         [&](auto& request, size_t) { return Pieces{report + request + report}; }},
+        {"reports without content",
+         [&](auto& request, size_t) { return Pieces{empty + request + empty}; }},
+        {"a report cut anywhere, its end with a request",
+         [&](auto& request, size_t round) {
+             return Pieces{report.substr(0, round), report.substr(round) + request};
+         }},
+        {"a report cut anywhere, its beginning with a request",
+         [&](auto& request, size_t round) {
+             return Pieces{request + report.substr(0, round), report.substr(round)};
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        CSessionOnPair s;
+        EXPECT_EQ(s.session.Open(s.fd, &s.addr), 0);
+        for (size_t round = 1; round < report.size(); ++round) {
+            const std::string cseq = std::to_string(round);
+            for (const std::string& piece : row.pieces(Request("HEARTBEAT", "", cseq), round)) {
+                s.SendPiece(piece);
+            }
+            const std::string reply = "RTSP/1.0 200 OK\r\nCSeq: " + cseq + "\r\n\r\n";
+            ASSERT_EQ(s.client.ReceiveExactly(reply.size(), 1000), reply);
+        }
+        EXPECT_EQ(s.session.Close(), 0);
+        EXPECT_EQ(s.Replies(), "");
+        EXPECT_FALSE(s.log.Has("[RTSPS ERROR]"));
     }
 }
 
