@@ -58,8 +58,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         m_pTransCtrl->SendStream(data, len, bVideo ? TRANS_STREAM_VIDEO : TRANS_STREAM_AUDIO, 0);
     if (nSent < 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send error and exit"));
-        m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
-        m_bQuit = true;
+        end_from_push(RTSPS_CLOSE_CONNECTION_ERROR);
     }
     if (nSent != len) {
         // Kept: a push of a stream that the client has not set up is a short one too.
@@ -80,9 +79,16 @@ void CRtspSession::count_short_send(int chan, int streamtype, int len, int nSent
     if (m_nSndErrCounter > SHORT_SEND_LIMIT) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("send failed over thresold and exit"));
-        m_events.SetReason(RTSPS_CLOSE_TOO_SLOW);
-        m_bQuit = true;
+        end_from_push(RTSPS_CLOSE_TOO_SLOW);
     }
+}
+
+// Ends the session on a host's thread. The session's own thread may wait for the client just then:
+// it is woken in a way that puts nothing on the wire. The socket stays open until the sweep.
+void CRtspSession::end_from_push(RTSP_SERVER_CLOSE_REASON reason) {
+    m_events.SetReason(reason);
+    m_bQuit = true;
+    CBB_ShutDown(m_sockfd, SHUT_RD);
 }
 
 tagRtspServerTotals CRtspSession::media_totals() {

@@ -3,6 +3,7 @@
 
 #include <sched.h>
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <future>
@@ -126,6 +127,12 @@ TEST_F(CEventTest, CloseReasons) {
                  EXPECT_EQ(m_log.Has("send failed over thresold and exit"), i == 42);
                  Push(i == 20 ? video : audio);
              }
+             const auto ended = std::chrono::steady_clock::now();
+             EXPECT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
+             const std::chrono::milliseconds limit(IsPlainBuild() ? 50 : 2000);
+             EXPECT_LT(std::chrono::steady_clock::now() - ended, limit)
+                 << "a push that ends a session wakes its thread";
+             EXPECT_FALSE(client.Socket().AtEnd(0)) << "the socket stays open until the sweep";
              EXPECT_EQ(m_log.Count(" send failed,nLen=176,nSendLen=0,"), 41);
              EXPECT_EQ(client.Socket().ReceiveExactly(video.size()), FrameOf(video, VIDEO_SSRC, 0));
              CRtspSessionManager::Instance()->DelExceptionSession();
