@@ -272,7 +272,8 @@ RTSPS_EXPORT int32_t CBB_InitNetwork_Inter(void);
 RTSPS_EXPORT int32_t CBB_FiniNetwork_Inter(void);
 
 /**
- * Creates a socket as the system's socket() does, close-on-exec.
+ * Creates a socket as the system's socket() does, close-on-exec. The descriptor is never 0, 1 or
+ * 2, also when the process has closed its standard streams.
  *
  * @param[in] iDomain    as for socket().
  * @param[in] iType      as for socket().
@@ -324,7 +325,8 @@ RTSPS_EXPORT int32_t CBB_Bind(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr);
 RTSPS_EXPORT int32_t CBB_Listen(CBB_SOCK_T iSockFd, int iBackLog);
 
 /**
- * Takes one connection, close-on-exec; blocks for nTimeOut at most.
+ * Takes one connection, close-on-exec; blocks for nTimeOut at most. The descriptor is never 0, 1
+ * or 2.
  *
  * @param[in] iSockFd    the listening socket.
  * @param[out] pCBBAddr  receives the peer, or null.

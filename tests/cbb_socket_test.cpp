@@ -90,6 +90,35 @@ TEST_F(CbbSocket, ConnectsWithinItsTime) {
               "CBB_ConnectWithTimeOut getsockopt !iError return error, 115, Error\n");
 }
 
+// What the host prints to its closed standard streams must not reach a client.
+TEST_F(CbbSocket, StandardStreamsAreNeverSockets) {
+    for (const bool withAddress : {false, true}) {
+        m_client = Open(SOCK_STREAM);
+        ASSERT_EQ(CBB_ConnectWithTimeOut(m_client, &m_addr, 5000), 0);
+        int saved[3] = {};
+        for (int fd = 0; fd < 3; ++fd) {
+            saved[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 10);
+            close(fd);
+        }
+        CBB_ADDR_T peer = {};
+        const CBB_SOCK_T created = CBB_CreateSocket(AF_INET, SOCK_DGRAM, 0);
+        const CBB_SOCK_T accepted = CBB_Accept(m_listen, withAddress ? &peer : nullptr, 5000);
+        const bool stillClosed = fcntl(0, F_GETFD) + fcntl(1, F_GETFD) + fcntl(2, F_GETFD) == -3;
+        for (int fd = 0; fd < 3; ++fd) {
+            dup2(saved[fd], fd);
+            close(saved[fd]);
+        }
+        EXPECT_TRUE(stillClosed);
+        for (const CBB_SOCK_T fd : {created, accepted}) {
+            EXPECT_GT(fd, 2);
+            EXPECT_EQ(fcntl(Keep(fd), F_GETFD), FD_CLOEXEC);
+        }
+        EXPECT_EQ(CBB_Sendn(accepted, "abc", 3, 5000), 3);
+        char buf[4] = {};
+        EXPECT_EQ(CBB_Recvn(m_client, buf, 3, 5000), 3) << "the connection has moved along";
+    }
+}
+
 TEST_F(CbbSocket, OptionsThatAreKeptCrossed) {
     const CBB_SOCK_T fd = Open(SOCK_DGRAM);
     int nTos = 0;

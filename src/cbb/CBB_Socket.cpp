@@ -55,6 +55,17 @@ bool WouldBlock() {
     return errno == EAGAIN || errno == EWOULDBLOCK;
 }
 
+// A host that has closed its standard streams still prints to their numbers, and so does this
+// library's log: a socket with one of these numbers would send that to its peer.
+CBB_SOCK_T AboveStandardStreams(CBB_SOCK_T iSockFd) {
+    if (iSockFd < 0 || iSockFd > STDERR_FILENO) {
+        return iSockFd;
+    }
+    const CBB_SOCK_T moved = fcntl(iSockFd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    CBB_CloseSocket(iSockFd, 0);
+    return moved;
+}
+
 enum class EWait { READY, TIMED_OUT, FAILED };
 
 // Waits for one event and counts the time down. A poll that reports only an error or a hang-up has
@@ -137,7 +148,7 @@ int32_t CBB_FiniNetwork_Inter(void) {
 }
 
 CBB_SOCK_T CBB_CreateSocket(int iDomain, int iType, int iProtocol) {
-    return socket(iDomain, iType | SOCK_CLOEXEC, iProtocol);
+    return AboveStandardStreams(socket(iDomain, iType | SOCK_CLOEXEC, iProtocol));
 }
 
 int32_t CBB_CloseSocket(CBB_SOCK_T iSockFd, int bForce) {
@@ -174,10 +185,10 @@ CBB_SOCK_T CBB_Accept(CBB_SOCK_T iSockFd, CBB_ADDR_T* pCBBAddr, uint32_t nTimeOu
         return -1;
     }
     if (pCBBAddr == nullptr) {
-        return accept4(iSockFd, nullptr, nullptr, SOCK_CLOEXEC);
+        return AboveStandardStreams(accept4(iSockFd, nullptr, nullptr, SOCK_CLOEXEC));
     }
     socklen_t nLength = sizeof(*pCBBAddr);
-    return accept4(iSockFd, SysAddr(pCBBAddr), &nLength, SOCK_CLOEXEC);
+    return AboveStandardStreams(accept4(iSockFd, SysAddr(pCBBAddr), &nLength, SOCK_CLOEXEC));
 }
 
 int32_t CBB_ConnectWithTimeOut(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr, uint32_t nTimeOut) {
