@@ -4,8 +4,6 @@
 #include <cstring>
 #include <new>
 
-#include "rtsp_header.h"
-
 namespace {
 
 bool IsBlank(int c) {
@@ -59,7 +57,7 @@ bool CMimeFoldStore::Reserve(int nBytes) {
     if (m_buf == nullptr) {
         m_buf.reset(new (std::nothrow) char[static_cast<size_t>(nBytes)]);
         m_size = m_buf == nullptr ? 0 : nBytes;
-        t_bMessageLacksParts |= m_buf == nullptr;
+        m_bOutOfMemory |= m_buf == nullptr;
     }
     return m_buf != nullptr;
 }
@@ -77,6 +75,7 @@ void CMimeFoldStore::Clear() {
     m_buf.reset();
     m_size = 0;
     m_used = 0;
+    m_bOutOfMemory = false;
 }
 
 void CMimeScanner::SkipWS() {

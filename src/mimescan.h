@@ -52,11 +52,14 @@ class CMimeFoldStore {
     // Where the next byte goes: the start of a new text.
     [[nodiscard]] const char* End() const { return m_buf.get() + m_used; }
     void Clear();  // frees everything; tokens that point here become invalid
+    // Whether a folded text was cut since the last Clear because memory ran out.
+    [[nodiscard]] bool IsOutOfMemory() const { return m_bOutOfMemory; }
 
   private:
     std::unique_ptr<char[]> m_buf;
     int m_size = 0;
     int m_used = 0;
+    bool m_bOutOfMemory = false;
 };
 
 // Cuts tokens from a stream.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "rtsp_header.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -84,11 +85,13 @@ void CRtspHeaderValue::append_text(CTextAppender& out) const {
 }
 
 void CRtspHeaderValue::AddParameter(const char* attr, const char* value) {
-    auto* pParameter = NewPart<CRtspParameter>();
-    if (pParameter != nullptr) {
-        pParameter->add_attribute(attr, value);
-        AddParameter(pParameter);
+    auto* pParameter = new (std::nothrow) CRtspParameter;
+    if (pParameter == nullptr) {
+        m_bLacksPart = true;
+        return;
     }
+    pParameter->add_attribute(attr, value);
+    AddParameter(pParameter);
 }
 
 void CRtspHeaderValue::AddParameter(const char* attr) {
@@ -96,8 +99,8 @@ void CRtspHeaderValue::AddParameter(const char* attr) {
 }
 
 void CRtspHeaderValue::AddParameter(CRtspParameter* pParameter) {
-    if (pParameter != nullptr) {
-        AppendOwned(m_parameters, pParameter);
+    if (pParameter != nullptr && !AppendOwned(m_parameters, pParameter)) {
+        m_bLacksPart = true;
     }
 }
 
@@ -130,8 +133,9 @@ void CRtspHeaderValue::remove_parameter(const char* attr) {
 }
 
 CRtspHeaderValue* CRtspHeaderValue::clone() const {
-    auto* pCopy = NewPart<CRtspHeaderValue>();
+    auto* pCopy = new (std::nothrow) CRtspHeaderValue;
     if (pCopy != nullptr) {
+        pCopy->m_bLacksPart = m_bLacksPart;
         for (const auto& parameter : m_parameters) {
             pCopy->AddParameter(parameter->get_attr(), parameter->get_value());
         }
@@ -148,7 +152,7 @@ void CRtspHeaderValue::show_value() const {
 }
 
 CRtspHeader* CRtspHeader::create_new(const char* name) {
-    return NewPart<CRtspHeader>(name == nullptr ? "" : name);
+    return new (std::nothrow) CRtspHeader(name == nullptr ? "" : name);
 }
 
 CRtspHeader::CRtspHeader() : CRtspHeader("") {}
@@ -176,18 +180,24 @@ bool CRtspHeader::IsTypeByName(const char* name) const {
 }
 
 void CRtspHeader::AddHeaderValue(CRtspHeaderValue* pValue) {
-    if (pValue != nullptr) {
-        AppendOwned(m_headers, pValue);
+    if (pValue != nullptr && !AppendOwned(m_headers, pValue)) {
+        m_bLacksPart = true;
     }
 }
 
+void CRtspHeader::AddNewHeaderValue(CRtspHeaderValue* pValue) {
+    m_bLacksPart |= pValue == nullptr;
+    AddHeaderValue(pValue);
+}
+
 CRtspHeaderValue* CRtspHeader::AddHeaderValue(const char* text) {
-    std::unique_ptr<CRtspHeaderValue> value(NewPart<CRtspHeaderValue>(text));
-    if (value == nullptr || value->ParameterCount() == 0) {
+    std::unique_ptr<CRtspHeaderValue> value(new (std::nothrow) CRtspHeaderValue(text));
+    CRtspHeaderValue* pValue = value.get();
+    if (pValue == nullptr || !pValue->IsComplete() || !AppendOwned(m_headers, value.release())) {
+        m_bLacksPart = true;
         return nullptr;
     }
-    CRtspHeaderValue* pValue = value.release();
-    return AppendOwned(m_headers, pValue) ? pValue : nullptr;
+    return pValue;
 }
 
 CRtspHeaderValue* CRtspHeader::GetHeaderValue() {
@@ -213,11 +223,17 @@ CRtspHeaderValue* CRtspHeader::GetHeaderValue(const char* text) {
 CRtspHeader* CRtspHeader::clone() const {
     CRtspHeader* pCopy = create_new(m_szName);
     if (pCopy != nullptr) {
+        pCopy->m_bLacksPart = m_bLacksPart;
         for (const auto& value : m_headers) {
-            pCopy->AddHeaderValue(value->clone());
+            pCopy->AddNewHeaderValue(value->clone());
         }
     }
     return pCopy;
+}
+
+bool CRtspHeader::IsComplete() const {
+    return !m_bLacksPart && std::all_of(m_headers.begin(), m_headers.end(),
+                                        [](const auto& value) { return value->IsComplete(); });
 }
 
 void CRtspHeader::Clear() {

@@ -5,6 +5,10 @@
 // All texts live in fixed arrays; what does not fit is cut. Names and attributes are compared
 // exactly, case included. Objects own what is added to them, and belong to one thread at a time.
 //
+// A part that cannot be allocated is left out. Its owner remembers that: IsComplete() is then false
+// for it and for everything that holds it, copies included, and such a message is never written as
+// bytes (a reply that lacks a header may say something else).
+//
 // Every level has two serialisations. `append_text` writes into a bounded appender and does the
 // work; `as_string` calls it for a NUL-terminated buffer whose caller vouches that it is large
 // enough.
@@ -25,18 +29,6 @@ class CTextAppender;
 template <class T>
 using COwningList = std::vector<std::unique_ptr<T>>;
 
-// Set where a part of a message found no memory, on this thread. Messages are then not written as
-// bytes on it until somebody clears it: one that lacks a header may say something else.
-inline thread_local bool t_bMessageLacksParts = false;
-
-// A new part of a message, or null.
-template <class T, class... TArgs>
-T* NewPart(TArgs&&... args) {
-    T* pPart = new (std::nothrow) T(std::forward<TArgs>(args)...);
-    t_bMessageLacksParts |= pPart == nullptr;
-    return pPart;
-}
-
 // Puts `pItem` at the end of `list`, which then owns it. Out of memory the item is destroyed and
 // the result is false.
 template <class T>
@@ -45,7 +37,6 @@ bool AppendOwned(COwningList<T>& list, T* pItem) {
     try {
         list.push_back(std::move(item));
     } catch (const std::bad_alloc&) {
-        t_bMessageLacksParts = true;
         return false;
     }
     return true;
@@ -101,10 +92,12 @@ class CRtspHeaderValue {
 
     [[nodiscard]] size_t ParameterCount() const { return m_parameters.size(); }
 
+    [[nodiscard]] bool IsComplete() const { return !m_bLacksPart; }
+
     void remove_parameter(const char* attr);  // the first with that attribute, if any
 
     // A new plain value with copies of the parameters, owned by the caller; null when out of
-    // memory. A parameter that cannot be copied is left out.
+    // memory. A parameter that cannot be copied is left out, and the copy is incomplete.
     [[nodiscard]] CRtspHeaderValue* clone() const;
 
     void Clear();             // destroys all parameters
@@ -112,6 +105,9 @@ class CRtspHeaderValue {
 
   protected:
     COwningList<CRtspParameter> m_parameters;
+
+  private:
+    bool m_bLacksPart = false;
 };
 
 class CRtspHeader {
@@ -133,8 +129,10 @@ class CRtspHeader {
     [[nodiscard]] const char* Name() const { return m_szName; }
     [[nodiscard]] bool IsTypeByName(const char* name) const;
 
-    // Appends a value, which the header owns from then on, whatever happens; null is ignored.
+    // Appends a value, which the header owns from then on, whatever happens. Null is ignored.
     void AddHeaderValue(CRtspHeaderValue* pValue);
+    // The same for a value that was just allocated: null marks the header as incomplete.
+    void AddNewHeaderValue(CRtspHeaderValue* pValue);
 
     // Appends a value whose one parameter is the whole text, and returns it (the header keeps
     // it); null when out of memory.
@@ -148,8 +146,12 @@ class CRtspHeader {
     CRtspHeaderValue* GetHeaderValue(const char* text);
 
     // A new plain header with the same name and clones of all values, owned by the caller; null
-    // when out of memory. A value that cannot be copied is left out.
+    // when out of memory. A value that cannot be copied is left out, and the copy is incomplete.
     [[nodiscard]] CRtspHeader* clone() const;
+
+    // False when a part of it could not be allocated.
+    [[nodiscard]] bool IsComplete() const;
+    void MarkIncomplete() { m_bLacksPart = true; }
 
     void Clear();              // destroys all values
     void show_header() const;  // prints the values on standard output, for debugging
@@ -157,6 +159,9 @@ class CRtspHeader {
   protected:
     char m_szName[1024];
     COwningList<CRtspHeaderValue> m_headers;
+
+  private:
+    bool m_bLacksPart = false;
 };
 
 // What a "Transport" header asks for.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "rtsp_msg.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -59,12 +60,6 @@ void TakeInterleaved(const CRtspHeader& header, unsigned char* chan1, unsigned c
     StoreChannel(nSecond, chan2);
 }
 
-// A copy of the request's header of that name, or null.
-std::unique_ptr<CRtspHeader> CopyHeader(const CRtspMsg* req, const char* szName) {
-    const CRtspHeader* pHeader = req == nullptr ? nullptr : req->GetHeader(szName);
-    return std::unique_ptr<CRtspHeader>(pHeader == nullptr ? nullptr : pHeader->clone());
-}
-
 }  // namespace
 
 CRtspMsg::CRtspMsg() {
@@ -100,16 +95,18 @@ int CRtspMsg::Content(const char* data, int len) {
 }
 
 void CRtspMsg::AddHeader(CRtspHeader* pHeader) {
-    if (pHeader != nullptr) {
-        AppendOwned(m_headers, pHeader);
+    if (pHeader != nullptr && !AppendOwned(m_headers, pHeader)) {
+        m_bLacksPart = true;
     }
 }
 
 void CRtspMsg::AddHeader(const char* name, const char* text) {
     std::unique_ptr<CRtspHeader> header(CRtspHeader::create_new(name));
-    if (header != nullptr && header->AddHeaderValue(text) != nullptr) {
-        AddHeader(header.release());
+    if (header == nullptr || header->AddHeaderValue(text) == nullptr) {
+        m_bLacksPart = true;
+        return;
     }
+    AddHeader(header.release());
 }
 
 void CRtspMsg::AddHeader(const char* name, int n) {
@@ -175,6 +172,11 @@ void CRtspMsg::Clear() {
     m_iterator = 0;
 }
 
+bool CRtspMsg::IsComplete() const {
+    return !m_bLacksPart && std::all_of(m_headers.begin(), m_headers.end(),
+                                        [](const auto& header) { return header->IsComplete(); });
+}
+
 void CRtspMsg::append_headers(CTextAppender& out) const {
     for (const auto& header : m_headers) {
         out.Append(header->Name());
@@ -194,7 +196,7 @@ int CRtspMsg::copy_binary(const CTextAppender& head, const char* szHead, char* o
                           int size) const {
     const int nHead = static_cast<int>(head.Length());
     const int nTotal = nHead + m_contentLen;
-    if (t_bMessageLacksParts || head.Overflowed() || nTotal > size) {
+    if (!IsComplete() || head.Overflowed() || nTotal > size) {
         return -1;
     }
     memcpy(out, szHead, head.Length());
@@ -265,16 +267,31 @@ int CRtspResponse::as_binary(char* out, int size) const {
     return append_head(head) ? copy_binary(head, szHead, out, size) : -1;
 }
 
-void CRtspResponse::append_copy(const CRtspMsg* req, const char* name) {
-    AddHeader(CopyHeader(req, name).release());
+// A copy of the request's header of that name; null when there is none, or no memory.
+std::unique_ptr<CRtspHeader> CRtspResponse::copy_header(const CRtspMsg* req, const char* name) {
+    if (req == nullptr) {
+        return nullptr;
+    }
+    if (!req->IsComplete()) {
+        MarkIncomplete();
+    }
+    const CRtspHeader* pHeader = req->GetHeader(name);
+    if (pHeader == nullptr) {
+        return nullptr;
+    }
+    std::unique_ptr<CRtspHeader> copy(pHeader->clone());
+    if (copy == nullptr || !copy->IsComplete()) {
+        MarkIncomplete();
+    }
+    return copy;
 }
 
 void CRtspResponse::append_cseq(const CRtspMsg* req) {
-    append_copy(req, "CSeq");
+    AddHeader(copy_header(req, "CSeq").release());
 }
 
 void CRtspResponse::append_session_id(const CRtspMsg* req) {
-    append_copy(req, "Session");
+    AddHeader(copy_header(req, "Session").release());
 }
 
 void CRtspResponse::append_session_id(const char* id) {
@@ -305,7 +322,7 @@ void CRtspResponse::append_range_time_now(const CRtspMsg*, time_t now) {
 void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,
                                      unsigned short port1, unsigned short port2, const char* source,
                                      unsigned char* chan1, unsigned char* chan2) {
-    std::unique_ptr<CRtspHeader> header = CopyHeader(req, "Transport");
+    std::unique_ptr<CRtspHeader> header = copy_header(req, "Transport");
     CRtspHeaderValue* pValue = header == nullptr ? nullptr : header->GetHeaderValue();
     if (pValue == nullptr) {
         return;
@@ -340,7 +357,7 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
 void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ssrc,
                                             unsigned short port1, unsigned short port2,
                                             const tagCBB_ADDR_T* addr) {
-    std::unique_ptr<CRtspHeader> header = CopyHeader(req, "Transport");
+    std::unique_ptr<CRtspHeader> header = copy_header(req, "Transport");
     CRtspHeaderValue* pValue = header == nullptr ? nullptr : header->GetHeaderValue();
     if (pValue == nullptr) {
         return;

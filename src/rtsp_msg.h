@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <ctime>
+#include <memory>
 
 #include "rtsp_common.h"
 #include "rtsp_header.h"
@@ -30,7 +31,7 @@ class CRtspMsg {
     // Writes the message as bytes and returns how many: the head, then exactly ContentLen() body
     // bytes. A NUL follows when there is room for one. Returns -1, with `out` untouched, when the
     // head is longer than HEAD_BUFFER_SIZE - 1 bytes, when the total exceeds `size`, when a
-    // response's status has no row, while t_bMessageLacksParts, and always in the base class.
+    // response's status has no row, when the message is incomplete, and always in the base class.
     virtual int as_binary(char* out, int size) const;
 
     // The work behind as_string, for a bounded output, which tells whether the text was cut.
@@ -53,8 +54,9 @@ class CRtspMsg {
     [[nodiscard]] const char* Method() const { return get_rtsp_method(m_method); }
     [[nodiscard]] bool IsRequest() const { return m_method != RTSP_RESPONSE; }
 
-    // Append a header. Out of memory nothing is appended. A given object is owned by the message
-    // from then on, whatever happens; null is ignored. `text` becomes one value and is not split.
+    // Append a header. Out of memory nothing is appended, and the message is incomplete. A given
+    // object is owned by the message from then on, whatever happens; null is ignored. `text`
+    // becomes one value and is not split.
     void AddHeader(CRtspHeader* pHeader);
     void AddHeader(const char* name, const char* text);
     void AddHeader(const char* name, int n);
@@ -79,6 +81,10 @@ class CRtspMsg {
 
     void Clear();  // destroys all headers
 
+    // False when a part of it could not be allocated.
+    [[nodiscard]] bool IsComplete() const;
+    void MarkIncomplete() { m_bLacksPart = true; }
+
   protected:
     // What requests and responses share: everything behind the start line.
     void append_headers(CTextAppender& out) const;
@@ -88,6 +94,7 @@ class CRtspMsg {
 
   private:
     COwningList<CRtspHeader> m_headers;
+    bool m_bLacksPart = false;
     size_t m_iterator = 0;  // the header that GetNextHeader returns next
     int m_majorVer = 1;
     int m_minorVer = 0;
@@ -131,7 +138,8 @@ class CRtspResponse : public CRtspMsg {
     void Msg(const char* msg);  // ignores the phrase: the phrase is always the status table's
 
     // Header builders. Each appends one header at the end, so the order of the calls is the order
-    // on the wire. Out of memory the header is left out.
+    // on the wire. Out of memory the header is left out, and the response is incomplete. So is the
+    // response to an incomplete request: the header to copy may be the part that is missing.
     void append_cseq(const CRtspMsg* req);        // a copy of the request's "CSeq", when it has one
     void append_session_id(const CRtspMsg* req);  // a copy of its "Session", when it has one
     void append_session_id(const char* id);
@@ -164,7 +172,7 @@ class CRtspResponse : public CRtspMsg {
 
   private:
     bool append_head(CTextAppender& out) const;  // false when the status has no row
-    void append_copy(const CRtspMsg* req, const char* name);
+    std::unique_ptr<CRtspHeader> copy_header(const CRtspMsg* req, const char* name);
 
     eRTSP_STATUS_CODE_INDEX m_index = RTSP_STATUS_UNK;
 };

@@ -74,7 +74,7 @@ template <class Time>
 CRtspRangeValue* ReadRange(CMimeScanner& scanner, RangeType type) {
     const unsigned long nBegin = ReadTime<Time>(scanner.next_token("-"));
     const unsigned long nEnd = ReadTime<Time>(scanner.next_token("\n"));
-    return NewPart<CRtspRangeValue>(nBegin, nEnd, type);
+    return new (std::nothrow) CRtspRangeValue(nBegin, nEnd, type);
 }
 
 }  // namespace
@@ -179,9 +179,13 @@ std::unique_ptr<CRtspMsg> CRtspMsgParser::ParseResponse() {
 }
 
 void CRtspMsgParser::parse_header_lines(CRtspMsg& msg) {
+    bool bOutOfMemory = m_folded.IsOutOfMemory();
     for (size_t i = 1; i < m_lines.size(); ++i) {
         const string_node& line = m_lines[i].m_conten;
-        msg.AddHeader(ParseHeader(line.value, line.len).release());
+        msg.AddHeader(ParseHeader(line.value, line.len, &bOutOfMemory).release());
+    }
+    if (bOutOfMemory) {
+        msg.MarkIncomplete();
     }
     int nCseq = 0;
     msg.GetHeaderValue("CSeq", nCseq);
@@ -269,7 +273,8 @@ bool CRtspMsgParser::ParseProtocolVersion(const char* text, int len, int* major,
     return true;
 }
 
-std::unique_ptr<CRtspHeader> CRtspMsgParser::ParseHeader(const char* line, int len) {
+std::unique_ptr<CRtspHeader> CRtspMsgParser::ParseHeader(const char* line, int len,
+                                                         bool* pOutOfMemory) {
     CMimeStream stream(line, len);
     CMimeScanner scanner(stream);
     const CMimeToken name = scanner.next_token(":");
@@ -279,6 +284,7 @@ std::unique_ptr<CRtspHeader> CRtspMsgParser::ParseHeader(const char* line, int l
     std::unique_ptr<CRtspHeader> header(
         CRtspHeader::create_new(CSliceText<NAME_SIZE>(name.m_conten).c_str()));
     if (header == nullptr) {
+        *pOutOfMemory = true;
         return nullptr;
     }
     const string_node value = scanner.next_token("\n").m_conten;
@@ -317,8 +323,9 @@ void CRtspMsgParser::ParseHeaderValue(const char* text, int len, CRtspHeader* he
     if (!token.hasValue()) {
         return;
     }
-    std::unique_ptr<CRtspHeaderValue> value(NewPart<CRtspHeaderValue>());
+    std::unique_ptr<CRtspHeaderValue> value(new (std::nothrow) CRtspHeaderValue);
     if (value == nullptr) {
+        header->MarkIncomplete();
         return;
     }
     // Kept: an empty parameter ends the value, "a;;b" is "a".
@@ -345,11 +352,11 @@ void CRtspMsgParser::ParseRangeValue(const char* text, int len, CRtspHeader* hea
         return strncmp(unit.c_str(), szUnit, strlen(unit.c_str())) == 0;
     };
     if (is_unit("smpte")) {
-        header->AddHeaderValue(ReadRange<SMPTETimeCode>(scanner, TR_SMPTE));
+        header->AddNewHeaderValue(ReadRange<SMPTETimeCode>(scanner, TR_SMPTE));
     } else if (is_unit("npt")) {
-        header->AddHeaderValue(ReadRange<NPTime>(scanner, TR_NPT));
+        header->AddNewHeaderValue(ReadRange<NPTime>(scanner, TR_NPT));
     } else if (is_unit("clock")) {
-        header->AddHeaderValue(ReadRange<ClockTime>(scanner, TR_CLOCK));
+        header->AddNewHeaderValue(ReadRange<ClockTime>(scanner, TR_CLOCK));
     }
 }
 
@@ -409,7 +416,7 @@ void CRtspMsgParser::SetRTPInfoEntry(const char* entry, int len, CRtspHeader* he
         }
     }
     // Kept: an empty value marks the entry; its fields are not stored and nothing reads them.
-    header->AddHeaderValue(NewPart<CRtspHeaderValue>());
+    header->AddNewHeaderValue(new (std::nothrow) CRtspHeaderValue);
 }
 
 void CRtspMsgParser::ReadRTPInfoEntry(const char* entry, int begin, int keyLen, int end,

@@ -32,7 +32,8 @@ class CRtspMsgParser {
     // - the start line lacks one of its fields;
     // - the body that "Content-length" announces has not arrived in full or is larger than a
     //   message can hold;
-    // - memory runs out.
+    // - memory runs out for the message itself. When it runs out for a part, the message is
+    //   incomplete.
     // An unknown method, status or version is no failure.
     [[nodiscard]] CRtspMsg* parse(const char* data, int len) noexcept;
 
@@ -47,7 +48,9 @@ class CRtspMsgParser {
     std::unique_ptr<CRtspRequest> ParseRequestLine(const char* line, int len);
     std::unique_ptr<CRtspResponse> ParseResponseLine(const char* line, int len);
     bool ParseProtocolVersion(const char* text, int len, int* major, int* minor);
-    std::unique_ptr<CRtspHeader> ParseHeader(const char* line, int len);
+    // Null when the line has no name, and when memory runs out; `*pOutOfMemory` tells the two
+    // apart.
+    std::unique_ptr<CRtspHeader> ParseHeader(const char* line, int len, bool* pOutOfMemory);
     void DefaultParseHeaderValues(const char* text, int len, CRtspHeader* header);
     void ParseHeaderValue(const char* text, int len, CRtspHeader* header);
     void ParseRangeValue(const char* text, int len, CRtspHeader* header);

@@ -308,7 +308,6 @@ bool CRtspSession::handle_message(const char* buf, int msgLen) {
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
                                             RTSPS_AT("fd[%d], len = [%d],\npRecvBuf:\n[%s]"),
                                             m_sockfd.load(), msgLen, buf);
-    t_bMessageLacksParts = false;
     const std::unique_ptr<CRtspMsg> msg(m_parser.parse(buf, msgLen));
     if (msg == nullptr) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,

@@ -15,6 +15,8 @@
 
 #include "cbb.h"
 #include "faults/interpose.h"
+#include "rtsp_msg.h"
+#include "rtsp_msg_parser.h"
 #include "rtsps_server.h"
 #include "rtsps_session_mgr.h"
 #include "support/fake_clock.h"
@@ -360,6 +362,44 @@ TEST_F(CFaultTest, SteadyPushesAllocateNothing) {
         EXPECT_TRUE(interleaved.Socket().ReceiveExactly(frames.size()) == frames);
         EXPECT_EQ(tcp.media.ReceiveExactly(frames.size()).size(), frames.size());
     }
+}
+
+// A reply that lacks a part is refused, and the next message on the same thread is not.
+TEST(MessageFaults, OnlyTheIncompleteMessageIsRefused) {
+    const std::string text =
+        "SETUP x RTSP/1.0\r\nCSeq: 1\r\nSession: 2;timeout=60\r\nFolded: a\r\n b\r\n"
+        "Range: npt=1-\r\nTransport: RTP/AVP;unicast,RTP/AVP/TCP\r\n\r\n";
+    const auto reply = [&](int failing, bool* hasFailed) -> std::string {
+        char bytes[1024] = {};
+        bool sent = false;
+        {
+            const CFailingCall fault(NEW, failing, ENOMEM);
+            const CInLibrary in;
+            const std::unique_ptr<CRtspMsg> request(
+                CRtspMsgParser().parse(text.data(), static_cast<int>(text.size())));
+            CRtspResponse response(RTSP_STATUS_200);
+            response.append_cseq(request.get());
+            response.append_session_id(request.get());
+            response.append_transport(request.get(), protocol_udp, 1, 2, 3, nullptr, nullptr,
+                                      nullptr);
+            response.append("Public", "OPTIONS");
+            sent = request != nullptr && response.as_binary(bytes, sizeof(bytes)) > 0;
+            *hasFailed = fault.HasFailed();
+        }
+        return sent ? bytes : "";
+    };
+    bool hasFailed = false;
+    const std::string whole = reply(1000, &hasFailed);
+    ASSERT_NE(whole, "");
+    int allocations = 0;
+    for (hasFailed = true; hasFailed && !HasFailure(); ++allocations) {
+        SCOPED_TRACE(allocations);
+        const std::string bytes = reply(allocations + 1, &hasFailed);
+        EXPECT_EQ(bytes, hasFailed ? "" : whole);
+        bool hasFailedAgain = false;
+        EXPECT_EQ(reply(1000, &hasFailedAgain), whole) << "the next message is complete";
+    }
+    EXPECT_GT(allocations, 25) << "the allocations of the messages are seen";
 }
 
 // One allocation after the other fails, each in a life of the server of its own.

@@ -28,8 +28,11 @@ void Fuzz(CFuzzInput input) {
     const std::string value = input.Text();
     const std::string line = name + ":" + value;
     CRtspRequest request;
-    request.AddHeader(
-        CRtspMsgParser().ParseHeader(line.data(), static_cast<int>(line.size())).release());
+    bool outOfMemory = false;
+    request.AddHeader(CRtspMsgParser()
+                          .ParseHeader(line.data(), static_cast<int>(line.size()), &outOfMemory)
+                          .release());
+    FUZZ_CHECK(!outOfMemory && request.IsComplete());
     const CRtspHeader* pHeader = request.GetHeader(name.c_str());
     FUZZ_CHECK(pHeader != nullptr);
     const std::string written = WrittenBy(*pHeader);
