@@ -29,8 +29,7 @@ CBB_ADDR_T UnmapAddr4(const CBB_ADDR_T& addr) {
 CMcastTransmitter::CMcastTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}
 
 CMcastTransmitter::~CMcastTransmitter() {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("Call Derive CMcastTransmitter Destructor!"));
+    RTSPS_LOG(INFO, "Call Derive CMcastTransmitter Destructor!");
     Close();
 }
 
@@ -42,7 +41,7 @@ int CMcastTransmitter::open_extra(TRANS_INFO* pInfo) {
     }
     m_mcastsock = CBB_CreateSocket(CBB_GetAddrType(&RemoteAddr), SOCK_DGRAM, 0);
     if (m_mcastsock == -1) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("CreateSocket failed "));
+        RTSPS_LOG(ERROR, "CreateSocket failed ");
         return -1;
     }
     set_multicast_options();
@@ -51,11 +50,10 @@ int CMcastTransmitter::open_extra(TRANS_INFO* pInfo) {
     }
     if (Connect(&RemoteAddr) != 0) {
         close_socket();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Connect failed "));
+        RTSPS_LOG(ERROR, "Connect failed ");
         return -1;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("open mcast OK! fd [%d]"),
-                                            m_mcastsock);
+    RTSPS_LOG(INFO, "open mcast OK! fd [%d]", m_mcastsock);
     set_status(STAUTS_OK);
     return 0;
 }
@@ -68,13 +66,11 @@ int CMcastTransmitter::match_families() {
         return 0;
     }
     if (bLocal6 && CBB_GetAddrType(&RemoteAddr) == AF_INET) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("src v6, dst v4,error!!! failed "));
+        RTSPS_LOG(ERROR, "src v6, dst v4,error!!! failed ");
         return -1;
     }
     if (CBB_GetAddrType(&LocalAddr) == AF_INET && bGroup6) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("src v4, dst v6,error!!! failed "));
+        RTSPS_LOG(ERROR, "src v4, dst v6,error!!! failed ");
         return -1;
     }
     return 0;
@@ -95,17 +91,15 @@ void CMcastTransmitter::set_multicast_options() {
 int CMcastTransmitter::bind_and_join() {
     if (CBB_Bind(m_mcastsock, &LocalAddr) != 0) {
         // Kept: this failure alone leaves the socket open until Close.
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("ERROR !! Bind"));
+        RTSPS_LOG(ERROR, "ERROR !! Bind");
         return -1;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("mcast Join group!!!! fd [%d]"), m_mcastsock);
+    RTSPS_LOG(INFO, "mcast Join group!!!! fd [%d]", m_mcastsock);
     dump_addr(LocalAddr);
     dump_addr(RemoteAddr);
     if (CBB_JoinMultiCastGroup(m_mcastsock, &LocalAddr, &RemoteAddr) != 0) {
         close_socket();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("ERROR !! JoinMultiCastGroup"));
+        RTSPS_LOG(ERROR, "ERROR !! JoinMultiCastGroup");
         return -1;
     }
     return 0;
@@ -125,8 +119,7 @@ int CMcastTransmitter::Connect(CBB_ADDR_T* pAddr) {
 }
 
 int CMcastTransmitter::Close() {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("close mcast Now! fd [%d]"),
-                                            m_mcastsock);
+    RTSPS_LOG(INFO, "close mcast Now! fd [%d]", m_mcastsock);
     close_socket();
     return 0;
 }

@@ -23,8 +23,7 @@ CRtcpSession::~CRtcpSession() {
 
 int CRtcpSession::open(TRANS_INFO* pInfo) {
     if (inittransmitter(pInfo) == 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("Err , CRtcpSession inittransmitter!"));
+        RTSPS_LOG(ERROR, "Err , CRtcpSession inittransmitter!");
         return -1;
     }
     return 0;

@@ -28,15 +28,13 @@ bool IsRtspText(const void* buf, int len) {
 CRtpSession::CRtpSession(ETRANS_MODE mode) : CSession(mode) {}
 
 CRtpSession::~CRtpSession() {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("Call CRtpSession Destructor!"));
+    RTSPS_LOG(INFO, "Call CRtpSession Destructor!");
     close();
 }
 
 int CRtpSession::open(TRANS_INFO* pInfo) {
     if (inittransmitter(pInfo) == 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                RTSPS_AT("error inittransmitter !"));
+        RTSPS_LOG(WARN, "error inittransmitter !");
         return -1;
     }
     if (GetTransMode() == UDP_MODE || GetTransMode() == RTPOVERRTSP_MODE) {
@@ -48,12 +46,10 @@ int CRtpSession::open(TRANS_INFO* pInfo) {
 void CRtpSession::open_rtcp(const TRANS_INFO& info) {
     m_pRtcpSession.reset(new (std::nothrow) CRtcpSession(GetTransMode()));
     if (m_pRtcpSession == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("new m_rtcpSession error!;"));
+        RTSPS_LOG(ERROR, "new m_rtcpSession error!;");
         return;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("rtcp create_new OK == [%d]"),
-                                            GetTransMode());
+    RTSPS_LOG(INFO, "rtcp create_new OK == [%d]", GetTransMode());
     if (GetTransMode() != UDP_MODE) {
         return;  // kept: never opened when interleaved, so no report leaves there
     }
@@ -61,8 +57,7 @@ void CRtpSession::open_rtcp(const TRANS_INFO& info) {
     RaisePort(&rtcpInfo.clientAddr);
     RaisePort(&rtcpInfo.serverAddr);
     if (m_pRtcpSession->open(&rtcpInfo) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("Open m_pRtcpSession error!;"));
+        RTSPS_LOG(ERROR, "Open m_pRtcpSession error!;");
     }
 }
 
@@ -77,13 +72,11 @@ void CRtpSession::gen_initial_params(int payload, unsigned int ssrc, int marker,
 int CRtpSession::send(void* buf, int len, int timeout) {
     CTransmitter* pTransmitter = GetTransmitter();
     if (pTransmitter == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("m_pTransmitter is NULL!!! "));
+        RTSPS_LOG(ERROR, "m_pTransmitter is NULL!!! ");
         return 0;
     }
     if (pTransmitter->get_status() != STAUTS_OK) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("m_pTransmitter status mode [%d]!!"), pTransmitter->mode());
+        RTSPS_LOG(ERROR, "m_pTransmitter status mode [%d]!!", pTransmitter->mode());
         return 0;
     }
     // A reply takes the media's way so that both share the connection's pending buffer.
@@ -93,8 +86,7 @@ int CRtpSession::send(void* buf, int len, int timeout) {
     const int nResult = pTransmitter->SendPacket(buf, len, timeout);
     if (nResult < 0) {
         const int nError = GetSystemLastError();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("sendn packet failed,errno %d"), nError);
+        RTSPS_LOG(ERROR, "sendn packet failed,errno %d", nError);
     } else if (m_pRtcpSession != nullptr && m_pRtcpSession->is_time() != 0) {
         m_pRtcpSession->send_sr(timeout);
     }
@@ -174,8 +166,7 @@ void CRtpSession::check_sequence(const uint8_t* pHeader) {
     }
     const uint16_t nSequence = ReadBe16(pHeader + RTP_OFFSET_SEQUENCE);
     if (m_seq != 0 && m_seq != nSequence) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("rtp seq error, cur[%d],except[%d]"), nSequence, m_seq);
+        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]", nSequence, m_seq);
     }
     // Kept: after the wrap to 0 the next packet is not checked.
     m_seq = static_cast<uint16_t>(nSequence + 1);

@@ -292,8 +292,7 @@ trans_type CRtspTransport::GetTransType(const CRtspHeader& header) {
 unsigned short CRtspTransport::GetClientPort(const CRtspHeader& header) {
     const char* szPort = FirstValueText(header, "client_port");
     if (szPort != nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("GetClientPort [%s]"),
-                                                szPort);
+        RTSPS_LOG(INFO, "GetClientPort [%s]", szPort);
     }
     return PortFromText(szPort);
 }
@@ -324,9 +323,7 @@ int CRtspTransport::GetInterleavedFlag(const CRtspHeader& header, int* first, in
         return -1;
     }
     const int n = TextToIntPair(szValue, first, second);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("szValue %s, n %d, flag1 %d,flag2 %d"),
-                                            szValue, n, *first, *second);
+    RTSPS_LOG(INFO, "szValue %s, n %d, flag1 %d,flag2 %d", szValue, n, *first, *second);
     return 0;
 }
 

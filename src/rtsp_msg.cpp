@@ -53,9 +53,8 @@ void TakeInterleaved(const CRtspHeader& header, unsigned char* chan1, unsigned c
     int nFirst = NO_CHANNEL;
     int nSecond = NO_CHANNEL;
     CRtspTransport::GetInterleavedFlag(header, &nFirst, &nSecond);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("tmpFlag1 %x, tmpFlag2 %x"),
-                                            static_cast<unsigned int>(nFirst),
-                                            static_cast<unsigned int>(nSecond));
+    RTSPS_LOG(INFO, "tmpFlag1 %x, tmpFlag2 %x", static_cast<unsigned int>(nFirst),
+              static_cast<unsigned int>(nSecond));
     StoreChannel(nFirst, chan1);
     StoreChannel(nSecond, chan2);
 }
@@ -341,8 +340,7 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
             TakeInterleaved(*header, chan1, chan2);
             break;
         default:
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                                    RTSPS_AT("Unknow protocol! [%d]"), proto);
+            RTSPS_LOG(INFO, "Unknow protocol! [%d]", proto);
             break;
     }
     if (source != nullptr && pValue->GetParameter("destination") != nullptr) {
@@ -380,14 +378,12 @@ void CRtspResponse::GetMulAddressPort(const CRtspMsg*, unsigned short&, unsigned
 int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
     const CRtspHeader* pHeader = req == nullptr ? nullptr : req->GetHeader("Session");
     if (pHeader == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! CheckSessionId,\"Session\" not found! "));
+        RTSPS_LOG(WARN, "ERROR!!! CheckSessionId,\"Session\" not found! ");
         return -1;
     }
     const CRtspHeaderValue* pValue = pHeader->GetHeaderValue();
     if (pValue == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! CheckSessionId,pHeader->GetHeaderValue ERROR!"));
+        RTSPS_LOG(WARN, "ERROR!!! CheckSessionId,pHeader->GetHeaderValue ERROR!");
         return -1;
     }
     char szSession[SESSION_TEXT_SIZE] = {};
@@ -397,8 +393,7 @@ int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
     if (strstr(szSession, id) != nullptr) {
         return 0;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! BAD SessionID SRC[%s], Coming [%s]"), id, szSession);
+    RTSPS_LOG(WARN, "ERROR!!! BAD SessionID SRC[%s], Coming [%s]", id, szSession);
     return -1;
 }
 

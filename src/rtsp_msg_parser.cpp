@@ -84,8 +84,7 @@ CRtspMsgParser::~CRtspMsgParser() = default;
 
 CRtspMsg* CRtspMsgParser::parse(const char* data, int len) noexcept {
     if (data == nullptr || len <= 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("pasre parameter error!"));
+        RTSPS_LOG(ERROR, "pasre parameter error!");
         return nullptr;
     }
     try {
@@ -94,8 +93,7 @@ CRtspMsg* CRtspMsgParser::parse(const char* data, int len) noexcept {
         const int nHeaderLen = ScanHeaders(data, len);
         std::unique_ptr<CRtspMsg> msg = parse_lines();
         const int nConsumed = msg == nullptr ? 0 : take_body(msg, data, len, nHeaderLen);
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("msg length=%d"),
-                                                nConsumed);
+        RTSPS_LOG(INFO, "msg length=%d", nConsumed);
         return msg.release();
     } catch (const std::bad_alloc&) {
         return nullptr;
@@ -108,8 +106,7 @@ int CRtspMsgParser::ScanHeaders(const char* data, int len) {
         ++nSkipped;
     }
     if (nSkipped > len) {  // never true, since the loop is bounded; kept with its text
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("ERROR, Input msg are invalid"));
+        RTSPS_LOG(ERROR, "ERROR, Input msg are invalid");
         return -1;
     }
     CMimeStream stream(data + nSkipped, len - nSkipped);
@@ -161,8 +158,7 @@ std::unique_ptr<CRtspMsg> CRtspMsgParser::ParseRequest() {
     const string_node& line = m_lines.front().m_conten;
     std::unique_ptr<CRtspMsg> msg = ParseRequestLine(line.value, line.len);
     if (msg == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("Parse Request Line Error!"));
+        RTSPS_LOG(ERROR, "Parse Request Line Error!");
         return nullptr;
     }
     parse_header_lines(*msg);
@@ -201,24 +197,21 @@ std::unique_ptr<CRtspRequest> CRtspMsgParser::ParseRequestLine(const char* line,
     CMimeScanner scanner(stream);
     const CMimeToken method = scanner.next_token(nullptr);
     if (!method.hasValue()) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("get request method ERROR!"));
+        RTSPS_LOG(ERROR, "get request method ERROR!");
         return nullptr;
     }
     request->Method(CSliceText<METHOD_SIZE>(method.m_conten).c_str());
 
     const CMimeToken url = scanner.next_token(" ");
     if (!url.hasValue()) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("get request url ERROR!"));
+        RTSPS_LOG(ERROR, "get request url ERROR!");
         return nullptr;
     }
     request->URL(CSliceText<URL_SIZE>(url.m_conten).c_str());
 
     const CMimeToken version = scanner.next_token(nullptr);
     if (!version.hasValue()) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("get request version ERROR!"));
+        RTSPS_LOG(ERROR, "get request version ERROR!");
         return nullptr;
     }
     int nMajor = 1;
@@ -268,8 +261,7 @@ bool CRtspMsgParser::ParseProtocolVersion(const char* text, int len, int* major,
     if (TextToIntPair(version.c_str() + PROTOCOL_PREFIX_LEN, major, minor, '.') != 2) {
         return false;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("Get OK Version [%d.%d]!"),
-                                            *major, *minor);
+    RTSPS_LOG(INFO, "Get OK Version [%d.%d]!", *major, *minor);
     return true;
 }
 

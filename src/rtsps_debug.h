@@ -15,9 +15,16 @@ enum eLOG_LEVEL : int {
 // The texts of the messages are part of the output contract too, misspellings and trailing blanks
 // included: operators' filters match them.
 //
-// Expands to the format and the three arguments with which every diagnostic line begins, so that
-// the message's own arguments follow it directly:
-//     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bind %d failed"), port);
+// Prints one diagnostic line: RTSPS_LOG(ERROR, "bind %d failed", port). The level is a name of
+// eLOG_LEVEL without its prefix, the text a literal. Each line begins with the source file, the
+// line and the function of the call. The empty last argument lets a text stand without arguments of
+// its own.
+#define RTSPS_LOG(level, ...) RTSPS_LOG_LINE(level, __VA_ARGS__, "")
+#define RTSPS_LOG_LINE(level, text, ...)                                                          \
+    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_##level, "%s:%d %s " text "%s\n", __FILE__, \
+                                            __LINE__, __func__, __VA_ARGS__)
+
+// The format and the first three arguments of a diagnostic line, for calls in the long form.
 #define RTSPS_AT(text) "%s:%d %s " text "\n", __FILE__, __LINE__, __func__
 
 // The one way in which the library prints diagnostics: a level label and the formatted line, in a

@@ -63,8 +63,7 @@ const char* get_encoding_name_for_sdp(unsigned int format) {
             return "PCMA/8000";
         default:
             // Kept: one fallback for every other value, AAC included.
-            CDebugInfo::Instance()->OutputDebugInfo(
-                LOG_LEVEL_ERROR, RTSPS_AT("encode is %u; nof find match!"), format);
+            RTSPS_LOG(ERROR, "encode is %u; nof find match!", format);
             return "MP4V-ES/90000";
     }
 }
@@ -79,9 +78,8 @@ int GenerateSdpDescription(const tagRtspRequestCfg* cfg, char* out, int size) {
 
     tagRtspServerStreamInfo info{};
     if (CRtspServer::Instance()->GetStreamInfo(cfg->nChan, cfg->nStreamtype, &info) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("get stream info failed,reqtype[%d],chan[%d],streamtype[%d]"),
-            cfg->nReqType, cfg->nChan, cfg->nStreamtype);
+        RTSPS_LOG(ERROR, "get stream info failed,reqtype[%d],chan[%d],streamtype[%d]",
+                  cfg->nReqType, cfg->nChan, cfg->nStreamtype);
         return -1;
     }
     AppendVideoLines(info, sdp);

@@ -59,14 +59,13 @@ CRtspSession::~CRtspSession() = default;
 
 int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
     if (client == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("invalid input para"));
+        RTSPS_LOG(ERROR, "invalid input para");
         return -1;
     }
     m_sockfd = sock;
     m_clientAddr = *client;
     CBB_GetAddrBySockFd(sock, &m_serverAddr, nullptr);
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_INFO, RTSPS_AT("Coming Addr[%s], ConnectFD [%d]"), client_text(), sock);
+    RTSPS_LOG(INFO, "Coming Addr[%s], ConnectFD [%d]", client_text(), sock);
 
     const CLockGuard guard(m_mutexClose);
     m_bQuit = false;
@@ -76,8 +75,7 @@ int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
         hThread = CBB_Thread_Create(process_msg_svc, this, 0, 0, 0, 0);
     }
     if (hThread == nullptr || hThread == CBB_INVALID_HANDLE) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("create process_msg_svc! error!, FD[%d]"), sock);
+        RTSPS_LOG(ERROR, "create process_msg_svc! error!, FD[%d]", sock);
         m_sockfd = -1;  // not closed: the socket is the caller's again
         m_bQuit = true;
         return -1;
@@ -138,7 +136,7 @@ int CRtspSession::Release() {
 void* CRtspSession::process_msg_svc(void* pSession) {
     prctl(PR_SET_NAME, "rtsps_process_msg_svc");  // cut to 15 characters by the kernel
     if (pSession == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("pSession is NULL"));
+        RTSPS_LOG(ERROR, "pSession is NULL");
         return nullptr;
     }
     auto* pSelf = static_cast<CRtspSession*>(pSession);
@@ -152,7 +150,7 @@ void* CRtspSession::process_msg_svc(void* pSession) {
     // Kept: neither the socket nor the transport is closed here but by the next sweep; and every
     // end is printed, at level CRIT.
     pSelf->m_bQuit = true;
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_CRIT, RTSPS_AT("exit"));
+    RTSPS_LOG(CRIT, "exit");
     pSelf->m_events.End(pSelf->media_totals());
     pSelf->m_bEnded.store(true, std::memory_order_release);
     return nullptr;
@@ -172,8 +170,7 @@ void CRtspSession::run_message_loop() {
         }
         if (nReady < 0) {
             m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                    RTSPS_AT("select failed,errno %d"), nError);
+            RTSPS_LOG(ERROR, "select failed,errno %d", nError);
             return;
         }
         if (nReady == 0) {
@@ -223,9 +220,8 @@ bool CRtspSession::idle_too_long(int nIdleMs) {
     }
     m_emRtspStat = RTSP_ERROR;
     m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_ERROR, RTSPS_AT("RtspSession in 30s ,close this session,! fd[%d],client[%s]"),
-        m_sockfd.load(), client_text());
+    RTSPS_LOG(ERROR, "RtspSession in 30s ,close this session,! fd[%d],client[%s]", m_sockfd.load(),
+              client_text());
     return true;
 }
 
@@ -271,9 +267,8 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
             m_events.SetReason(RTSPS_CLOSE_REFUSED);
         }
         m_events.SetReason(nReceived == 0 ? RTSPS_CLOSE_CLIENT_LEFT : RTSPS_CLOSE_CONNECTION_ERROR);
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]"),
-            nReceived, nRoom, m_sockfd.load(), nError);
+        RTSPS_LOG(ERROR, "Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]", nReceived, nRoom,
+                  m_sockfd.load(), nError);
         return false;
     }
     pBuffer->nHeld += nReceived;
@@ -305,14 +300,10 @@ bool CRtspSession::consume(CReceiveBuffer* pBuffer) {
 }
 
 bool CRtspSession::handle_message(const char* buf, int msgLen) {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("fd[%d], len = [%d],\npRecvBuf:\n[%s]"),
-                                            m_sockfd.load(), msgLen, buf);
+    RTSPS_LOG(INFO, "fd[%d], len = [%d],\npRecvBuf:\n[%s]", m_sockfd.load(), msgLen, buf);
     const std::unique_ptr<CRtspMsg> msg(m_parser.parse(buf, msgLen));
     if (msg == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("parse pMsg Error!!!, fd[%d],client[%s]"),
-                                                m_sockfd.load(), client_text());
+        RTSPS_LOG(ERROR, "parse pMsg Error!!!, fd[%d],client[%s]", m_sockfd.load(), client_text());
         m_events.SetReason(RTSPS_CLOSE_REFUSED);
         return false;
     }
@@ -330,7 +321,7 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
             return 2;
         }
         msgLen = nFrame;
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("RTCP packet recv"));
+        RTSPS_LOG(INFO, "RTCP packet recv");
         return 1;
     }
     // Kept: a body is neither waited for nor counted, so a request that announces one does not
@@ -357,7 +348,7 @@ int CRtspSession::proc_response(CRtspMsg* /*msg*/) {
 int CRtspSession::send_response(const CRtspResponse* resp) {
     char szBuf[SEND_BUFFER_SIZE + 1] = {};
     const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
+    RTSPS_LOG(INFO, "\n[%s]\n", szBuf);
     int nError = 0;
     const bool bSent = send_text(szBuf, nLen, &nError);
     return finish_response(bSent, nError);
@@ -366,7 +357,7 @@ int CRtspSession::send_response(const CRtspResponse* resp) {
 int CRtspSession::send_play_response(const CRtspResponse* resp) {
     char szBuf[SEND_BUFFER_SIZE + 1] = {};
     const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
+    RTSPS_LOG(INFO, "\n[%s]\n", szBuf);
     int nError = 0;
     bool bSent = false;
     {
@@ -384,9 +375,7 @@ int CRtspSession::send_play_response(const CRtspResponse* resp) {
 
 int CRtspSession::finish_response(bool bSent, int nError) {
     if (!bSent) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("send_response failed, , fd[%d],errno[%d]"), m_sockfd.load(),
-            nError);
+        RTSPS_LOG(ERROR, "send_response failed, , fd[%d],errno[%d]", m_sockfd.load(), nError);
         return -1;
     }
     return 0;
@@ -400,11 +389,10 @@ int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body,
         reply.Append(body);
         nLen = reply.Overflowed() ? -1 : nLen + bodyLen;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n[%s]\n"), szBuf);
+    RTSPS_LOG(INFO, "\n[%s]\n", szBuf);
     int nError = 0;
     if (!send_text(szBuf, nLen, &nError)) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_WARN, RTSPS_AT("Send SDP INFO ERROR, , FD[%d]"), m_sockfd.load());
+        RTSPS_LOG(WARN, "Send SDP INFO ERROR, , FD[%d]", m_sockfd.load());
         return -1;
     }
     return 0;
@@ -413,11 +401,10 @@ int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body,
 int CRtspSession::send_request(const CRtspRequest* req) {
     char szBuf[SEND_BUFFER_SIZE + 1] = {};
     const int nLen = req->as_binary(szBuf, SEND_BUFFER_SIZE);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("\n%s\n"), szBuf);
+    RTSPS_LOG(INFO, "\n%s\n", szBuf);
     int nError = 0;
     if (!send_text(szBuf, nLen, &nError)) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_WARN, RTSPS_AT("send_request ERROR, , FD[%d]"), m_sockfd.load());
+        RTSPS_LOG(WARN, "send_request ERROR, , FD[%d]", m_sockfd.load());
         return -1;
     }
     return 0;

@@ -34,8 +34,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         return 0;
     }
     if (data == nullptr || len <= RTP_PREFIX_SIZE) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("datalen[%d] is invalid"),
-                                                len);
+        RTSPS_LOG(ERROR, "datalen[%d] is invalid", len);
         return 0;
     }
     const CLockGuard guard(m_mutexSend);
@@ -44,20 +43,20 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         return 0;
     }
     if (m_pTransCtrl == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_pTransCtrl is NULL"));
+        RTSPS_LOG(ERROR, "m_pTransCtrl is NULL");
         return -1;
     }
     const int nPayloadType = FirstPayloadType(data, len);
     // Video first: equal payload types always go to video.
     const bool bVideo = nPayloadType == m_nVideoPT;
     if (!bVideo && nPayloadType != m_nAudioPT) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("unkown payload type"));
+        RTSPS_LOG(ERROR, "unkown payload type");
         return -1;
     }
     const int nSent =
         m_pTransCtrl->SendStream(data, len, bVideo ? TRANS_STREAM_VIDEO : TRANS_STREAM_AUDIO, 0);
     if (nSent < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send error and exit"));
+        RTSPS_LOG(ERROR, "send error and exit");
         end_from_push(RTSPS_CLOSE_CONNECTION_ERROR);
     }
     if (nSent != len) {
@@ -73,12 +72,10 @@ void CRtspSession::count_short_send(int chan, int streamtype, int len, int nSent
     ++m_nSndErrCounter;
     ++m_nShortSends;
     m_nLongestShortRun = std::max(m_nLongestShortRun, static_cast<uint32_t>(m_nSndErrCounter));
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_ERROR, RTSPS_AT("send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s"),
-        len, nSent, chan, streamtype, client_text());
+    RTSPS_LOG(ERROR, "send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s", len, nSent,
+              chan, streamtype, client_text());
     if (m_nSndErrCounter > SHORT_SEND_LIMIT) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("send failed over thresold and exit"));
+        RTSPS_LOG(ERROR, "send failed over thresold and exit");
         end_from_push(RTSPS_CLOSE_TOO_SLOW);
     }
 }

@@ -69,9 +69,7 @@ int CRtspSession::proc_rtsp_msg_hook(CRtspMsg* msg) {
             nResult = proc_heartbeat(msg);
             break;
         default:
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                    RTSPS_AT("unkown rtsp method[%d],client[%s]"),
-                                                    method, client_text());
+            RTSPS_LOG(WARN, "unkown rtsp method[%d],client[%s]", method, client_text());
             nResult = send_response_method_not_allowed(msg);
             break;
     }
@@ -95,26 +93,23 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     const CRtspUrl url(UrlOf(msg));
     if (m_emRtspStat != RTSP_UNKNOWN) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("describe timing sequence is illegal"));
+        RTSPS_LOG(ERROR, "describe timing sequence is illegal");
         send_response_method_not_valid_in_this_state(msg);
         return -1;
     }
     if (!url.IsValid()) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT(" url is invalid"));
+        RTSPS_LOG(ERROR, " url is invalid");
         send_response_nothis_streaming(msg);
         return -1;
     }
     url.get_req_cfg(&m_stuReqCfg);
     if (check_authentication(msg) < 0) {
         // The 401 is out, and the client may ask again with credentials.
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("check_authentication failed"));
+        RTSPS_LOG(ERROR, "check_authentication failed");
         return 0;
     }
     if (check_req_cfg_validity() < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("ERROR! check_req_cfg_validity, bad cfg"));
+        RTSPS_LOG(ERROR, "ERROR! check_req_cfg_validity, bad cfg");
         send_response_bad_request(msg);
         m_stuReqCfg = {};
         return -1;
@@ -124,9 +119,8 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
         return -1;
     }
     if (m_stuReqCfg.nReqType == 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_INFO, RTSPS_AT("reqtype=%d,chan=%d,streamtype=%d"), m_stuReqCfg.nReqType,
-            m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
+        RTSPS_LOG(INFO, "reqtype=%d,chan=%d,streamtype=%d", m_stuReqCfg.nReqType, m_stuReqCfg.nChan,
+                  m_stuReqCfg.nStreamtype);
     }
     m_emRtspStat = RTSP_DESCRIBE;
     m_events.Describe(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
@@ -136,8 +130,7 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
 int CRtspSession::describe_stream(const CRtspMsg* msg, CRtspResponse* resp) {
     char szSdp[DESCRIPTION_SIZE] = {};
     if (GenerateSdpDescription(&m_stuReqCfg, szSdp, DESCRIPTION_SIZE) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("generate_sdp_description failed"));
+        RTSPS_LOG(ERROR, "generate_sdp_description failed");
         send_response_nothis_streaming(msg);
         return -1;
     }
@@ -146,8 +139,7 @@ int CRtspSession::describe_stream(const CRtspMsg* msg, CRtspResponse* resp) {
     resp->append("Content-Type", "application/sdp");
     resp->AddHeader("Content-Length", nSdp);
     if (send_sdp_response(*resp, szSdp, nSdp) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("send_sdp_response failed "));
+        RTSPS_LOG(ERROR, "send_sdp_response failed ");
         return -1;
     }
     return 0;
@@ -171,9 +163,8 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
     // Kept: the stream is looked up before the state is checked, so a SETUP that comes first is
     // answered with 404 where channel 0 main is not declared, and with 455 where it is.
     if (pServer->GetStreamInfo(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype, &streamInfo) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("get stream info failed,reqtype[%d],chan[%d],streamtype[%d]"),
-            m_stuReqCfg.nReqType, m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
+        RTSPS_LOG(ERROR, "get stream info failed,reqtype[%d],chan[%d],streamtype[%d]",
+                  m_stuReqCfg.nReqType, m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
         send_response_nothis_streaming(msg);
         return -1;
     }
@@ -182,13 +173,12 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
     const eRTSP_METHOD_INDEX state = m_emRtspStat;
     if (state != RTSP_DESCRIBE && state != RTSP_SETUP) {
         send_response_method_not_valid_in_this_state(msg);
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT(" bad m_rtspstat : %d"),
-                                                state);
+        RTSPS_LOG(ERROR, " bad m_rtspstat : %d", state);
         return -1;
     }
     // Kept: unlike at DESCRIBE, a refusal ends the session, here and at PLAY and PAUSE.
     if (check_authentication(msg) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
+        RTSPS_LOG(ERROR, "check_authentication");
         return -1;
     }
     CSetup setup(UrlOf(msg));
@@ -209,7 +199,7 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
 int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
     pSetup->resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     if (!pSetup->url.IsValid()) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("set up url invalid."));
+        RTSPS_LOG(ERROR, "set up url invalid.");
         send_response_bad_request(msg);
         return -1;
     }
@@ -220,7 +210,7 @@ int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
     pSetup->resp.SetResponseCode(RTSP_STATUS_200);
     pSetup->resp.append_cseq(msg);
     if (send_response(&pSetup->resp) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
     m_emRtspStat = RTSP_SETUP;
@@ -247,7 +237,7 @@ int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
         pInfo->dwRtpPT = pSetup->streamInfo.byAudioPayload;
         pInfo->dwRtpSSRC = pSetup->streamInfo.dwAudioSSrc;
     } else {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad streamid "));
+        RTSPS_LOG(ERROR, "bad streamid ");
         send_response_bad_request(msg);
         return -1;
     }
@@ -258,7 +248,7 @@ int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
 int CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
     const CRtspHeader* pTransport = msg->GetHeader("Transport");
     if (pTransport == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad Transport "));
+        RTSPS_LOG(ERROR, "bad Transport ");
         send_response_bad_request(msg);
         return -1;
     }
@@ -271,12 +261,10 @@ int CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
             return setup_with_ports(msg, pSetup, protocol);
         case protocol_mcast:
             pSetup->transInfo.mode = MCAST_MODE;
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                    RTSPS_AT("setup not support mcast"));
+            RTSPS_LOG(ERROR, "setup not support mcast");
             break;
         default:
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                    RTSPS_AT("unkown trans protocol"));
+            RTSPS_LOG(ERROR, "unkown trans protocol");
             break;
     }
     send_response_not_implemented(msg);
@@ -298,7 +286,7 @@ int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, int nPro
     pSetup->nClientPort = CRtspTransport::GetClientPort(*msg->GetHeader("Transport"));
     if (pSetup->nClientPort == 0) {
         // Kept: the same text as for a missing stream id.
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad streamid "));
+        RTSPS_LOG(ERROR, "bad streamid ");
         send_response_bad_request(msg);
         return -1;
     }
@@ -307,8 +295,7 @@ int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, int nPro
 
     pSetup->nServerPort = CRtspServer::Instance()->BorrowDataPort();
     if (pSetup->nServerPort == 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("ERROR! borrow_data_port Err!!!"));
+        RTSPS_LOG(ERROR, "ERROR! borrow_data_port Err!!!");
         send_response_internal_server_error(msg);
         return -1;
     }
@@ -325,8 +312,7 @@ int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
     if (m_pTransCtrl == nullptr) {
         std::unique_ptr<CTransCtrl> pTransCtrl(new (std::nothrow) CTransCtrl(this));
         if (pTransCtrl == nullptr) {
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                    RTSPS_AT("new CTransCtrl failed"));
+            RTSPS_LOG(ERROR, "new CTransCtrl failed");
             send_response_internal_server_error(msg);
             return -1;
         }
@@ -339,8 +325,7 @@ int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
         m_pTransCtrl->SetAudioTransInfo(&pSetup->transInfo);
     }
     if (m_pTransCtrl->Open(&m_stuReqCfg, pSetup->streamId) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("m_pTransCtrl->Open failed"));
+        RTSPS_LOG(ERROR, "m_pTransCtrl->Open failed");
         send_response_internal_server_error(msg);
         return -1;
     }
@@ -352,27 +337,27 @@ int CRtspSession::proc_play(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     if (m_pTransCtrl == nullptr) {
         send_response_internal_server_error(msg);
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_pTransCtrl == NULL"));
+        RTSPS_LOG(ERROR, "m_pTransCtrl == NULL");
         return -1;
     }
     if (check_authentication(msg) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
+        RTSPS_LOG(ERROR, "check_authentication");
         return -1;
     }
     if (check_req_session_id(msg) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("bad SessionId "));
+        RTSPS_LOG(ERROR, "bad SessionId ");
         return 0;
     }
     if (m_emRtspStat != RTSP_SETUP && m_emRtspStat != RTSP_PAUSE) {
         send_response_method_not_valid_in_this_state(msg);
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("rtsp status invalid"));
+        RTSPS_LOG(ERROR, "rtsp status invalid");
         return -1;
     }
     // Kept: neither Range nor RTP-Info.
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     resp.append_cseq(msg);
     if (send_play_response(&resp) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
     m_events.Playing();
@@ -382,30 +367,27 @@ int CRtspSession::proc_play(CRtspMsg* msg) {
 int CRtspSession::proc_pause(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     if (check_req_session_id(msg) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("check_req_session_id failed"));
+        RTSPS_LOG(ERROR, "check_req_session_id failed");
         return 0;
     }
     if (m_emRtspStat != RTSP_PLAY && m_emRtspStat != RTSP_PAUSE) {
         send_response_method_not_valid_in_this_state(msg);
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                RTSPS_AT("pause timing sequence is illegal"));
+        RTSPS_LOG(WARN, "pause timing sequence is illegal");
         return 0;  // kept: unlike the other methods, the session goes on
     }
     if (m_stuReqCfg.nReqType == 0) {
         const int nResult = send_response_method_not_allowed(msg);
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                RTSPS_AT("preview mode no support pause!"));
+        RTSPS_LOG(WARN, "preview mode no support pause!");
         return nResult;
     }
     if (check_authentication(msg) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("check_authentication"));
+        RTSPS_LOG(ERROR, "check_authentication");
         return -1;
     }
     resp.append_cseq(msg);
     resp.append_session_id(CSessionIdText(static_cast<int>(m_dwSessionId)).sz);
     if (send_response(&resp) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
     m_emRtspStat = RTSP_PAUSE;
@@ -416,15 +398,14 @@ int CRtspSession::proc_teardown(CRtspMsg* msg) {
     CRtspResponse resp;
     resp.append_cseq(msg);
     if (check_req_session_id(msg) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("check_req_session_id failed"));
+        RTSPS_LOG(ERROR, "check_req_session_id failed");
         return 0;
     }
     resp.SetResponseCode(RTSP_STATUS_200);
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     resp.append_connection("close");
     if (send_response(&resp) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
     // The state first, so that a waiting push is dropped whole. The connection stays open: the
@@ -443,14 +424,13 @@ int CRtspSession::proc_teardown(CRtspMsg* msg) {
 int CRtspSession::proc_heartbeat(CRtspMsg* msg) {
     CRtspResponse resp;
     if (check_req_session_id(msg) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("check_req_session_id failed"));
+        RTSPS_LOG(ERROR, "check_req_session_id failed");
         return 0;
     }
     resp.SetResponseCode(RTSP_STATUS_200);
     resp.append_cseq(msg);
     if (send_response(&resp) < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("send_response failed"));
+        RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
     return 0;
@@ -464,8 +444,7 @@ int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
     if (!m_bNeedCheckId || CRtspResponse::CheckSessionId(msg, m_dwSessionId) == 0) {
         return 0;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("BadSessionID!!!, FD[%d]"),
-                                            m_sockfd.load());
+    RTSPS_LOG(ERROR, "BadSessionID!!!, FD[%d]", m_sockfd.load());
     // Kept: a 454 that went out counts as 0, and the handler carries on.
     return send_response_bad_session_id(msg);
 }
@@ -486,8 +465,7 @@ int CRtspSession::check_authentication(const CRtspMsg* msg) {
 
 int CRtspSession::check_credentials(const CRtspMsg* msg) {
     if (msg->GetHeader("Authorization") == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("no Header Authorization"));
+        RTSPS_LOG(ERROR, "no Header Authorization");
         return -1;
     }
     char szValue[AUTH_VALUE_SIZE] = {};
@@ -498,7 +476,7 @@ int CRtspSession::check_credentials(const CRtspMsg* msg) {
         case AUTH_DIGEST:
             return CheckDigestAuth(&m_stuReqCfg, szValue, nullptr);
         default:
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("unsupported Auth!"));
+            RTSPS_LOG(ERROR, "unsupported Auth!");
             return -1;
     }
 }
@@ -506,18 +484,15 @@ int CRtspSession::check_credentials(const CRtspMsg* msg) {
 int CRtspSession::refuse_authentication(CRtspResponse* resp, int nResult) {
     switch (m_nCheckUserPwdMode) {
         case AUTH_BASIC:
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                    RTSPS_AT("Need Authorization Basic"));
+            RTSPS_LOG(WARN, "Need Authorization Basic");
             resp->append("WWW-Authenticate", "Basic realm=\"/\"");
             break;
         case AUTH_DIGEST:
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                    RTSPS_AT("Need Authorization Digest"));
+            RTSPS_LOG(WARN, "Need Authorization Digest");
             resp->append("Authorization", "Digest");  // kept: not "WWW-Authenticate"
             break;
         default:
-            CDebugInfo::Instance()->OutputDebugInfo(
-                LOG_LEVEL_WARN, RTSPS_AT("m_CheckUserPwdMode ERROR %d"), m_nCheckUserPwdMode);
+            RTSPS_LOG(WARN, "m_CheckUserPwdMode ERROR %d", m_nCheckUserPwdMode);
             break;
     }
     resp->SetResponseCode(RTSP_STATUS_401);
@@ -542,14 +517,12 @@ int CRtspSession::send_response_bad_session_id(const CRtspMsg* msg) {
 
 int CRtspSession::send_response_no_support_transport(const CRtspMsg* msg) {
     // Kept: the text names 454 while the code is 461.
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! RTSP_STATUS_454, FD[%d]"), m_sockfd.load());
+    RTSPS_LOG(WARN, "ERROR!!! RTSP_STATUS_454, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_461);
 }
 
 int CRtspSession::send_response_internal_server_error(const CRtspMsg* msg) {
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! RTSP_STATUS_500, FD[%d]"), m_sockfd.load());
+    RTSPS_LOG(WARN, "ERROR!!! RTSP_STATUS_500, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_500);
 }
 
@@ -562,14 +535,12 @@ int CRtspSession::send_response_nothis_streaming(const CRtspMsg* msg) {
 }
 
 int CRtspSession::send_response_method_not_allowed(const CRtspMsg* msg) {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN, RTSPS_AT("RTSP_STATUS_405, FD[%d]"),
-                                            m_sockfd.load());
+    RTSPS_LOG(WARN, "RTSP_STATUS_405, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_405);
 }
 
 int CRtspSession::send_response_invalid_range(const CRtspMsg* msg) {
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_WARN, RTSPS_AT("ERROR!!! RTSP_STATUS_457, FD[%d]"), m_sockfd.load());
+    RTSPS_LOG(WARN, "ERROR!!! RTSP_STATUS_457, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_457);
 }
 
@@ -578,7 +549,6 @@ int CRtspSession::send_response_not_implemented(const CRtspMsg* msg) {
 }
 
 int CRtspSession::send_response_no_bandwidth(const CRtspMsg* msg) {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT(" RTSP_STATUS_453, FD[%d]"),
-                                            m_sockfd.load());
+    RTSPS_LOG(ERROR, " RTSP_STATUS_453, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_453);
 }

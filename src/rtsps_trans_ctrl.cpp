@@ -34,23 +34,20 @@ int CTransCtrl::Open(const tagRtspRequestCfg* /*pCfg*/, ETransStreamId id) {
         case TRANS_STREAM_AUDIO:
             return open_audio();
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                            RTSPS_AT("Setup failed,unkown streamid[%d];"), id);
+    RTSPS_LOG(ERROR, "Setup failed,unkown streamid[%d];", id);
     return -1;
 }
 
 int CTransCtrl::open_video() {
     if (!replace_session(m_stuVideoTransInfo, &m_pVideoSession, &m_supersededVideo)) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("new m_pVideoSession error!;"));
+        RTSPS_LOG(ERROR, "new m_pVideoSession error!;");
         if (m_pVideoSession != nullptr) {  // the record and the session in place stay a pair
             m_stuVideoTransInfo = *m_pVideoSession->get_trans_info();
         }
         return -1;
     }
     if (m_pVideoSession->open(&m_stuVideoTransInfo) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("Open m_pVideoSession error!;"));
+        RTSPS_LOG(ERROR, "Open m_pVideoSession error!;");
         return -1;
     }
     m_pVideoSession->gen_initial_params(static_cast<int>(m_stuVideoTransInfo.dwRtpPT),
@@ -60,18 +57,15 @@ int CTransCtrl::open_video() {
 
 int CTransCtrl::open_audio() {
     if (!replace_session(m_stuAudioTransInfo, &m_pAudioSession, &m_supersededAudio)) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("new m_pAudioSession error!;"));
+        RTSPS_LOG(ERROR, "new m_pAudioSession error!;");
         if (m_pAudioSession != nullptr) {
             m_stuAudioTransInfo = *m_pAudioSession->get_trans_info();
         }
         return -1;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_INFO, RTSPS_AT("Initialize Audio mode == [%d]"), m_stuAudioTransInfo.mode);
+    RTSPS_LOG(INFO, "Initialize Audio mode == [%d]", m_stuAudioTransInfo.mode);
     if (m_pAudioSession->open(&m_stuAudioTransInfo) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("Open m_pAudioSession error!;"));
+        RTSPS_LOG(ERROR, "Open m_pAudioSession error!;");
         return -1;
     }
     m_pAudioSession->gen_initial_params(static_cast<int>(m_stuAudioTransInfo.dwRtpPT),
@@ -204,8 +198,7 @@ int CTransCtrl::SendMsg(void* buf, int len, int flag) {
     const CLockGuard guard(m_mutexMedia);
     // Kept: a client that has audio alone, or has torn down, gets no replies.
     if (m_pVideoSession == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("m_pVideoSession is NULL"));
+        RTSPS_LOG(ERROR, "m_pVideoSession is NULL");
         return -1;
     }
     if (m_stuVideoTransInfo.mode == RTPOVERRTSP_MODE) {

@@ -33,7 +33,7 @@ CRtspUrl::CRtspUrl(const char* url) {
 
 int CRtspUrl::get_req_cfg(tagRtspRequestCfg* out) const {
     if (out == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("p_ReqCfg is NULL;"));
+        RTSPS_LOG(ERROR, "p_ReqCfg is NULL;");
         return -1;
     }
     *out = m_ReqCfg;
@@ -48,11 +48,11 @@ int CRtspUrl::atoin(const char* s, int n) {
 
 void CRtspUrl::parse(const char* url) {
     if (url == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("pURL == NULL error!"));
+        RTSPS_LOG(ERROR, "pURL == NULL error!");
         return;
     }
     if (strnlen(url, URL_SIZE) >= URL_SIZE) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("URL tooo Longgggg"));
+        RTSPS_LOG(ERROR, "URL tooo Longgggg");
         return;
     }
     TextCopy(m_szUrl, url);
@@ -79,13 +79,11 @@ const char* CRtspUrl::parse_scheme() {
     }
     if (CBB_Strcmp(szScheme, "http") == 0) {
         m_protocol = PROTOCOL_HTTP;
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_protocol error 1! %s"),
-                                                szScheme);
+        RTSPS_LOG(ERROR, "m_protocol error 1! %s", szScheme);
         return nullptr;
     }
     m_protocol = PROTOCOL_UNKNOWN;
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("m_protocol error 2! %s"),
-                                            szScheme);
+    RTSPS_LOG(ERROR, "m_protocol error 2! %s", szScheme);
     return nullptr;
 }
 
@@ -94,8 +92,7 @@ const char* CRtspUrl::parse_host(const char* szHostPart) {
     const char* szSlash = CBB_Strchr(szHostPart, '/');
     const size_t nHost = szSlash == nullptr ? 0 : static_cast<size_t>(szSlash - szHostPart);
     if (szSlash == nullptr || nHost <= SHORT_HOST_LENGTH) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("host_port error! %s"),
-                                                szHostPart);
+        RTSPS_LOG(ERROR, "host_port error! %s", szHostPart);
         return nullptr;
     }
     m_ReqCfg.byIPV6 = szHostPart[0] == '[' ? 1 : 0;
@@ -132,7 +129,7 @@ void CRtspUrl::parse_port(char* szColon) {
 bool CRtspUrl::parse_path(const char* szPath) {
     const char* szChan = CBB_Strstr(szPath, "chan");
     if (szChan == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("can not find chan"));
+        RTSPS_LOG(ERROR, "can not find chan");
         return false;
     }
     szChan += strlen("chan");
@@ -148,7 +145,6 @@ bool CRtspUrl::parse_path(const char* szPath) {
             return true;
         }
     }
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_ERROR, RTSPS_AT("Error!not find 'main' or 'sub' or 'third' [%s]"), szSlash + 1);
+    RTSPS_LOG(ERROR, "Error!not find 'main' or 'sub' or 'third' [%s]", szSlash + 1);
     return false;
 }

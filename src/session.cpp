@@ -22,8 +22,7 @@ std::unique_ptr<CTransmitter> MakeOpened(ETRANS_MODE mode, TRANS_INFO* pInfo) {
 }  // namespace
 
 CSession::~CSession() {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("Call Base CSession Destructor!"));
+    RTSPS_LOG(INFO, "Call Base CSession Destructor!");
     ReleaseTransmitter();
 }
 
@@ -32,19 +31,16 @@ uint32_t CSession::inittransmitter(TRANS_INFO* pInfo) {
     // Kept: cleared first, so a second open that is refused takes SSRC and channel from the first.
     m_tranInfo = {};
     if (m_pTransmitter != nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("m_pTransmitter != NULL, mode [%d]"), m_mode);
+        RTSPS_LOG(ERROR, "m_pTransmitter != NULL, mode [%d]", m_mode);
         return 0;
     }
     m_tranInfo = info;
     m_pTransmitter = make_transmitter(&m_tranInfo);
     if (m_pTransmitter == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("Error m_pTransmitter == NULL! mode! [%d]"), m_mode);
+        RTSPS_LOG(ERROR, "Error m_pTransmitter == NULL! mode! [%d]", m_mode);
         return 0;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("inittransmitter OK, mode [%d]"), m_mode);
+    RTSPS_LOG(INFO, "inittransmitter OK, mode [%d]", m_mode);
     return 1;
 }
 
@@ -61,8 +57,7 @@ std::unique_ptr<CTransmitter> CSession::make_transmitter(TRANS_INFO* pInfo) {
         case NON_MODE:
             break;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Unsupported! mode! [%d]"),
-                                            m_mode);
+    RTSPS_LOG(ERROR, "Unsupported! mode! [%d]", m_mode);
     return nullptr;
 }
 

@@ -92,7 +92,7 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
     m_HopedRemoteAddr = pInfo->clientAddr;
     const CBB_SOCK_T sock = CBB_CreateSocket(CBB_GetAddrType(&m_HopedRemoteAddr), SOCK_STREAM, 0);
     if (sock == -1) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("CreateSocket failed "));
+        RTSPS_LOG(ERROR, "CreateSocket failed ");
         return -1;
     }
     SetHandle(sock);
@@ -100,12 +100,12 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
     CBB_SetBuffSize(sock, DATA_SEND_BUFFER_SIZE, DATA_RECV_BUFFER_SIZE);
     if (CBB_Bind(sock, &m_LocalAddr) != 0) {
         close_listener();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Bind failed "));
+        RTSPS_LOG(ERROR, "Bind failed ");
         return -1;
     }
     if (CBB_Listen(sock, LISTEN_BACKLOG) != 0) {
         close_listener();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Listen failed "));
+        RTSPS_LOG(ERROR, "Listen failed ");
         return -1;
     }
     // A peer that vanishes between poll and accept must not block the accept thread.
@@ -116,12 +116,11 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
                                            ACCEPT_PRIORITY, ACCEPT_POLICY);
     }
     if (m_ThreadAccept == CBB_INVALID_HANDLE) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("create accept_connect_svc thread failed "));
+        RTSPS_LOG(ERROR, "create accept_connect_svc thread failed ");
         close_listener();
         return -1;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("Open OK, Need Recv 4 Byte!"));
+    RTSPS_LOG(INFO, "Open OK, Need Recv 4 Byte!");
     return 0;  // kept: the status becomes OK now; until a peer comes, packets wait in the buffer
 }
 
@@ -140,13 +139,11 @@ void CTcpTransmitter::accept_peer() {
     --iRetry;
     const CBB_SOCK_T sock = CBB_Accept(GetHandle(), nullptr, PEER_TIMEOUT_MS);
     if (sock == -1) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("Wait Remote Connect iRetry [%d]!!!!"), iRetry);
+        RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", iRetry);
         close_listener();
         return;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("Found Needed Addr cominggggg!!!!"));
+    RTSPS_LOG(INFO, "Found Needed Addr cominggggg!!!!");
     CBB_SetNoDelay(sock, 1);
     CBB_SetNonBlock(sock, 1);
     CBB_SetBuffSize(sock, DATA_SEND_BUFFER_SIZE, DATA_RECV_BUFFER_SIZE);
@@ -174,7 +171,7 @@ int CTcpTransmitter::Accept() {
     const CBB_SOCK_T sock = GetHandle();
     if (CBB_Listen(sock, ACCEPT_BACKLOG) != 0) {
         close_listener();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Listen failed "));
+        RTSPS_LOG(ERROR, "Listen failed ");
         return -1;
     }
     pollfd arrival = {sock, POLLRDNORM, 0};
@@ -222,8 +219,7 @@ int CTcpTransmitter::Close() {
 CRtpOverRtspTransmitter::CRtpOverRtspTransmitter(ETRANS_MODE mode) : CPendingTransmitter(mode) {}
 
 CRtpOverRtspTransmitter::~CRtpOverRtspTransmitter() {
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_INFO, RTSPS_AT("Call Derive CRtpOverRtspTransmitter Destructor!"));
+    RTSPS_LOG(INFO, "Call Derive CRtpOverRtspTransmitter Destructor!");
     CRtpOverRtspTransmitter::Close();
 }
 
@@ -233,13 +229,10 @@ int CRtpOverRtspTransmitter::open_extra(TRANS_INFO* pInfo) {
     m_Sockfd = pInfo->sockFd;
     m_rtpFlag = pInfo->byTcpFlag;
     m_rtcpFlag = pInfo->byTcpRtcpFlag;
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_INFO,
-        RTSPS_AT("OK, This is OverRtsp Mode! m_Sockfd [%d], m_rtpFlag [%d] m_rtcpFlag [%d]"),
-        m_Sockfd, m_rtpFlag, m_rtcpFlag);
+    RTSPS_LOG(INFO, "OK, This is OverRtsp Mode! m_Sockfd [%d], m_rtpFlag [%d] m_rtcpFlag [%d]",
+              m_Sockfd, m_rtpFlag, m_rtcpFlag);
     set_status(STAUTS_OK);
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_INFO, RTSPS_AT("OK, This is OverRtsp Mode! m_Sockfd [%d]"), m_Sockfd);
+    RTSPS_LOG(INFO, "OK, This is OverRtsp Mode! m_Sockfd [%d]", m_Sockfd);
     return 0;
 }
 
@@ -257,8 +250,7 @@ int CRtpOverRtspTransmitter::SendBurst(const CRtpBurst& burst) {
 
 void CRtpOverRtspTransmitter::warn_of_pending() const {
     if (pending_size() > 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN, RTSPS_AT("remain bufsize=%d"),
-                                                pending_size());
+        RTSPS_LOG(WARN, "remain bufsize=%d", pending_size());
     }
 }
 

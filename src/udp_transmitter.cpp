@@ -16,8 +16,7 @@
 CUdpTransmitter::CUdpTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}
 
 CUdpTransmitter::~CUdpTransmitter() {
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("Call Derive CTransmitter_Udp Destructor!"));
+    RTSPS_LOG(INFO, "Call Derive CTransmitter_Udp Destructor!");
     Close();
 }
 
@@ -26,27 +25,25 @@ int CUdpTransmitter::open_extra(TRANS_INFO* pInfo) {
     RemoteAddr = pInfo->clientAddr;
     m_Sockfd = CBB_CreateSocket(CBB_GetAddrType(&RemoteAddr), SOCK_DGRAM, 0);
     if (m_Sockfd == -1) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("CreateSocket failed "));
+        RTSPS_LOG(ERROR, "CreateSocket failed ");
         return -1;
     }
     CBB_SetReuseAddr(m_Sockfd, 1);
     CBB_SetBuffSize(m_Sockfd, DATA_SEND_BUFFER_SIZE, DATA_RECV_BUFFER_SIZE);
     if (CBB_Bind(m_Sockfd, &LocalAddr) != 0) {
         Close();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Bind failed "));
+        RTSPS_LOG(ERROR, "Bind failed ");
         return -1;
     }
     if (Connect(&RemoteAddr) != 0) {
         Close();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Connect failed "));
+        RTSPS_LOG(ERROR, "Connect failed ");
         return -1;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("UDP connect !!! fd [%d]"),
-                                            m_Sockfd);
+    RTSPS_LOG(INFO, "UDP connect !!! fd [%d]", m_Sockfd);
     dump_addr(LocalAddr);
     dump_addr(RemoteAddr);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("open UDP OK! fd [%d]"),
-                                            m_Sockfd);
+    RTSPS_LOG(INFO, "open UDP OK! fd [%d]", m_Sockfd);
     probe_segmentation();
     set_status(STAUTS_OK);
     return 0;
