@@ -243,7 +243,8 @@ RTSPS_EXPORT int32_t RTSPServer_Start(void);
  * functions take, RTSPS_EVENT_CLOSED of each client included: hold no lock that they need. Called
  * from inside one of them it prints an error line and does nothing.
  *
- * A client that was beyond RTSPS_MAX_SESSIONS keeps its connection, without media.
+ * A client that was beyond RTSPS_MAX_SESSIONS keeps its connection, without media, until it leaves.
+ * Its thread and its descriptors are freed then, also when the server is not started again.
  *
  * @return 0 always.
  */

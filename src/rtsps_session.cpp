@@ -2,6 +2,7 @@
 // The life of a session, its message loop and its send path.
 #include "rtsps_session.h"
 
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 
@@ -15,6 +16,7 @@
 #include "cbb/CBB_Thread.h"
 #include "rtsp_msg.h"
 #include "rtsps_debug.h"
+#include "rtsps_session_mgr.h"
 #include "rtsps_text.h"
 
 namespace {
@@ -153,7 +155,19 @@ void* CRtspSession::process_msg_svc(void* pSession) {
     RTSPS_LOG(CRIT, "exit");
     pSelf->m_events.End(pSelf->media_totals());
     pSelf->m_bEnded.store(true, std::memory_order_release);
+    if (CRtspSessionManager::Instance()->IsLeftToItsThread(pSelf)) {
+        pSelf->detach_thread();
+        pSelf->Close();
+        delete pSelf;
+    }
     return nullptr;
+}
+
+// On the session's thread, which then ends unjoined.
+void CRtspSession::detach_thread() {
+    const CLockGuard guard(m_mutexClose);
+    m_hSrvThread = nullptr;
+    pthread_detach(pthread_self());
 }
 
 void CRtspSession::run_message_loop() {

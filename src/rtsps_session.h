@@ -87,6 +87,7 @@ class CRtspSession {
 
     // Message loop
     static void* process_msg_svc(void* pSession);
+    void detach_thread();
     void run_message_loop();
     int wait_readable(int nMilliSec) const;
     bool idle_too_long(int nIdleMs);

@@ -3,6 +3,7 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -68,6 +69,7 @@ int CRtspSessionManager::AddSession(CRtspSession* pSession) {
     bool bFull = false;
     {
         const CLockGuard guard(m_Mutex);
+        m_bStopped = false;
         bFull = is_full();
     }
     if (bFull) {
@@ -140,6 +142,18 @@ void CRtspSessionManager::sweep_refused() {
     }
 }
 
+bool CRtspSessionManager::IsLeftToItsThread(const CRtspSession* pSession) {
+    const CLockGuard guard(m_Mutex);
+    CRtspSession** const pEnd = m_refused.pSessions + m_refused.nCount;
+    CRtspSession** const pFound = std::find(m_refused.pSessions, pEnd, pSession);
+    if (!m_bStopped || pFound == pEnd) {
+        return false;
+    }
+    *pFound = *(pEnd - 1);
+    --m_refused.nCount;
+    return true;
+}
+
 CRtspSession* CRtspSessionManager::getSession(uint32_t dwSessionId) {
     const CLockGuard guard(m_Mutex);
     const auto it = m_mapSession.find(dwSessionId);
@@ -210,6 +224,10 @@ void CRtspSessionManager::drop_registry_reference(uint32_t dwSessionId) {
 }
 
 int CRtspSessionManager::Close() {
+    {
+        const CLockGuard guard(m_Mutex);
+        m_bStopped = true;  // before the sweep below: no refused session ends unnoticed in between
+    }
     const CSessionList sessions = getSession();
     // All are told first, so that they end side by side and not one after another.
     for (const tagSessionRef& entry : sessions) {
@@ -220,6 +238,7 @@ int CRtspSessionManager::Close() {
     }
     releaseSession(sessions);
     closeSession(sessions);
+    sweep_refused();
     return 0;
 }
 

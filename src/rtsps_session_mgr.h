@@ -66,13 +66,19 @@ class CRtspSessionManager {
     void closeSession(int nSessionId);
     void closeSession(const CSessionList& sessions);
 
-    // Closes every registered session and removes it; 0.
+    // The server stops: closes every registered session and removes it, and frees the refused ones
+    // that have ended; 0. Refused ones that end later free themselves, until AddSession is called
+    // again.
     int Close();
     // Closes and removes one session; its Close() result, or -1 for an unknown id.
     int Close(unsigned int dwSessionId);
 
     // Closes and removes the sessions whose own thread has ended.
     void DelExceptionSession();
+
+    // A session's own thread asks this as its last act. True: no sweep will find the session, and
+    // its thread has to free it.
+    bool IsLeftToItsThread(const CRtspSession* pSession);
 
     int SendRealStream(int nChan, int nStreamType, void* pData, int nLen);
     int SendFileStream(int nSessionId, void* pData, int nLen);
@@ -118,6 +124,7 @@ class CRtspSessionManager {
     std::map<uint32_t, CRtspSession*> m_mapSession GUARDED_BY(m_Mutex);  // owned
     std::map<uint32_t, int32_t> m_mapRef GUARDED_BY(m_Mutex);
     CRefusedSessions m_refused GUARDED_BY(m_Mutex){};  // owned
+    bool m_bStopped GUARDED_BY(m_Mutex) = false;       // no accept thread sweeps
     pRtspServerEventCallBack m_pEventCallBack GUARDED_BY(m_Mutex) = nullptr;
     void* m_pEventUserData GUARDED_BY(m_Mutex) = nullptr;
 };

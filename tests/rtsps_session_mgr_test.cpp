@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_session_mgr.h"
 
+#include <deque>
 #include <functional>
 #include <map>
 
-#include "support/log_capture.h"
 #include "support/session_probe.h"
+#include "support/test_net.h"
 
 namespace {
 
@@ -100,6 +101,36 @@ TEST(SessionManager, FullRegistryRefusesUntilSomethingEnds) {
         CRtspSessionProbe(*sessions[i]).bQuit = true;
     }
     Manager().DelExceptionSession();
+}
+
+using CSessionManagerServerTest = CLoggedServerTest;
+
+// After Stop there is no accept thread that sweeps, and the next Start may never come.
+TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing) {
+    StartServer();
+    std::deque<CTestClient> clients;
+    for (int i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
+        EXPECT_NE(clients.emplace_back(m_port).Ask("OPTIONS", "*"), "");
+    }
+    CTestSocket media[4];
+    for (CTestSocket& video : media) {
+        EXPECT_TRUE(clients.emplace_back(m_port).PlayUdp(&video));
+    }
+    const auto leave = [&] { clients.pop_back(); };
+    leave();
+    EXPECT_TRUE(m_log.WaitFor(" exit\n")) << "one ends well before Stop,";
+    leave();  // one at about the same time,
+    RTSPServer_Stop();
+    leave();  // one after it,
+    EXPECT_NE(clients.back().Ask("HEARTBEAT", "*"), "") << "and one is still served";
+    RTSPServer_Start();
+    RTSPServer_Stop();
+    clients.clear();
+    for (CTestSocket& video : media) {
+        video.Reset();
+    }
+    EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() == m_descriptorsBefore; }));
+    EXPECT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
 }
 
 }  // namespace
