@@ -119,7 +119,7 @@ int CRtspSession::Close() {
 }
 
 bool CRtspSession::TryReap() {
-    if (m_events.MayRaise() && !m_bEnded.load(std::memory_order_acquire)) {
+    if (m_events.MayRaise() && !HasEnded()) {
         RequestQuit();
         return false;
     }

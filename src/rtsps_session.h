@@ -60,6 +60,8 @@ class CRtspSession {
     int Release();
 
     bool IsRunning() const { return !m_bQuit.load(std::memory_order_acquire); }
+    // Whether its thread has nothing left to do but to return.
+    bool HasEnded() const { return m_bEnded.load(std::memory_order_acquire); }
     unsigned int GetSessionId() const { return m_dwSessionId; }
 
     // Offers a push to this session (see RTSPServer_SendRealSteam for the buffer). Returns the
@@ -195,7 +197,8 @@ class CRtspSession {
     uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;  // in all
     uint32_t m_nLongestShortRun GUARDED_BY(m_mutexSend) = 0;
     CSessionEvents m_events;
-    std::atomic<bool> m_bEnded{false};  // atomic: set by the session's thread as its last act
+    // atomic: set by the session's thread when only its end is left, read by sweeps
+    std::atomic<bool> m_bEnded{false};
     CBB_HANDLE m_hSrvThread GUARDED_BY(m_mutexClose) = nullptr;
     CMutex m_mutexClose ACQUIRED_BEFORE(m_mutexSend);  // one Close at a time
     // atomic: read by the session's thread; closed under m_mutexSend once that thread has ended

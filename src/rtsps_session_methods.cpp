@@ -12,6 +12,7 @@
 #include "rtsps_misc.h"
 #include "rtsps_server.h"
 #include "rtsps_session.h"
+#include "rtsps_session_mgr.h"
 #include "rtsps_text.h"
 
 namespace {
@@ -35,6 +36,18 @@ struct CSessionIdText {
 const char* UrlOf(const CRtspMsg* msg) {
     const auto* req = dynamic_cast<const CRtspRequest*>(msg);
     return req != nullptr ? req->URL() : nullptr;
+}
+
+// An empty pool is tried again once ended sessions have given their ports back: a viewer that comes
+// back every few seconds would otherwise keep its own earlier ports from being freed.
+int BorrowDataPort() {
+    CRtspServer* pServer = CRtspServer::Instance();
+    const int nPort = pServer->BorrowDataPort();
+    if (nPort != 0) {
+        return nPort;
+    }
+    CRtspSessionManager::Instance()->SweepEnded();
+    return pServer->BorrowDataPort();
 }
 
 }  // namespace
@@ -293,7 +306,7 @@ int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, int nPro
     pInfo->clientAddr = m_clientAddr;
     CBB_SetAddrPort(&pInfo->clientAddr, static_cast<uint16_t>(pSetup->nClientPort));
 
-    pSetup->nServerPort = CRtspServer::Instance()->BorrowDataPort();
+    pSetup->nServerPort = BorrowDataPort();
     if (pSetup->nServerPort == 0) {
         RTSPS_LOG(ERROR, "ERROR! borrow_data_port Err!!!");
         send_response_internal_server_error(msg);

@@ -258,6 +258,20 @@ void CRtspSessionManager::DelExceptionSession() {
     sweep_refused();
 }
 
+void CRtspSessionManager::SweepEnded() {
+    const CSessionList sessions = getSession();
+    for (const tagSessionRef& entry : sessions) {
+        // A session that has only been told to end may be the caller itself, may wait for the
+        // caller in this very loop, or may be inside the host's event function.
+        if (entry.pSession->HasEnded()) {
+            entry.pSession->Close();
+            closeSession(static_cast<int>(entry.dwSessionId));
+        }
+    }
+    releaseSession(sessions);
+    sweep_refused();  // no refused session is told to end from outside
+}
+
 // Returns whether sessions were left over that have been told to end and have not ended yet.
 bool CRtspSessionManager::sweep_registered() {
     bool bLeftOver = false;

@@ -76,6 +76,11 @@ class CRtspSessionManager {
     // Closes and removes the sessions whose own thread has ended.
     void DelExceptionSession();
 
+    // The same for a session's own thread, which needs what ended sessions still hold. It waits for
+    // no thread that has work left, so two of them, or one and Close, never wait for each other.
+    // Call it with no lock held.
+    void SweepEnded();
+
     // A session's own thread asks this as its last act. True: no sweep will find the session, and
     // its thread has to free it.
     bool IsLeftToItsThread(const CRtspSession* pSession);

@@ -184,11 +184,14 @@ TEST_F(CEventTest, OnlyTheClientItIsAboutWaits) {
             go.get_future().wait();
         }
     };
+    m_para.nMaxPort = m_para.nMinPort;
     Start();
-    EXPECT_NE(CTestClient(m_port).Ask("OPTIONS", "*"), "");
+    CTestSocket video;
+    EXPECT_TRUE(CTestClient(m_port).PlayUdp(&video));
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
     CRtspSessionManager::Instance()->DelExceptionSession();  // does not wait for the function
     EXPECT_EQ(CRtspSessionManager::Instance()->GetCurrSessionNums(), 1U);
+    EXPECT_FALSE(CTestClient(m_port).PlayUdp(&video)) << "nor does a SETUP that finds no port";
     CTestClient other(m_port);
     EXPECT_TRUE(other.PlayInterleaved());
     go.set_value();

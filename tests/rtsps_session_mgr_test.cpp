@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_session_mgr.h"
 
+#include <sys/socket.h>
+
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
+#include <thread>
 
 #include "support/session_probe.h"
 #include "support/test_net.h"
@@ -131,6 +135,52 @@ TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing)
     }
     EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() == m_descriptorsBefore; }));
     EXPECT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
+}
+
+// A viewer that leaves and comes back must not wait for its own earlier ports.
+TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
+    m_para.nMaxPort = m_para.nMinPort;  // one pair
+    StartServer();
+    CTestSocket video;
+    for (int visit = 1; visit <= 5; ++visit) {
+        EXPECT_TRUE(CTestClient(m_port).PlayUdp(&video)) << "visit " << visit;
+        EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == visit; }));
+    }
+    EXPECT_EQ(m_log.Count("borrow_data_port"), 0);
+    CTestClient viewer(m_port);
+    EXPECT_TRUE(viewer.PlayUdp(&video));
+    CTestClient other(m_port);
+    other.Describe();
+    EXPECT_EQ(other.Setup(0, "RTP/AVP;unicast;client_port=6000").substr(0, 12), "RTSP/1.0 500");
+    Push(MakeUnit({}));
+    EXPECT_EQ(video.Receive(), PacketOf(MakeUnit({}), VIDEO_SSRC)) << "a live one keeps its ports";
+}
+
+// Session threads that sweep at once, and Stop that ends them meanwhile, never wait for each other.
+TEST_F(CSessionManagerServerTest, SweepsOfSetupsAndStopDoNotBlockEachOther) {
+    constexpr int VIEWERS = 8;
+    m_para.nMaxPort = m_para.nMinPort + 2;  // two pairs for eight viewers
+    Init();
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(RTSPServer_Start(), 0);
+        std::atomic<int> visits{0};
+        std::vector<std::thread> viewers;
+        for (int i = 0; i < VIEWERS; ++i) {
+            viewers.emplace_back([&] {
+                for (std::string reply = "x"; !reply.empty(); ++visits) {
+                    CTestClient viewer(m_port, CTestSocket(socket(AF_INET, SOCK_STREAM, 0)));
+                    reply = viewer.Socket().Connect(m_port) ? viewer.Describe() : "";
+                    viewer.Setup(0, "RTP/AVP;unicast;client_port=6000");
+                }
+            });
+        }
+        WaitUntil([&] { return visits > 10 * VIEWERS; });
+        RTSPServer_Stop();
+        for (std::thread& viewer : viewers) {
+            viewer.join();
+        }
+    }
+    EXPECT_TRUE(m_log.Has("borrow_data_port")) << "the pool was empty at times";
 }
 
 }  // namespace
