@@ -154,3 +154,8 @@ int CRtspServer::GivebackDataPort(int port) {
     }
     return 0;
 }
+
+uint32_t CRtspServer::FreeDataPorts() const {
+    const CLockGuard guard(m_Mutex);
+    return m_pPortQueue != nullptr ? m_pPortQueue->get_curr_size() : 0;
+}

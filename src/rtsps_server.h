@@ -38,6 +38,7 @@ class CRtspServer {
     // Returns the first port of a free pair, or 0.
     int BorrowDataPort();
     int GivebackDataPort(int port);
+    uint32_t FreeDataPorts() const;  // pairs that are free now; 0 when not started
 
   private:
     template <class T>
@@ -49,7 +50,7 @@ class CRtspServer {
     int create_parts() REQUIRES(m_Mutex);
 
     CMutex m_mutexStartStop ACQUIRED_BEFORE(m_Mutex);
-    CMutex m_Mutex;
+    mutable CMutex m_Mutex;
     int32_t m_nInitRef GUARDED_BY(m_Mutex) = 0;
     bool m_bStarted GUARDED_BY(m_Mutex) = false;
     std::unique_ptr<CRtspListener> m_pListener GUARDED_BY(m_Mutex);  // null when not started

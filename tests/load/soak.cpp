@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Hours of bad days: clients come, play, leave, break off and send noise while the host pushes,
-// starts and stops. soak [MINUTES]; loopback only.
+// Clients come, play, leave, break off and send noise while the host pushes, starts and stops.
+// soak [MINUTES]; loopback only.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -14,7 +14,6 @@
 #include <numeric>
 
 #include "crowd.h"
-#include "net_port_pool.h"
 #include "rtsps_server.h"
 #include "rtsps_session_mgr.h"
 #include "support/log_capture.h"
@@ -22,15 +21,6 @@
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
-
-// The server's pool of data ports, which no interface shows: an explicit instantiation may name a
-// private member.
-std::unique_ptr<CNet_PortPool>& PoolOf(CRtspServer* server);
-template <std::unique_ptr<CNet_PortPool> CRtspServer::*Member>
-struct CPoolOpener {
-    friend std::unique_ptr<CNet_PortPool>& PoolOf(CRtspServer* server) { return server->*Member; }
-};
-template struct CPoolOpener<&CRtspServer::m_pPortQueue>;
 
 namespace {
 
@@ -58,8 +48,7 @@ uint32_t Sessions() {
 }
 
 uint32_t FreePorts() {
-    const auto& pool = PoolOf(CRtspServer::Instance());
-    return pool != nullptr ? pool->get_curr_size() : 0;
+    return CRtspServer::Instance()->FreeDataPorts();
 }
 
 long ResidentKb() {
