@@ -8,8 +8,6 @@
 #include <iomanip>
 #include <sstream>
 #include <string>
-#include <tuple>
-#include <utility>
 
 #include "cbb.h"
 
@@ -25,43 +23,56 @@ std::string Hex(const void* p, size_t n) {
 }
 
 TEST(CbbAddr, MakesIpv4FromText) {
-    // Family (host order on the targets), port, address.
-    const std::tuple<const char*, int, const char*> rows[] = {
-        {"192.168.1.10", 0, "0200022ac0a8010a"},
-        {"127.1", 0, "0200022a7f000001"},  // the classic short form
-        {nullptr, 0, "0200022a00000000"},
-        {"255.255.255.255", -1, "eeeeeeeeffffffff"},  // address written, family and port not
-        {"host", -1, "eeeeeeeeffffffff"},
+    const struct {
+        const char* why;
+        const char* text;
+        int result;
+        const char* bytes;  // family (host order on the targets), port, address
+    } rows[] = {
+        {"four numbers", "192.168.1.10", 0, "0200022ac0a8010a"},
+        {"the classic short form", "127.1", 0, "0200022a7f000001"},
+        {"any address", nullptr, 0, "0200022a00000000"},
+        {"kept: the address is written all the same", "255.255.255.255", -1, "eeeeeeeeffffffff"},
+        {"a name", "host", -1, "eeeeeeeeffffffff"},
     };
-    for (const auto& [szText, nResult, szBytes] : rows) {
+    for (const auto& row : rows) {
         CBB_ADDR_T addr;
         memset(&addr, 0xEE, sizeof(addr));
-        EXPECT_EQ(CBB_MakeAddrByString(AF_INET, szText, 554, &addr), nResult);
-        EXPECT_EQ(Hex(&addr, sizeof(addr)), szBytes + std::string(40, 'e'));
+        EXPECT_EQ(CBB_MakeAddrByString(AF_INET, row.text, 554, &addr), row.result) << row.why;
+        EXPECT_EQ(Hex(&addr, sizeof(addr)), row.bytes + std::string(40, 'e')) << row.why;
     }
 }
 
-// Kept: a prefix "::" is not expanded, a wrong last character ends the text, nine groups may do.
 TEST(CbbAddr, MakesIpv6FromText) {
-    // clang-format off
-    const std::pair<const char*, const char*> rows[] = {
-        {"::1", "00010000000000000000000000000000"},  {"1:2g", "00010002000000000000000000000000"},
-        {"1::2:3:4:5:6:7:8:9:a", nullptr},            {"1:2:3:4:5:6:7:8:9", nullptr},
-        {"1::1.2.3.4", nullptr},                      {"1::2::3", nullptr},
-        {"12345:1", nullptr},                         {"1:g:2", nullptr},
-        {":", nullptr},                               {"1:1.2.3.256", nullptr},
-        {nullptr, "00000000000000000000000000000000"},
-        {"FE80::aBc:1", "fe80000000000000000000000abc0001"},
-        {"::ffff:1.2.3.4", "ffff0102030400000000000000000000"},
-        {"1.2.3.4", "01020304000000000000000000000000"},
-        {"1::2:3:4:5:6:7:8:9", "00020003000400050006000700080009"}};
-    // clang-format on
-    for (const auto& [szText, szBytes] : rows) {
+    const struct {
+        const char* why;
+        const char* text;
+        const char* bytes;  // null: refused
+    } rows[] = {
+        {"a gap in the middle", "FE80::aBc:1", "fe80000000000000000000000abc0001"},
+        {"any address", nullptr, "00000000000000000000000000000000"},
+        {"kept: a leading gap is not expanded", "::1", "00010000000000000000000000000000"},
+        {"so it is not before IPv4", "::ffff:1.2.3.4", "ffff0102030400000000000000000000"},
+        {"kept: IPv4 comes first", "1.2.3.4", "01020304000000000000000000000000"},
+        {"kept: a wrong last character ends it", "1:2g", "00010002000000000000000000000000"},
+        {"kept: nine groups", "1::2:3:4:5:6:7:8:9", "00020003000400050006000700080009"},
+        {"ten groups", "1::2:3:4:5:6:7:8:9:a", nullptr},
+        {"nine groups without a gap", "1:2:3:4:5:6:7:8:9", nullptr},
+        {"a gap before IPv4", "1::1.2.3.4", nullptr},
+        {"two gaps", "1::2::3", nullptr},
+        {"five digits", "12345:1", nullptr},
+        {"a wrong character", "1:g:2", nullptr},
+        {"no digit", ":", nullptr},
+        {"IPv4 out of range", "1:1.2.3.256", nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const bool isMade = row.bytes != nullptr;
         CBB_ADDR_T addr;
         memset(&addr, 0xEE, sizeof(addr));
-        EXPECT_EQ(CBB_MakeAddrByString(AF_INET6, szText, 554, &addr), szBytes ? 0 : -1);
-        EXPECT_EQ(Hex(&addr, 4), szBytes ? "0a00022a" : "eeeeeeee") << szText;
-        EXPECT_EQ(Hex(&addr.SA.sin6.sin6_addr, 16), szBytes ? szBytes : std::string(32, 'e'));
+        EXPECT_EQ(CBB_MakeAddrByString(AF_INET6, row.text, 554, &addr), isMade ? 0 : -1);
+        EXPECT_EQ(Hex(&addr, 4), isMade ? "0a00022a" : "eeeeeeee");
+        EXPECT_EQ(Hex(&addr.SA.sin6.sin6_addr, 16), isMade ? row.bytes : std::string(32, 'e'));
     }
 }
 
@@ -76,43 +87,76 @@ TEST(CbbAddr, ReadsDottedQuads) {
     EXPECT_EQ(Hex(out, 4), "0aff0104");
 }
 
-// Kept: the NUL of IPv4 may land one past the size, and embedded IPv4 has eight characters at most.
-// The fuzz target compares everything else with what the system prints.
-TEST(CbbAddr, PrintsAddresses) {
-    const std::tuple<int, const char*, int, bool> rows[] = {
-        {AF_INET, "10.0.0.1", 8, true},         {AF_INET, "10.0.0.1", 7, false},
-        {AF_INET, "10.0.0.1", -1, false},       {AF_INET6, "1:0:0:2::3", 11, true},
-        {AF_INET6, "1::2:3:0:0:4", 12, false},  {AF_INET6, "1:0:2:3:4:5:6:7", 64, true},
-        {AF_INET6, "::ffff:1.2.3.4", 64, true}, {AF_INET6, "::ffff:192.168.1.10", 64, false}};
-    for (const auto& [nFamily, szAddr, nSize, bPrinted] : rows) {
+// The fuzz target compares all other addresses with what the system prints.
+TEST(CbbAddr, PrintsAddressesThatFit) {
+    const struct {
+        const char* why;
+        int family;
+        const char* text;
+        int size;
+        bool isPrinted;
+    } rows[] = {
+        {"kept: the NUL may land one past the size", AF_INET, "10.0.0.1", 8, true},
+        {"a byte too short", AF_INET, "10.0.0.1", 7, false},
+        {"no size", AF_INET, "10.0.0.1", -1, false},
+        {"exactly the size", AF_INET6, "1:0:0:2::3", 11, true},
+        {"a byte short of the NUL", AF_INET6, "1::2:3:0:0:4", 12, false},
+        {"one zero group is no gap", AF_INET6, "1:0:2:3:4:5:6:7", 64, true},
+        {"short embedded IPv4", AF_INET6, "::ffff:1.2.3.4", 64, true},
+        {"kept: embedded IPv4 has 8 characters", AF_INET6, "::ffff:192.168.1.10", 64, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
         uint8_t addr[16] = {};
-        ASSERT_EQ(inet_pton(nFamily, szAddr, addr), 1);
-        char szOut[80] = {};
-        szOut[strlen(szAddr) + 1] = '#';
-        EXPECT_EQ(CBB_InetNtop(nFamily, addr, szOut, nSize) != nullptr, bPrinted) << szAddr;
-        EXPECT_STREQ(szOut, bPrinted ? szAddr : "");
-        EXPECT_EQ(szOut[strlen(szAddr) + 1], '#');
+        ASSERT_EQ(inet_pton(row.family, row.text, addr), 1);
+        char out[80] = {};
+        const size_t beyond = strlen(row.text) + 1;
+        out[beyond] = '#';
+        EXPECT_EQ(CBB_InetNtop(row.family, addr, out, row.size) != nullptr, row.isPrinted);
+        EXPECT_STREQ(out, row.isPrinted ? row.text : "");
+        EXPECT_EQ(out[beyond], '#');
     }
 }
 
-TEST(CbbAddr, Records) {
+struct CRecords {
     const uint8_t bytes6[16] = {0x20, 1, 0xD, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5};
     CBB_ADDR_T addr4 = {}, addr6 = {};
-    ASSERT_EQ(CBB_MakeAddr4ByInt(htonl(0x0A000001), 8554, &addr4), 0);
-    ASSERT_EQ(CBB_MakeAddr6ByInt(bytes6, 65535, &addr6), 0);
-    EXPECT_EQ(CBB_SetAddrPort(&addr4, 1), 0);
-    EXPECT_EQ(Hex(&addr4, 8), "020000010a000001");
-    uint32_t n4 = 0;
+    CRecords() {
+        EXPECT_EQ(CBB_MakeAddr4ByInt(htonl(0x0A000001), 8554, &addr4), 0);
+        EXPECT_EQ(CBB_MakeAddr6ByInt(bytes6, 65535, &addr6), 0);
+    }
+};
+
+TEST(CbbAddr, RecordsOfOneFamilyAreNotReadAsTheOther) {
+    CRecords records;
+    EXPECT_EQ(CBB_SetAddrPort(&records.addr4, 1), 0);
+    EXPECT_EQ(Hex(&records.addr4, 8), "020000010a000001");
+    uint32_t out4 = 0;
     uint8_t out6[16] = {};
-    EXPECT_EQ(CBB_GetAddr4Int(&addr6, &n4), -1);
-    EXPECT_EQ(CBB_GetAddr6Int(&addr4, out6), -1);
-    addr6.SA.sin6.sin6_family = 0;  // kept: no family is no IPv4, so the IPv6 getter takes it
-    EXPECT_EQ(CBB_GetAddr6Int(&addr6, out6), 0);
-    EXPECT_EQ(memcmp(out6, bytes6, 16), 0);
-    EXPECT_EQ(CBB_GetAddrString(&addr6), nullptr);
+    EXPECT_EQ(CBB_GetAddr4Int(&records.addr6, &out4), -1);
+    EXPECT_EQ(CBB_GetAddr6Int(&records.addr4, out6), -1);
+    records.addr6.SA.sin6.sin6_family = 0;
+    EXPECT_EQ(CBB_GetAddr6Int(&records.addr6, out6), 0) << "kept: no family is not IPv4";
+    EXPECT_EQ(memcmp(out6, records.bytes6, 16), 0);
+    EXPECT_EQ(CBB_GetAddrString(&records.addr6), nullptr);
+}
+
+TEST(CbbAddr, RecordsAreUnpacked) {
+    CRecords records;
+    CBB_ADDR_EXP_T info{};
+    EXPECT_EQ(CBB_GetAddrInfo(&records.addr4, &info), 0);
+    EXPECT_EQ(info.iAf, AF_INET);
+    EXPECT_EQ(info.nPort, 8554);
+    EXPECT_EQ(info.ADDR.nAddr4, htonl(0x0A000001));
+    EXPECT_EQ(CBB_GetAddrInfo(&records.addr6, &info), 0);
+    EXPECT_EQ(info.ADDR.nAddr6[15], 5);
+    EXPECT_EQ(CBB_GetAddrInfo(nullptr, &info), -1);
+}
+
+TEST(CbbAddr, CopiesAreCutToTheRecord) {
     CBB_ADDR_T out[3] = {};
     EXPECT_EQ(CBB_MakeAddr(std::string(64, 'x').data(), 64, &out[0]), 0);
-    EXPECT_EQ(Hex(&out[1], 1), "00") << "a length beyond the record is cut";
+    EXPECT_EQ(Hex(&out[1], 1), "00");
 }
 
 }  // namespace

@@ -11,10 +11,10 @@
 #include <cstring>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "cbb.h"
+#include "support/trans_info.h"
 
 namespace {
 
@@ -62,8 +62,12 @@ TEST_F(CbbSocket, AcceptsWithinItsTime) {
     ConnectPair();
     for (const CBB_SOCK_T fd : m_sockets)
         EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(CbbSocket, AShutdownWakesTheAccept) {
+    const Clock::time_point start = Clock::now();
     std::thread stop([this] { CBB_ShutDown(m_listen, SHUT_RDWR); });
-    EXPECT_EQ(CBB_Accept(m_listen, nullptr, 60000), -1);  // a shutdown wakes the wait
+    EXPECT_EQ(CBB_Accept(m_listen, nullptr, 60000), -1);
     EXPECT_LT(MillisSince(start), 30000);
     stop.join();
 }
@@ -73,7 +77,7 @@ TEST_F(CbbSocket, ConnectsWithinItsTime) {
     ASSERT_EQ(CBB_SetNonBlock(fd, 1), 0);
     EXPECT_EQ(CBB_ConnectWithTimeOut(fd, &m_addr, 5000), 0);
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);  // kept: also when it was not before
-    // Nobody accepts: one more connection fits the queue, the next one waits in vain.
+    // Without an accept one more connection fits the queue, and the next one waits in vain.
     Clock::time_point start;
     do {
         fd = Open(SOCK_STREAM);
@@ -81,13 +85,6 @@ TEST_F(CbbSocket, ConnectsWithinItsTime) {
     } while (CBB_ConnectWithTimeOut(fd, &m_addr, 100) == 0 && m_sockets.size() < 6);
     EXPECT_GE(MillisSince(start), 99);
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
-    CBB_ShutDown(m_listen, SHUT_RDWR);
-    fd = Open(SOCK_STREAM);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(CBB_ConnectWithTimeOut(fd, &m_addr, 5000), -1);
-    EXPECT_EQ(GetSystemLastError(), ECONNREFUSED);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "CBB_ConnectWithTimeOut getsockopt !iError return error, 115, Error\n");
 }
 
 // What the host prints to its closed standard streams must not reach a client.
@@ -119,22 +116,38 @@ TEST_F(CbbSocket, StandardStreamsAreNeverSockets) {
     }
 }
 
-TEST_F(CbbSocket, OptionsThatAreKeptCrossed) {
+TEST_F(CbbSocket, ARefusedConnectionIsReported) {
+    CBB_ShutDown(m_listen, SHUT_RDWR);
+    const CBB_SOCK_T fd = Open(SOCK_STREAM);
+    const CLogCapture log;
+    EXPECT_EQ(CBB_ConnectWithTimeOut(fd, &m_addr, 5000), -1);
+    EXPECT_EQ(GetSystemLastError(), ECONNREFUSED);
+    EXPECT_EQ(log.Text(), "CBB_ConnectWithTimeOut getsockopt !iError return error, 115, Error\n");
+}
+
+TEST_F(CbbSocket, TypeOfServiceReadsTheTimeToLive) {  // kept
     const CBB_SOCK_T fd = Open(SOCK_DGRAM);
-    int nTos = 0;
-    EXPECT_EQ(CBB_SetTTL(fd, 33) | CBB_SetTOS(fd, 0x10) | CBB_GetTOS(fd, &nTos), 0);
-    EXPECT_EQ(nTos, 33);  // kept: the TTL
-    // Kept: each time-out is set from the other's value, and the first not at all without a second.
-    const std::tuple<int, int, long, long> rows[] = {
-        {3000, 0, 0, 0}, {2000, 5000, 2, 5}, {0, 4000, 0, 0}, {1500, 1500, 1, 1}};
-    for (const auto& [nSnd, nRcv, nRcvSec, nSndSec] : rows) {
-        const CBB_SOCK_T fresh = Open(SOCK_STREAM);
-        EXPECT_EQ(CBB_SetTimeOut(fresh, nSnd, nRcv), 0);
-        timeval rcv = {}, snd = {};
-        socklen_t nLength = sizeof(rcv);
-        getsockopt(fresh, SOL_SOCKET, SO_RCVTIMEO, &rcv, &nLength);
-        getsockopt(fresh, SOL_SOCKET, SO_SNDTIMEO, &snd, &nLength);
-        EXPECT_EQ(std::pair(rcv.tv_sec, snd.tv_sec), std::pair(nRcvSec, nSndSec)) << nSnd;
+    int tos = 0;
+    EXPECT_EQ(CBB_SetTTL(fd, 33) | CBB_SetTOS(fd, 0x10) | CBB_GetTOS(fd, &tos), 0);
+    EXPECT_EQ(tos, 33);
+}
+
+// Kept: each time-out is set from the other's value, and none without a value for both.
+TEST_F(CbbSocket, TimeOutsAreCrossed) {
+    const struct {
+        int sendMs, receiveMs;
+        long receiveSec, sendSec;
+    } rows[] = {{3000, 0, 0, 0}, {2000, 5000, 2, 5}, {0, 4000, 0, 0}, {1500, 1500, 1, 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.sendMs << ", " << row.receiveMs);
+        const CBB_SOCK_T fd = Open(SOCK_STREAM);
+        EXPECT_EQ(CBB_SetTimeOut(fd, row.sendMs, row.receiveMs), 0);
+        timeval receive = {}, send = {};
+        socklen_t length = sizeof(receive);
+        getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &receive, &length);
+        getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send, &length);
+        EXPECT_EQ(receive.tv_sec, row.receiveSec);
+        EXPECT_EQ(send.tv_sec, row.sendSec);
     }
 }
 
@@ -165,7 +178,7 @@ TEST_F(CbbSocket, SendnNeverBlocksLongerThanAllowed) {
     reader.join();
 }
 
-TEST_F(CbbSocket, BrokenConnectionsEndUnlimitedWaitsAndRaiseNoSignal) {
+TEST_F(CbbSocket, ABrokenConnectionEndsAnUnlimitedWaitAndRaisesNoSignal) {
     ConnectPair();
     signal(SIGPIPE, SIG_DFL);
     ASSERT_EQ(CBB_LingerOn(m_client, 0), 0);  // closing resets the connection
@@ -176,36 +189,96 @@ TEST_F(CbbSocket, BrokenConnectionsEndUnlimitedWaitsAndRaiseNoSignal) {
     gone.join();
     EXPECT_EQ(CBB_Sendn(m_server, "abc", 3, CBB_INFINITE), 0);
     CBB_InitNetwork_Inter();
-    EXPECT_EQ(CBB_Send(m_server, "abc", 3), -1);  // without the ignored signal: the end
+    EXPECT_EQ(CBB_Send(m_server, "abc", 3), -1);  // with SIGPIPE the process would end here
     close(m_listen);
+}
+
+TEST_F(CbbSocket, ClosedDescriptorsEndUnlimitedWaits) {
+    const CBB_SOCK_T closed = dup(m_listen);
+    close(closed);
     char buf[8];
-    for (const int fd : {m_listen, -1}) {
+    for (const int fd : {closed, -1}) {
         EXPECT_EQ(CBB_Sendn(fd, "abc", 3, CBB_INFINITE), 0);
         EXPECT_EQ(CBB_Recvn(fd, buf, 3, CBB_INFINITE), -1);
         EXPECT_EQ(CBB_RecvWithTimeOut(fd, buf, 3, CBB_INFINITE), -1);
     }
 }
 
-// A time-out yields what has come, an end before all has come nothing.
 TEST_F(CbbSocket, RecvnReceivesExactly) {
-    // clang-format off
-    const std::tuple<const char*, bool, int, uint32_t, int> rows[] = {
-        {"abcdef", false, 6, CBB_INFINITE, 6}, {"abcdef", false, 4, 0, 4},
-        {"abcd", false, 6, 50, 4},             {"", false, 6, 0, 0},
-        {"abcd", true, 6, CBB_INFINITE, -1},   {"abcd", false, -5, CBB_INFINITE, 0}};
-    // clang-format on
-    for (const auto& [szSent, bClosed, nCount, nTimeOut, nResult] : rows) {
+    const struct {
+        const char* why;
+        std::string sent;
+        bool isClosed;
+        int count;
+        uint32_t timeoutMs;
+        int result;
+        std::string received;
+    } rows[] = {
+        {"all that is asked for", "abcdef", false, 6, CBB_INFINITE, 6, "abcdef"},
+        {"no more than that", "abcdef", false, 4, 0, 4, "abcd"},
+        {"what came before the time was over", "abcd", false, 6, 50, 4, "abcd"},
+        {"nothing came", "", false, 6, 0, 0, ""},
+        {"the end came first", "abcd", true, 6, CBB_INFINITE, -1, "abcd"},
+        {"a negative count", "abcd", false, -5, CBB_INFINITE, 0, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
         ConnectPair();
-        const int nLen = static_cast<int>(strlen(szSent));
-        ASSERT_EQ(CBB_Sendn(m_client, szSent, nLen, 5000), nLen);
-        if (bClosed)
+        const int length = static_cast<int>(row.sent.size());
+        ASSERT_EQ(CBB_Sendn(m_client, row.sent.data(), length, 5000), length);
+        if (row.isClosed)
             CBB_ShutDown(m_client, SHUT_WR);
         pollfd arrived = {m_server, POLLIN, 0};
-        CBB_Poll(&arrived, 1, nLen > 0 ? -1 : 0);
+        CBB_Poll(&arrived, 1, length > 0 ? -1 : 0);
         char buf[16] = {};
-        EXPECT_EQ(CBB_Recvn(m_server, buf, nCount, nTimeOut), nResult) << szSent << nCount;
-        EXPECT_EQ(std::string(buf, 4), nCount > 0 && nLen > 0 ? "abcd" : std::string(4, '\0'));
+        EXPECT_EQ(CBB_Recvn(m_server, buf, row.count, row.timeoutMs), row.result);
+        EXPECT_EQ(std::string(buf), row.received);
     }
+}
+
+// A copy of the descriptor keeps the connection open unless the close is forced.
+TEST_F(CbbSocket, AForcedCloseEndsTheConnectionForEveryCopy) {
+    for (const bool isForced : {false, true}) {
+        ConnectPair();
+        Keep(dup(m_server));
+        const int copy = m_sockets.back();
+        const int closed = dup(m_server);
+        EXPECT_EQ(CBB_CloseSocket(closed, isForced ? 1 : 0), 0);
+        EXPECT_EQ(CBB_Sendn(copy, "x", 1, 0), isForced ? 0 : 1);
+        char byte = 0;
+        EXPECT_EQ(CBB_Recv(m_client, &byte, 1), isForced ? 0 : 1);
+    }
+}
+
+TEST_F(CbbSocket, SelectFindsWhatIsReadable) {
+    const CSocketPair pair;
+    const int fd = pair.client.Fd();
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(fd, &readable);
+    const timeval atOnce{};
+    EXPECT_EQ(CBB_Select(fd + 1, &readable, nullptr, nullptr, &atOnce), 0);
+    EXPECT_EQ(CBB_FdIsSet(fd, &readable), 0);
+    pair.server.Send("abc");
+    FD_SET(fd, &readable);
+    EXPECT_EQ(CBB_Select(fd + 1, &readable, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(CBB_FdIsSet(fd, &readable), 1);
+    for (const int outside : {-1, FD_SETSIZE}) {
+        EXPECT_EQ(CBB_FdIsSet(outside, &readable), 0);
+    }
+}
+
+TEST_F(CbbSocket, SmallCallsReachTheSystem) {
+    const CSocketPair pair;
+    const int fd = pair.client.Fd();
+    pair.server.Send("abc");
+    uint32_t waiting = 0;
+    EXPECT_EQ(CBB_Ioctl(fd, FIONREAD, &waiting), 0);
+    EXPECT_EQ(waiting, 3U);
+    char bytes[8];
+    EXPECT_EQ(CBB_RecvFrom(fd, bytes, sizeof(bytes), nullptr), 3);
+    EXPECT_EQ(CBB_RecvFrom(fd, bytes, -1, nullptr), -1);
+    EXPECT_EQ(CBB_BroadCast(CTestSocket::BindUdp().Fd()) | CBB_LingerOff(fd), 0);
 }
 
 }  // namespace

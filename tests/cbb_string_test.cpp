@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <tuple>
 
 #include "cbb.h"
 
@@ -17,63 +16,113 @@ ptrdiff_t Offset(const char* pFound, const char* szText) {
 }
 
 TEST(CbbString, WritesNumbers) {
-    // clang-format off
-    const std::tuple<long, int, const char*> rows[] = {
-        {0, 10, "0"},      {-15, 10, "-15"},  {35, 36, "z"},
-        {-1, 16, nullptr}, {1, 37, nullptr},  {1, 1, nullptr},
-        {INT_MAX, 2, "1111111111111111111111111111111"},
-        {LONG_MIN, 10, "-9223372036854775808"}};
-    // clang-format on
-    char szOut[66];
-    for (const auto& [nValue, nBase, szText] : rows) {
-        EXPECT_STREQ(CBB_Ltoa(szOut, nValue, nBase), szText) << nValue << " base " << nBase;
+    const struct {
+        long value;
+        int base;
+        const char* text;
+        const char* why;
+    } rows[] = {
+        {0, 10, "0", "no digits are left to write"},
+        {-15, 10, "-15", "a sign"},
+        {35, 36, "z", "the last digit of the largest base"},
+        {-1, 16, nullptr, "a sign in another base"},
+        {1, 37, nullptr, "base too large"},
+        {1, 1, nullptr, "base too small"},
+        {INT_MAX, 2, "1111111111111111111111111111111", "the smallest base"},
+        {LONG_MIN, 10, "-9223372036854775808", "no positive number of this size"},
+    };
+    char out[66];
+    for (const auto& row : rows) {
+        EXPECT_STREQ(CBB_Ltoa(out, row.value, row.base), row.text) << row.why;
     }
-    EXPECT_STREQ(CBB_Itoa(szOut, INT_MIN, 10), "-2147483648");
+    EXPECT_STREQ(CBB_Itoa(out, INT_MIN, 10), "-2147483648");
 }
 
 // Kept: a digit that equals the base counts.
 TEST(CbbString, ReadsNumbers) {
-    // clang-format off
-    const std::tuple<const char*, int, int32_t, int64_t, ptrdiff_t> rows[] = {
-        {" 0x1F", 0, 31, 31, 5}, {"0x1F", 10, 0, 0, 1},   {"017", 0, 15, 15, 3},
-        {"1a", 10, 20, 20, 2},   {"12", 2, 4, 4, 2},      {"12", 17, 0, 0, 0},
-        {"12", -3, 0, 0, 0},     {"0x", 0, 0, 0, 0},      {"  -", 10, 0, 0, 0},
-        {"\t\n\v\f\r +42x", 10, 42, 42, 9},
-        {"99999999999z", 10, INT_MAX, 99999999999, 11},
-        {"-9223372036854775808", 10, INT_MIN, INT64_MIN, 20},
-        {"999999999999999999999999999999", 10, INT_MAX, -1, 30},
-        {"-999999999999999999999999999999", 10, INT_MIN, -1, 31}};
-    // clang-format on
-    for (const auto& [szText, nBase, n32, n64, nEnd] : rows) {
-        char* pEnd = nullptr;
-        EXPECT_EQ(CBB_StrToi32(szText, &pEnd, nBase), n32) << szText;
-        EXPECT_EQ(Offset(pEnd, szText), nEnd) << szText << " base " << nBase;
-        EXPECT_EQ(CBB_StrToi64(szText, &pEnd, nBase), n64) << szText;
-        EXPECT_EQ(Offset(pEnd, szText), nEnd) << szText << " base " << nBase;
+    const struct {
+        const char* why;
+        const char* text;
+        int base;
+        int32_t as32;
+        int64_t as64;
+        ptrdiff_t end;
+    } rows[] = {
+        {"base 0 finds hexadecimal", " 0x1F", 0, 31, 31, 5},
+        {"base 10 stops at the x", "0x1F", 10, 0, 0, 1},
+        {"base 0 finds octal", "017", 0, 15, 15, 3},
+        {"a digit equal to base 10", "1a", 10, 20, 20, 2},
+        {"a digit equal to base 2", "12", 2, 4, 4, 2},
+        {"base above 16", "12", 17, 0, 0, 0},
+        {"negative base", "12", -3, 0, 0, 0},
+        {"a prefix without digits", "0x", 0, 0, 0, 0},
+        {"a sign without digits", "  -", 10, 0, 0, 0},
+        {"every kind of blank", "\t\n\v\f\r +42x", 10, 42, 42, 9},
+        {"clamped to 32 bits", "99999999999z", 10, INT_MAX, 99999999999, 11},
+        {"the lowest of 64 bits", "-9223372036854775808", 10, INT_MIN, INT64_MIN, 20},
+        {"kept: -1 beyond 64 bits", "999999999999999999999999999999", 10, INT_MAX, -1, 30},
+        {"and below", "-999999999999999999999999999999", 10, INT_MIN, -1, 31},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        char* end = nullptr;
+        EXPECT_EQ(CBB_StrToi32(row.text, &end, row.base), row.as32);
+        EXPECT_EQ(Offset(end, row.text), row.end);
+        EXPECT_EQ(CBB_StrToi64(row.text, &end, row.base), row.as64);
+        EXPECT_EQ(Offset(end, row.text), row.end);
+    }
+    EXPECT_EQ(CBB_Atoi32("-7"), -7);
+    EXPECT_EQ(CBB_Atoi64("5000000000"), 5000000000);
+}
+
+TEST(CbbString, FindsTexts) {
+    constexpr ptrdiff_t NOWHERE = -1;
+    const struct {
+        const char* why;
+        const char* text;
+        const char* needle;
+        size_t length;  // of the needle, for Strnstr
+        ptrdiff_t at, atWithLength, atWithoutCase;
+    } rows[] = {
+        {"at the end", "chan1/main", "main", 4, 6, 6, 6},
+        {"in another case", "chan1/MAIN", "main", 4, NOWHERE, NOWHERE, 6},
+        {"kept: a needle shorter than its length", "abc", "bc", 3, 1, NOWHERE, 1},
+        {"a needle longer than its length", "abc", "abcd", 3, NOWHERE, 0, NOWHERE},
+        {"an empty needle", "abc", "", 0, 0, 0, 0},
+        {"an empty text", "", "a", 1, NOWHERE, NOWHERE, NOWHERE},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(Offset(CBB_Strstr(row.text, row.needle), row.text), row.at);
+        EXPECT_EQ(Offset(CBB_Strnstr(row.text, row.needle, row.length), row.text),
+                  row.atWithLength);
+        EXPECT_EQ(Offset(CBB_Strcasestr(row.text, row.needle), row.text), row.atWithoutCase);
     }
 }
 
-// Kept: one byte has to match, and a needle that ends before n does not.
-TEST(CbbString, Finds) {
-    // clang-format off
-    const std::tuple<const char*, const char*, size_t, ptrdiff_t, ptrdiff_t, ptrdiff_t> rows[] = {
-        {"chan1/main", "main", 4, 6, 6, 6},   {"chan1/MAIN", "main", 4, -1, -1, 6},
-        {"abc", "bc", 3, 1, -1, 1},           {"abc", "abcd", 3, -1, 0, -1},
-        {"abc", "", 0, 0, 0, 0},              {"", "a", 1, -1, -1, -1}};
-    // clang-format on
-    for (const auto& [szText, szNeedle, n, nAt, nNAt, nCaseAt] : rows) {
-        EXPECT_EQ(Offset(CBB_Strstr(szText, szNeedle), szText), nAt) << szText;
-        EXPECT_EQ(Offset(CBB_Strnstr(szText, szNeedle, n), szText), nNAt) << szText << szNeedle;
-        EXPECT_EQ(Offset(CBB_Strcasestr(szText, szNeedle), szText), nCaseAt) << szText;
-    }
+TEST(CbbString, FindsBytes) {
     const char high[] = "a\xff";
     EXPECT_EQ(CBB_Strchr(high, 0xFF), high + 1);
     EXPECT_EQ(CBB_Strchr(high, 0), nullptr);
-    const char beyond[2] = {'\0', 'a'};  // an empty text: what lies behind it is not searched
+    const char beyond[2] = {'\0', 'a'};  // an empty text, and a byte that is not searched
     EXPECT_EQ(CBB_Strchr(beyond, 'a'), nullptr);
     EXPECT_EQ(CBB_Strchr(beyond, 0), beyond);
     EXPECT_EQ(CBB_Strnchr(beyond, 'a', 2), beyond + 1);
     EXPECT_EQ(CBB_Strnchr(beyond, 'a', 1), nullptr);
+}
+
+TEST(CbbString, CopiesAndCompares) {
+    char out[8] = "xxxxxxx";
+    EXPECT_STREQ(CBB_Strcpy(out, "abc"), "abc");
+    EXPECT_EQ(std::string(CBB_Strncpy(out, "de", 5), 6), std::string("de\0\0\0x", 6));
+    EXPECT_EQ(*CBB_Strncpy(out, "f", 0), 'd');
+    for (char* copy : {CBB_Strdup("abc"), CBB_Strndup("abcd", 3)}) {
+        EXPECT_STREQ(copy, "abc");
+        free(copy);
+    }
+    EXPECT_EQ(CBB_Strncmp("abc", "abd", 2), 0);
+    EXPECT_LT(CBB_Strncmp("abc", "abd", 3), 0);
+    EXPECT_EQ(CBB_Strcasecmp("aB", "Ab"), 0);
 }
 
 }  // namespace

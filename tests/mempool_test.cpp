@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <numeric>
 #include <thread>
-#include <tuple>
 #include <vector>
+
+#include "support/log_capture.h"
 
 namespace {
 
@@ -35,68 +36,151 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
     CTestPool pool(1000, 500);
     const Bytes data(2000);
     const void* p = data.data();
-    // Free has to exceed the need. A second length of -1: one piece.
-    const std::tuple<uint32_t, int64_t, const char*> rows[] = {
-        {0, -1, "invalid input para,dwDataLen = 0"},
-        {992, -1, "there is no space,dwDataLen = 992"},
-        {0, 0, "invalid input para\n"},
-        {500, 492, "there is no space,dwDataLen = 992"},
-        {0xFFFFFFFF, 0xFFFFFFFF, "there is no space,dwDataLen = 4294967294"},
-        {0xFFFFFFFF, 1, "there is no space,dwDataLen = 0"}};
-    for (const auto& [nFirst, nSecond, szText] : rows) {
-        testing::internal::CaptureStdout();
-        EXPECT_FALSE(nSecond < 0 ? pool.InputData(p, nFirst)
-                                 : pool.InputData(p, nFirst, p, static_cast<uint32_t>(nSecond)));
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), szText);
+    const struct {
+        const char* why;
+        uint32_t first;
+        int64_t second;  // -1: the record is one piece
+        const char* text;
+    } rows[] = {
+        {"an empty piece", 0, -1, "invalid input para,dwDataLen = 0"},
+        {"free has to exceed the need", 992, -1, "there is no space,dwDataLen = 992"},
+        {"two empty pieces", 0, 0, "invalid input para\n"},
+        {"two pieces together", 500, 492, "there is no space,dwDataLen = 992"},
+        {"sizes that wrap", 0xFFFFFFFF, 0xFFFFFFFF, "there is no space,dwDataLen = 4294967294"},
+        {"sizes that wrap to 0", 0xFFFFFFFF, 1, "there is no space,dwDataLen = 0"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const CLogCapture log;
+        EXPECT_FALSE(row.second < 0
+                         ? pool.InputData(p, row.first)
+                         : pool.InputData(p, row.first, p, static_cast<uint32_t>(row.second)));
+        EXPECT_EQ(log.Text(), row.text);
         EXPECT_EQ(Consume(pool), -1);
     }
-    EXPECT_TRUE(pool.InputData(p, 991));
+}
+
+TEST(MemPool, TakesWhatLeavesAByteFree) {
+    CTestPool pool(1000, 500);
+    const Bytes data(991);
+    EXPECT_TRUE(pool.InputData(data.data(), 991));
     EXPECT_EQ(Consume(pool), 991);
-    EXPECT_TRUE(pool.InputData(p, 991) && pool.Clear());
+}
+
+TEST(MemPool, ClearForgetsAllRecords) {
+    CTestPool pool(1000, 500);
+    const Bytes data(991);
+    EXPECT_TRUE(pool.InputData(data.data(), 991) && pool.Clear());
     EXPECT_EQ(Consume(pool), -1);
 }
 
-// Where each step leaves the next record, how long it may be, and what is free. The last record of
-// a lap runs into the tail. Kept: one piece comes back to the front later than the others do, and
-// the reader loses what lies behind it.
-TEST(MemPool, LapsThroughRingAndTail) {
-    CTestPool pool(100, 50);
-    // Appends one piece, two, writes in place, or reads a record of that length (-1: none).
-    const std::tuple<char, int, ptrdiff_t, uint32_t, uint32_t> rows[] = {
-        {'r', -1, 0, 91, 100},  {'2', 40, 48, 43, 52},  {'w', 20, 76, 15, 24},
-        {'r', 40, 76, 113, 72}, {'2', 60, 0, 39, 48},   {'r', 20, 0, 67, 76},
-        {'r', 60, 0, 91, 100},  {'1', 40, 48, 43, 52},  {'r', 40, 48, 91, 100},
-        {'1', 51, 107, 82, 41}, {'r', 51, 107, 84, 93}, {'2', 20, 0, 91, 100},
-        {'r', -1, 0, 91, 100},  {'2', 40, 48, 43, 52},  {'r', 40, 48, 91, 100},
-        {'w', 43, 99, 90, 49},  {'r', 43, 99, 91, 100}, {'w', 1, 0, 90, 99},
-        {'r', 1, 0, 91, 100},   {'2', 40, 48, 43, 52},  {'r', 40, 48, 91, 100},
-        {'2', 44, 0, 39, 48},   {'r', 44, 0, 91, 100},  {'1', 91, 99, 0, 1}};
-    uint8_t* pBase = nullptr;
-    uint32_t n = 0;
-    ASSERT_TRUE(pool.GetBuf(&pBase, &n));
-    for (const auto& [step, nLen, nNext, nOffered, nFree] : rows) {
-        SCOPED_TRACE(testing::Message() << step << " " << nLen);
-        Bytes data(static_cast<size_t>(std::max(nLen, 0)));
-        std::iota(data.begin(), data.end(), static_cast<uint8_t>(nLen));
-        const auto nData = static_cast<uint32_t>(data.size());
-        uint8_t* p = nullptr;
-        if (step == '1') {
-            EXPECT_TRUE(pool.InputData(data.data(), nData));
-        } else if (step == '2') {
-            EXPECT_TRUE(pool.InputData(data.data(), 1, &data[1], nData - 1));
-        } else if (step == 'w') {
-            EXPECT_TRUE(pool.GetBuf(&p, &n));
-            std::copy(data.begin(), data.end(), p);
-            EXPECT_TRUE(pool.UpdateWriteIdx(nData));
-        } else if (pool.GetData(&p, &n)) {
-            EXPECT_EQ(Bytes(p, p + n), data);
-            pool.UpdateReadIdx(n);
-        }
-        EXPECT_EQ(pool.GetBuf(&p, &n), nOffered > 0);
-        EXPECT_EQ(n, nOffered);
-        EXPECT_TRUE(nOffered == 0 || p - pBase == nNext);
-        EXPECT_EQ(pool.GetSpace(), nFree);
+// A pool, and the steps of its writer and its reader. A record's bytes follow from its length.
+class CMemPoolLaps : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        uint32_t offered = 0;
+        ASSERT_TRUE(m_pool.GetBuf(&m_base, &offered));
     }
+    static Bytes Record(uint32_t length) {
+        Bytes record(length);
+        std::iota(record.begin(), record.end(), static_cast<uint8_t>(length));
+        return record;
+    }
+    void AppendOnePiece(uint32_t length) {
+        EXPECT_TRUE(m_pool.InputData(Record(length).data(), length));
+    }
+    void AppendTwoPieces(uint32_t length) {
+        const Bytes record = Record(length);
+        EXPECT_TRUE(m_pool.InputData(record.data(), 1, &record[1], length - 1));
+    }
+    void WriteInPlace(uint32_t length) {
+        const Bytes record = Record(length);
+        uint8_t* room = nullptr;
+        uint32_t offered = 0;
+        EXPECT_TRUE(m_pool.GetBuf(&room, &offered));
+        std::copy(record.begin(), record.end(), room);
+        EXPECT_TRUE(m_pool.UpdateWriteIdx(length));
+    }
+    void Read(uint32_t length) {
+        uint8_t* data = nullptr;
+        uint32_t held = 0;
+        ASSERT_TRUE(m_pool.GetData(&data, &held));
+        EXPECT_EQ(Bytes(data, data + held), Record(length));
+        m_pool.UpdateReadIdx(held);
+    }
+    // Where the next record's bytes would go, how long it may be, and what is free.
+    void ExpectNext(ptrdiff_t at, uint32_t offered, uint32_t free) {
+        uint8_t* room = nullptr;
+        uint32_t length = 0;
+        EXPECT_TRUE(m_pool.GetBuf(&room, &length));
+        EXPECT_EQ(room - m_base, at);
+        EXPECT_EQ(length, offered);
+        EXPECT_EQ(m_pool.GetSpace(), free);
+    }
+
+    CTestPool m_pool{100, 50};
+    uint8_t* m_base = nullptr;
+};
+
+TEST_F(CMemPoolLaps, TheLastRecordOfALapRunsIntoTheTail) {
+    ExpectNext(0, 91, 100);
+    AppendTwoPieces(40);
+    ExpectNext(48, 43, 52);
+    WriteInPlace(20);
+    ExpectNext(76, 15, 24);
+    Read(40);
+    ExpectNext(76, 113, 72);
+    AppendTwoPieces(60);
+    ExpectNext(0, 39, 48);
+    Read(20);
+    ExpectNext(0, 67, 76);
+    Read(60);
+    ExpectNext(0, 91, 100);
+}
+
+// Kept: the writer of one piece returns to the front later than the other writers, and the reader
+// loses the record that follows.
+TEST_F(CMemPoolLaps, ARecordAfterOnePieceInTheTailIsLost) {
+    AppendOnePiece(40);
+    Read(40);
+    AppendOnePiece(51);
+    ExpectNext(107, 82, 41);
+    Read(51);
+    ExpectNext(107, 84, 93);
+    AppendTwoPieces(20);
+    ExpectNext(0, 91, 100);
+    EXPECT_EQ(Consume(m_pool), -1);
+}
+
+TEST_F(CMemPoolLaps, ARecordThatEndsBeforeTheLastByteLeavesItToTheNext) {
+    AppendTwoPieces(40);
+    Read(40);
+    WriteInPlace(43);
+    ExpectNext(99, 90, 49);
+    Read(43);
+    ExpectNext(99, 91, 100);
+    WriteInPlace(1);
+    ExpectNext(0, 90, 99);
+    Read(1);
+    ExpectNext(0, 91, 100);
+}
+
+TEST_F(CMemPoolLaps, ARecordThatEndsWithTheRingReturnsToTheFront) {
+    AppendTwoPieces(40);
+    Read(40);
+    AppendTwoPieces(44);
+    ExpectNext(0, 39, 48);
+    Read(44);
+    ExpectNext(0, 91, 100);
+}
+
+TEST_F(CMemPoolLaps, NothingIsOfferedWhenOneByteIsFree) {
+    AppendOnePiece(91);
+    uint8_t* room = nullptr;
+    uint32_t length = 0;
+    EXPECT_FALSE(m_pool.GetBuf(&room, &length));
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(m_pool.GetSpace(), 1U);
 }
 
 TEST(MemPool, CarriesRecordsFromOneThreadToAnother) {

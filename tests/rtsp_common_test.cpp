@@ -3,17 +3,24 @@
 
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 TEST(RtspCommon, MethodOfAWordAndBack) {
-    const std::tuple<const char*, eRTSP_METHOD_INDEX, const char*> cases[] = {
-        {"SETUP", RTSP_SETUP, "SETUP"},          {"SET_PARAMETER", RTSP_SET_PARAM, "SET_PARAMETER"},
-        {"Setup", RTSP_ERROR, "ERROR"},          {"SETUP ", RTSP_ERROR, "ERROR"},
-        {"UNKNOW", RTSP_UNKNOWN, "UNKNOW"},      {"SETU", RTSP_ERROR, "ERROR"},
-        {"TEARDOWN", RTSP_TEARDOWN, "TEARDOWN"}, {nullptr, RTSP_UNKNOWN, "UNKNOW"}};
-    for (const auto& [szWord, expected, szBack] : cases) {
-        EXPECT_EQ(get_rtsp_method(szWord), expected) << (szWord ? szWord : "(null)");
-        EXPECT_STREQ(get_rtsp_method(expected), szBack);
+    const struct {
+        const char* why;
+        const char* word;
+        eRTSP_METHOD_INDEX method;
+        const char* back;
+    } rows[] = {
+        {"a method", "SETUP", RTSP_SETUP, "SETUP"},
+        {"two words", "SET_PARAMETER", RTSP_SET_PARAM, "SET_PARAMETER"},
+        {"another case", "Setup", RTSP_ERROR, "ERROR"},
+        {"longer", "SETUP ", RTSP_ERROR, "ERROR"},
+        {"shorter", "SETU", RTSP_ERROR, "ERROR"},
+        {"the table's own word", "UNKNOW", RTSP_UNKNOWN, "UNKNOW"},
+        {"null", nullptr, RTSP_UNKNOWN, "UNKNOW"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(get_rtsp_method(row.word), row.method) << row.why;
+        EXPECT_STREQ(get_rtsp_method(row.method), row.back) << row.why;
     }
     for (const int nMethod : {int{RTSP_RESPONSE}, int{RTSP_RANDOMPLAY}, 99})
         EXPECT_STREQ(get_rtsp_method(static_cast<eRTSP_METHOD_INDEX>(nMethod)), "ERROR");

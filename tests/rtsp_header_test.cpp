@@ -5,9 +5,9 @@
 
 #include <memory>
 #include <string>
-#include <tuple>
 
 #include "rtsp_msg_parser.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -32,18 +32,17 @@ std::unique_ptr<Header> Split(const std::string& text) {
 TEST(RtspHeader, ParameterKeepsWhatNullDoesNotReplaceAndCutsAt255) {
     CRtspParameter parameter;
     const std::string x(300, 'x'), cut(255, 'x');
-    const std::tuple<const char*, const char*, std::string> cases[] = {
-        {nullptr, "1", "=1"},
-        {"a", nullptr, "a=1"},
-        {"b", "", "b"},
-        {x.c_str(), x.c_str(), cut + "=" + cut}};
-    for (const auto& [szAttribute, szValue, expected] : cases) {
-        EXPECT_EQ(parameter.add_attribute(szAttribute, szValue), 0);
-        EXPECT_EQ(Text(parameter), expected);
-    }
+    parameter.add_attribute(nullptr, "1");
+    EXPECT_EQ(Text(parameter), "=1");
+    parameter.add_attribute("a", nullptr);
+    EXPECT_EQ(Text(parameter), "a=1") << "the value stays";
+    parameter.add_attribute("b", "");
+    EXPECT_EQ(Text(parameter), "b");
+    parameter.add_attribute(x.c_str(), x.c_str());
+    EXPECT_EQ(Text(parameter), cut + "=" + cut);
 }
 
-TEST(RtspHeader, LookupAndOwnership) {
+TEST(RtspHeader, ParametersAreFoundByTheirName) {
     CRtspHeaderValue value("12345678");
     value.AddParameter("timeout", "60");
     value.AddParameter("timeout", "70");
@@ -53,7 +52,9 @@ TEST(RtspHeader, LookupAndOwnership) {
     value.remove_parameter("absent");
     value.remove_parameter("timeout");
     EXPECT_EQ(Text(value), "12345678;timeout=70");
+}
 
+TEST(RtspHeader, OwnsItsValues) {
     CRtspHeader header(std::string(2000, 'n').c_str());
     EXPECT_EQ(header.Name(), std::string(1023, 'n'));
     header.AddHeaderValue(static_cast<CRtspHeaderValue*>(nullptr));
@@ -68,7 +69,12 @@ TEST(RtspHeader, LookupAndOwnership) {
 
 // Only the first value and the given case count.
 TEST(RtspTransport, ProtocolTypeAndPorts) {
-    const std::tuple<const char*, trans_protocol, trans_type, int, int> cases[] = {
+    const struct {
+        const char* text;
+        trans_protocol protocol;
+        trans_type type;
+        int clientPort, serverPort;
+    } rows[] = {
         {"RTP/AVP;unicast;client_port=5000-5001", protocol_udp, unicast, 5000, 0},
         {"RTP/AVP/TCP;unicast;interleaved=0-1", protocol_over_rtsp, unicast, 0, 0},
         {"RTP/AVP/TCP;unicast;client_port=5000-5001", protocol_tcp, unicast, 5000, 0},
@@ -80,22 +86,23 @@ TEST(RtspTransport, ProtocolTypeAndPorts) {
         {"", protocol_udp, unicast, 0, 0},
         {"x,RTP/AVP/TCP;client_port=1", protocol_udp, unicast, 0, 0},
         {"RTP/AVP;client_port=70000;server_port=6000-6001", protocol_udp, unicast, 4464, 6000},
-        {"RTP/AVP;client_port;server_port=x", protocol_udp, unicast, 0, 0}};
-    for (const auto& [szText, protocol, type, nClientPort, nServerPort] : cases) {
-        const auto plain = Split(szText);
-        using T = CRtspTransport;
-        EXPECT_EQ(std::tuple(T::GetTransProtocol(*plain), T::GetTransType(*plain),
-                             T::GetClientPort(*plain), T::GetServerPort(*plain)),
-                  std::tuple(protocol, type, nClientPort, nServerPort))
-            << szText;
+        {"RTP/AVP;client_port;server_port=x", protocol_udp, unicast, 0, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const auto header = Split(row.text);
+        EXPECT_EQ(CRtspTransport::GetTransProtocol(*header), row.protocol);
+        EXPECT_EQ(CRtspTransport::GetTransType(*header), row.type);
+        EXPECT_EQ(CRtspTransport::GetClientPort(*header), row.clientPort);
+        EXPECT_EQ(CRtspTransport::GetServerPort(*header), row.serverPort);
     }
 }
 
 TEST(RtspTransport, InterleavedChannels) {
     int nFirst = 255, nSecond = 255;
-    testing::internal::CaptureStderr();
+    const CLogCapture errors(2);
     EXPECT_EQ(Split<CRtspTransport>("RTP/AVP/TCP")->GetInterleavedFlag(&nFirst, &nSecond), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "can not find interleaved para! \n");
+    EXPECT_EQ(errors.Text(), "can not find interleaved para! \n");
     EXPECT_EQ(Split<CRtspTransport>("")->GetInterleavedFlag(&nFirst, &nSecond), -1);
     EXPECT_EQ(nFirst + nSecond, 510);
 }

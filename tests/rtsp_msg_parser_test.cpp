@@ -3,32 +3,35 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include "rtsp_msg.h"
 
 namespace {
 
-// Parses a copy that is exactly as long as the text and gone before the message is used, so that
-// the sanitizers see every read beyond the data and every slice that is kept too long.
+// Parses a copy that is exactly as long as the text and freed before the message is used. So the
+// sanitizers see every read beyond the data and every slice that is kept too long.
 std::unique_ptr<CRtspMsg> Parse(const std::string& text) {
     const std::vector<char> copy(text.begin(), text.end());
     return std::unique_ptr<CRtspMsg>(
         CRtspMsgParser().parse(copy.data(), static_cast<int>(copy.size())));
 }
 
-// The message written back, or "(null)".
+const std::string NO_MESSAGE = "(null)";
+
+// The message written back.
 std::string Written(const std::string& text) {
     const auto msg = Parse(text);
     std::vector<char> out(65536);
     if (msg != nullptr) {
         msg->as_string(out.data());
     }
-    return msg != nullptr ? out.data() : "(null)";
+    return msg != nullptr ? out.data() : NO_MESSAGE;
 }
 
 std::string RequestWith(const std::string& headers) {
@@ -39,122 +42,159 @@ std::string Many(const std::string& text, int n) {
     return n == 0 ? "" : Many(text, n / 2) + Many(text, n - n / 2 - 1) + text;
 }
 
-}  // namespace
+struct CWrittenRow {
+    const char* why;
+    std::string text;
+    std::string written;
+};
 
-// Without delimiters a word ends at a blank or control character, never at its first one, and the
-// slice of a quoted word keeps the opening quote. With them, lines that go on are joined.
-TEST(MimeScanner, Tokens) {
-    // clang-format off
-    const std::tuple<const char*, std::string, const char*, int, int> cases[] = {
-        {nullptr, "GET-X", "GET", '-', 3},           {nullptr, "word", "word", 255, 4},
-        {nullptr, "\r\nx", "", '\n', 2},             {nullptr, "", "", 255, 0},
-        {nullptr, "\"ab\" c", "\"a", ' ', 4},        {nullptr, "\"a\\\"b\";", "\"a\\\"", ';', 6},
-        {nullptr, "\"", "", 255, 1},                 {";=\n", " a b ;c", "a b ", ';', 6},
-        {";=\n", std::string("a\0b", 3), "a", 0, 2}, {";=\n", "a\n\rb", "a", '\n', 3},
-        {";=\n", "a\r\n ", "a", 255, 4},             {";=\n", "\r\n b", "", '\n', 2},
-        {";=\n", ";a", "", ';', 1},
-        {nullptr, " \tRTSP/1.0 200", "RTSP/1.0", ' ', 10},
-        {";=\n", "a\n\t \tb\r c\r\n\r\n", "abc", '\n', 11}};
-    // clang-format on
-    for (const auto& [szDelimiters, text, szToken, nLastChar, nOffset] : cases) {
-        CMimeFoldStore store;
-        CMimeStream stream(text.data(), static_cast<int>(text.size()));
-        CMimeScanner scanner(stream, &store);
-        const CMimeToken token = scanner.next_token(szDelimiters);
-        EXPECT_EQ(std::string(token.m_conten.value, token.m_conten.value + token.m_conten.len),
-                  szToken);
-        EXPECT_EQ(token.m_lastChar, nLastChar) << text;
-        EXPECT_EQ(scanner.offset(), nOffset) << text;
-    }
-}
-
-// Long parts are cut, each at its own room.
-TEST(RtspMsgParser, MessagesWrittenBack) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"\r\n\r\n \tOPTIONS u RTSP/1.0\r\n\r\n", "OPTIONS u RTSP/1.0\r\n\r\n"},
-        {"PLAY rtsp://a/b HTTP/1.1\r\n\r\n", "PLAY rtsp://a/b RTSP/1.0\r\n\r\n"},
-        {"PLAY u RTSP/2.7 trailing\r\n\r\n", "PLAY u RTSP/2.7\r\n\r\n"},
-        {"PLAY u RTSP/1." + Many("0", 8000) + "\r\n\r\n", "PLAY u RTSP/1.0\r\n\r\n"},
-        {"PLAY u \"RTSP/1.0\r\n\r\n", "PLAY u RTSP/1.0\r\n\r\n"},
-        {"play u RTSP/1.0\r\n\r\n", "ERROR u RTSP/1.0\r\n\r\n"},
-        {Many("x", 8000) + " u RTSP/1.0\r\n\r\n", "ERROR u RTSP/1.0\r\n\r\n"},
-        {"PLAY " + Many("x", 8000) + " RTSP/1.0\r\n\r\n",
-         "PLAY " + Many("x", 511) + " RTSP/1.0\r\n\r\n"},
-        {"PLAY\r\n u\r\n RTSP/1.0\r\n\r\n", "(null)"},
-        {std::string("PLAY\0 u RTSP/1.0\r\n\r\n", 20), "(null)"},
-        {"DESCRIBE rtsp://a/b\r\n\r\n", "(null)"},
-        {"RTSP/x 200 " + Many("x", 8000) + "\r\n\r\n", "RTSP/0.0 200 OK\r\n\r\n"},
-        {"RTSP/1.0 454 Whatever\r\nCSeq: 3\r\n\r\n",
-         "RTSP/1.0 454 Session Not Found\r\nCSeq: 3\r\n\r\n"},
-        {"RTSP/1.0 999 x\r\n\r\n", ""},  // an unknown status is a message that cannot be written
-        {"RTSP/1.0 " + Many("x", 8000) + " x\r\n\r\n", ""},
-        {"RTSP/1.0\r\n\r\n", "(null)"},
-        {"\r\n", "(null)"},
-        {"\"\\", "(null)"},
-        {"PLAY u RTSP/1.0\r\nA: 1\r\nB: 2", "PLAY u RTSP/1.0\r\nA: 1\r\nB: 2\r\n\r\n"},
-        {"PLAY u RTSP/1.0\nA: 1\n\nB: 2\n", "PLAY u RTSP/1.0\r\nA: 1\r\n\r\n"},
-        {RequestWith("Content-length: 2\r\n" + Many("N: v\r\n", 300)) + "ab",
-         RequestWith("Content-length: 2\r\n" + Many("N: v\r\n", 127)) + "ab"},
+TEST(RtspMsgParser, StartLinesAreWrittenBack) {
+    const std::string end = "\r\n\r\n";
+    const CWrittenRow rows[] = {
+        {"leading line ends and blanks", "\r\n\r\n \tOPTIONS u RTSP/1.0" + end,
+         "OPTIONS u RTSP/1.0" + end},
+        {"another protocol", "PLAY rtsp://a/b HTTP/1.1" + end, "PLAY rtsp://a/b RTSP/1.0" + end},
+        {"the version, and no more", "PLAY u RTSP/2.7 trailing" + end, "PLAY u RTSP/2.7" + end},
+        {"a long version", "PLAY u RTSP/1." + Many("0", 8000) + end, "PLAY u RTSP/1.0" + end},
+        {"a quote in the version", "PLAY u \"RTSP/1.0" + end, "PLAY u RTSP/1.0" + end},
+        {"methods are in capitals", "play u RTSP/1.0" + end, "ERROR u RTSP/1.0" + end},
+        {"a long method", Many("x", 8000) + " u RTSP/1.0" + end, "ERROR u RTSP/1.0" + end},
+        {"a URL is cut", "PLAY " + Many("x", 8000) + " RTSP/1.0" + end,
+         "PLAY " + Many("x", 511) + " RTSP/1.0" + end},
+        {"a line end in the first line", "PLAY\r\n u\r\n RTSP/1.0" + end, NO_MESSAGE},
+        {"a NUL", std::string("PLAY\0 u RTSP/1.0\r\n\r\n", 20), NO_MESSAGE},
+        {"no version", "DESCRIBE rtsp://a/b" + end, NO_MESSAGE},
+        {"a reply", "RTSP/1.0 454 Whatever\r\nCSeq: 3" + end,
+         "RTSP/1.0 454 Session Not Found\r\nCSeq: 3" + end},
+        {"a long reason", "RTSP/x 200 " + Many("x", 8000) + end, "RTSP/0.0 200 OK" + end},
+        {"an unknown status cannot be written", "RTSP/1.0 999 x" + end, ""},
+        {"nor can a long one", "RTSP/1.0 " + Many("x", 8000) + " x" + end, ""},
+        {"no status", "RTSP/1.0" + end, NO_MESSAGE},
+        {"a line end", "\r\n", NO_MESSAGE},
+        {"a quote without an end", "\"\\", NO_MESSAGE},
     };
-    for (const auto& [text, written] : cases) {
-        EXPECT_EQ(Written(text), written) << text.substr(0, 99);
+    for (const CWrittenRow& row : rows) {
+        EXPECT_EQ(Written(row.text), row.written) << row.why;
     }
     CRtspMsgParser parser;
     EXPECT_EQ(parser.parse(nullptr, 5), nullptr);
     EXPECT_EQ(parser.parse("x", -5), nullptr);
 }
 
-// An empty element ends the list, one without a first token makes no value, an empty token ends the
-// value, trailing blanks stay, and quotes protect nothing. Lines that go on are joined.
-TEST(RtspMsgParser, HeaderLines) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"Session :  1234 ", "Session : 1234 "},  // blanks before the colon belong to the name
-        {"Transport:RTP/AVP; unicast ;client_port=5-6, b",
-         "Transport: RTP/AVP;unicast ;client_port=5-6,b"},
-        {"N: a=,;x,b==c;;d", "N: a,b==c"},
-        {"N: a,q=\"1, 2\",,b", "N: a,q=\"1,2\""},
-        {"Authorization: Digest a=1, b=2", "Authorization: Digest a=1, b=2"},
-        {"RTP-Info:\r\nLocation: \t ", "RTP-Info: \r\nLocation: "},
-        {"Range: npt=1:00-90.5", "Range: npt=60-90"},
-        {"Range: npt=" + Many("9", 8000) + "-", "Range: npt=2147483647-"},
-        {"range: npt=0-", "range: npt=0-"},
-        {"NoColon%n%s", "NoColon%n%s: "},
-        {"RTP-Info: url=a;seq=1;rtptime=2, url=b;seq=3", "RTP-Info: ,"},  // values without fields
-        {"RTP-Info: url=a?x=url=c;rtptime=2", "RTP-Info: "},
-        {"A: x\r\n\ty\r\n  z\r\nB: \xff;\xff=\xff", "A: xyz\r\nB: \xff;\xff=\xff"},
-        {std::string("A: 1\0B: 2", 9), "A: 1\r\nB: 2"},
-        {Many("x", 8000) + ": v", Many("x", 127) + ": v"},
-        {"N: " + Many("x", 8000), "N: " + Many("x", 127)},
-        {"N: v" + Many("\r\n v", 4000), "N: " + Many("v", 127)},
-        {"N: a=" + Many("x", 8000), "N: a=" + Many("x", 255)},
-        {"N: p" + Many(";p", 300), "N: p" + Many(";p", 63)},
+TEST(RtspMsgParser, HeaderBlocksEndAtABlankLine) {
+    const CWrittenRow rows[] = {
+        {"without a blank line", "PLAY u RTSP/1.0\r\nA: 1\r\nB: 2",
+         "PLAY u RTSP/1.0\r\nA: 1\r\nB: 2\r\n\r\n"},
+        {"line feeds alone", "PLAY u RTSP/1.0\nA: 1\n\nB: 2\n", "PLAY u RTSP/1.0\r\nA: 1\r\n\r\n"},
+        {"128 headers are kept, and the body is found",
+         RequestWith("Content-length: 2\r\n" + Many("N: v\r\n", 300)) + "ab",
+         RequestWith("Content-length: 2\r\n" + Many("N: v\r\n", 127)) + "ab"},
+        {"a header without a name", RequestWith(": nameless\r\n"), RequestWith("")},
     };
-    for (const auto& [line, written] : cases) {
-        EXPECT_EQ(Written(RequestWith(line + "\r\n")), RequestWith(written + "\r\n"));
+    for (const CWrittenRow& row : rows) {
+        EXPECT_EQ(Written(row.text), row.written) << row.why;
     }
-    EXPECT_EQ(Written(RequestWith(": nameless\r\n")), RequestWith(""));
 }
 
-TEST(RtspMsgParser, Bodies) {
-    // The expected length; -1: no message.
-    const std::tuple<std::string, std::string, int> cases[] = {
-        {"Content-length: 10", "1234", -1},
-        {"Content-length: 10", "12345678901", 10},
-        {"Content-length: 3\r\nContent-length: 9999", std::string("a\0b", 3), 3},
-        {"Content-length: 2048", Many("b", 2048), 2048},
-        {"Content-length: 2049", Many("b", 2049), -1},
-        {"Content-length: -5", "12", 0},
-        {"Content-length: 99999999999999999999", "12", -1},
-        {"Content-length:", "12", 0},
-        {"Content-Length: 10", "12", 0}};  // not this spelling
-    for (const auto& [length, body, nExpected] : cases) {
-        const auto msg = Parse(RequestWith(length + "\r\n") + body);
-        ASSERT_EQ(msg == nullptr ? -1 : msg->ContentLen(), nExpected) << length;
-        EXPECT_TRUE(msg == nullptr || std::string(msg->Content(), msg->Content() + nExpected) ==
-                                          body.substr(0, static_cast<size_t>(nExpected)));
+TEST(RtspMsgParser, HeaderLines) {
+    const CWrittenRow rows[] = {
+        {"blanks before the colon belong to the name", "Session :  1234 ", "Session : 1234 "},
+        {"trailing blanks stay", "Transport:RTP/AVP; unicast ;client_port=5-6, b",
+         "Transport: RTP/AVP;unicast ;client_port=5-6,b"},
+        {"a part without a first token, an empty part", "N: a=,;x,b==c;;d", "N: a,b==c"},
+        {"quotes protect nothing; an empty element ends", "N: a,q=\"1, 2\",,b", "N: a,q=\"1,2\""},
+        {"credentials are one value", "Authorization: Digest a=1, b=2",
+         "Authorization: Digest a=1, b=2"},
+        {"headers without a value", "RTP-Info:\r\nLocation: \t ", "RTP-Info: \r\nLocation: "},
+        {"a range in whole seconds", "Range: npt=1:00-90.5", "Range: npt=60-90"},
+        {"a long number", "Range: npt=" + Many("9", 8000) + "-", "Range: npt=2147483647-"},
+        {"another case is another header", "range: npt=0-", "range: npt=0-"},
+        {"no colon, and no format", "NoColon%n%s", "NoColon%n%s: "},
+        {"values without fields", "RTP-Info: url=a;seq=1;rtptime=2, url=b;seq=3", "RTP-Info: ,"},
+        {"a URL with a query", "RTP-Info: url=a?x=url=c;rtptime=2", "RTP-Info: "},
+        {"folded lines, and bytes above 127", "A: x\r\n\ty\r\n  z\r\nB: \xff;\xff=\xff",
+         "A: xyz\r\nB: \xff;\xff=\xff"},
+        {"a NUL ends a line", std::string("A: 1\0B: 2", 9), "A: 1\r\nB: 2"},
+        {"a long name", Many("x", 8000) + ": v", Many("x", 127) + ": v"},
+        {"a long value", "N: " + Many("x", 8000), "N: " + Many("x", 127)},
+        {"a long folded value", "N: v" + Many("\r\n v", 4000), "N: " + Many("v", 127)},
+        {"a long parameter", "N: a=" + Many("x", 8000), "N: a=" + Many("x", 255)},
+        {"64 parameters are kept", "N: p" + Many(";p", 300), "N: p" + Many(";p", 63)},
+    };
+    for (const CWrittenRow& row : rows) {
+        EXPECT_EQ(Written(RequestWith(row.text + "\r\n")), RequestWith(row.written + "\r\n"))
+            << row.why;
     }
-    // Without a blank line the header block counts as empty: the body starts where the message
-    // does.
+}
+
+TEST(RtspMsgParser, BodiesHaveTheLengthThatIsAnnounced) {
+    constexpr int REFUSED = -1;
+    const struct {
+        const char* why;
+        std::string headers, body;
+        int length;
+    } rows[] = {
+        {"incomplete", "Content-length: 10", "1234", REFUSED},
+        {"exactly", "Content-length: 10", "12345678901", 10},
+        {"the first header counts", "Content-length: 3\r\nContent-length: 9999",
+         std::string("a\0b", 3), 3},
+        {"the longest", "Content-length: 2048", Many("b", 2048), 2048},
+        {"a byte too long", "Content-length: 2049", Many("b", 2049), REFUSED},
+        {"negative", "Content-length: -5", "12", 0},
+        {"beyond an int", "Content-length: 99999999999999999999", "12", REFUSED},
+        {"no number", "Content-length:", "12", 0},
+        {"kept: another spelling is not read", "Content-Length: 10", "12", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const auto msg = Parse(RequestWith(row.headers + "\r\n") + row.body);
+        ASSERT_EQ(msg == nullptr ? REFUSED : msg->ContentLen(), row.length);
+        EXPECT_TRUE(msg == nullptr || std::string(msg->Content(), msg->Content() + row.length) ==
+                                          row.body.substr(0, static_cast<size_t>(row.length)));
+    }
+}
+
+TEST(RtspMsgParser, WithoutABlankLineTheBodyStartsWithTheMessage) {
     const auto msg = Parse("\r\nPLAY u RTSP/1.0\r\nContent-length: 4\r\n");
     EXPECT_EQ(std::string(msg->Content(), 4), "PLAY");
 }
+
+// A shortened word selects its unit, and an empty one selects smpte.
+TEST(RtspMsgParser, Ranges) {
+    setenv("TZ", "UTC", 1);
+    tzset();
+    const struct {
+        const char *text, *written;  // null: refused
+        RangeType type = TR_NPT;
+        unsigned long begin = 0, end = 0;
+    } rows[] = {
+        {"npt=-20", "npt=-20", TR_NPT, 0, 20},
+        {"npt=10-20", "npt=10-20", TR_NPT, 10, 20},
+        {"np=7-", "npt=7-", TR_NPT, 7, 0},
+        {"", "smpte=-", TR_SMPTE, 0, 0},
+        {"clock=20240229T235959Z-20240301T000000Z", "clock=20240229T235959Z-20240301T000000Z",
+         TR_CLOCK, 1709251199, 1709251200},
+        {"clock=20240229-", "clock=-", TR_CLOCK, 0, 0},
+        {"smpte=1:00:00-2:00:00", "smpte=00:00:03.18-00:00:07.06", TR_SMPTE, 3600, 7200},
+        {"nptx=0-", nullptr},
+        {"NPT=0-", nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        CRtspHeader header("Range");
+        CRtspMsgParser().ParseRangeValue(row.text, static_cast<int>(strlen(row.text)), &header);
+        const auto* range = dynamic_cast<const CRtspRangeValue*>(header.GetHeaderValue());
+        ASSERT_EQ(range != nullptr, row.written != nullptr);
+        if (range == nullptr) {
+            continue;
+        }
+        EXPECT_EQ(range->Type(), row.type);
+        EXPECT_EQ(range->Begin(), row.begin);
+        EXPECT_EQ(range->End(), row.end);
+        char written[256] = {};
+        range->as_string(written);
+        EXPECT_STREQ(written, row.written);
+    }
+}
+
+}  // namespace

@@ -8,11 +8,10 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <tuple>
-#include <utility>
 
 #include "cbb.h"
 #include "rtsp_msg_parser.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -48,6 +47,9 @@ TEST(RtspMsg, WithoutAStatusRowNothingIsWritten) {
         EXPECT_EQ(pMsg->as_binary(szOut, sizeof(szOut)), -1);
         EXPECT_STREQ(szOut, "before");
     }
+}
+
+TEST(RtspMsg, RequestsAreWrittenWithTheirUrlCut) {
     CRtspRequest request;
     request.Method("options");
     request.URL(std::string(5000, 'u').c_str());
@@ -55,7 +57,7 @@ TEST(RtspMsg, WithoutAStatusRowNothingIsWritten) {
     EXPECT_EQ(Text(request), "ERROR " + std::string(1023, 'u') + " RTSP/2.1\r\n\r\n");
 }
 
-TEST(RtspMsg, Bodies) {
+TEST(RtspMsg, TextFormsEndTheBodyAtANul) {
     const std::string head = Reply("");
     const std::string body("ab\0cd\0\xff!!!", 10);
     CRtspResponse response(RTSP_STATUS_200);
@@ -66,14 +68,16 @@ TEST(RtspMsg, Bodies) {
     ASSERT_EQ(response.as_binary(out.data(), nTotal), nTotal);
     EXPECT_EQ(out, head + body);
     EXPECT_EQ(response.as_binary(out.data(), nTotal - 1), -1);
+}
 
+TEST(RtspMsg, BodiesAreBounded) {
+    CRtspResponse response(RTSP_STATUS_200);
     const std::string large(CRtspMsg::CONTENT_SIZE + 1, 'b');
     for (const int nLen : {2048, 2049, -1, INT_MAX}) {
         EXPECT_EQ(response.Content(large.data(), nLen), nLen == 2048 ? 0 : -1) << nLen;
         EXPECT_EQ(response.ContentLen(), 2048) << nLen;
     }
-    // A full body has no NUL of its own; its text must end with it all the same.
-    EXPECT_EQ(Text(response), head + large.substr(0, 2048));
+    EXPECT_EQ(Text(response), Reply("") + large.substr(0, 2048)) << "a full body holds no NUL";
 }
 
 TEST(RtspMsg, HeadLimitOfBinaryForm) {
@@ -92,44 +96,68 @@ TEST(RtspMsg, HeadLimitOfBinaryForm) {
 }
 
 TEST(RtspResponse, TransportReply) {
-    const std::tuple<const char*, trans_protocol, uint32_t, const char*, const char*> cases[] = {
-        {"RTP/AVP;unicast;client_port=5000-5001", protocol_udp, 0x1a2b3c4d, nullptr,
-         "RTP/AVP;unicast;client_port=5000-5001;server_port=6000-6001;ssrc=1a2b3c4d"},
-        {"RTP/AVP;ssrc=1;x", protocol_udp, 0xABC, nullptr,
-         "RTP/AVP;ssrc=abc;x;server_port=6000-6001"},
-        {"RTP/AVP/TCP;client_port=5", protocol_tcp, 7, nullptr,
-         "RTP/AVP/TCP;client_port=5;server_port=6000-6001"},
-        {"RTP/AVP;multicast", protocol_mcast, 7, nullptr,
-         "RTP/AVP;multicast;port=6000-6001;ttl=127;ssrc=7"},
-        {"RTP/AVP/TCP;interleaved=4-5", protocol_over_rtsp, 7, nullptr,
-         "RTP/AVP/TCP;interleaved=4-5;ssrc=7"},
-        {"RTP/AVP;destination=1.2.3.4", protocol_udp, 0, "5.6.7.8",
-         "RTP/AVP;destination=1.2.3.4;server_port=6000-6001;source=5.6.7.8"},
-        {"RTP/AVP", protocol_udp, 0, "5.6.7.8", "RTP/AVP;server_port=6000-6001"},
-        {"RTP/AVP;a,RTP/AVP;b", protocol_http, 7, nullptr, "RTP/AVP;a;ssrc=7,RTP/AVP;b"},
+    const struct {
+        const char* why;
+        std::string request;
+        trans_protocol protocol;
+        uint32_t ssrc;
+        const char* source;
+        std::string added;
+    } rows[] = {
+        {"UDP", "RTP/AVP;unicast;client_port=5000-5001", protocol_udp, 0x1a2b3c4d, nullptr,
+         ";server_port=6000-6001;ssrc=1a2b3c4d"},
+        {"separate TCP", "RTP/AVP/TCP;client_port=5", protocol_tcp, 7, nullptr,
+         ";server_port=6000-6001"},
+        {"multicast", "RTP/AVP;multicast", protocol_mcast, 7, nullptr,
+         ";port=6000-6001;ttl=127;ssrc=7"},
+        {"interleaved", "RTP/AVP/TCP;interleaved=4-5", protocol_over_rtsp, 7, nullptr, ";ssrc=7"},
+        {"no SSRC, a source", "RTP/AVP;destination=1.2.3.4", protocol_udp, 0, "5.6.7.8",
+         ";server_port=6000-6001;source=5.6.7.8"},
+        {"a source needs a destination", "RTP/AVP", protocol_udp, 0, "5.6.7.8",
+         ";server_port=6000-6001"},
     };
-    for (const auto& [szRequest, protocol, nSsrc, szSource, szReply] : cases) {
+    for (const auto& row : rows) {
         CRtspResponse response(RTSP_STATUS_200);
-        const auto request = Request(std::string("Transport: ") + szRequest + "\r\n");
-        response.append_transport(request.get(), protocol, nSsrc, 6000, 6001, szSource, nullptr,
-                                  nullptr);
-        EXPECT_EQ(Text(response), Reply(std::string("Transport: ") + szReply + "\r\n"));
+        const auto request = Request("Transport: " + row.request + "\r\n");
+        response.append_transport(request.get(), row.protocol, row.ssrc, 6000, 6001, row.source,
+                                  nullptr, nullptr);
+        EXPECT_EQ(Text(response), Reply("Transport: " + row.request + row.added + "\r\n"))
+            << row.why;
     }
 }
 
+TEST(RtspResponse, TransportReplyToOddRequests) {
+    CRtspResponse replaced(RTSP_STATUS_200);
+    replaced.append_transport(Request("Transport: RTP/AVP;ssrc=1;x\r\n").get(), protocol_udp, 0xABC,
+                              6000, 6001, nullptr, nullptr, nullptr);
+    EXPECT_EQ(Text(replaced), Reply("Transport: RTP/AVP;ssrc=abc;x;server_port=6000-6001\r\n"));
+    CRtspResponse first(RTSP_STATUS_200);
+    first.append_transport(Request("Transport: RTP/AVP;a,RTP/AVP;b\r\n").get(), protocol_http, 7,
+                           6000, 6001, nullptr, nullptr, nullptr);
+    EXPECT_EQ(Text(first), Reply("Transport: RTP/AVP;a;ssrc=7,RTP/AVP;b\r\n"));
+}
+
 TEST(RtspResponse, InterleavedChannelsAreStored) {
-    const std::tuple<const char*, int, int> cases[] = {
-        {";interleaved=4-5", 4, 5},        {";interleaved=4", 4, 99},    {";interleaved=x", 99, 99},
-        {";interleaved=255-254", 99, 254}, {";interleaved=256-1", 0, 1}, {"", 99, 99},
+    constexpr int UNTOUCHED = 99;
+    const struct {
+        std::string parameter;
+        int first, second;
+    } rows[] = {
+        {";interleaved=4-5", 4, 5},
+        {";interleaved=4", 4, UNTOUCHED},
+        {";interleaved=x", UNTOUCHED, UNTOUCHED},
+        {";interleaved=255-254", UNTOUCHED, 254},  // kept: 255 stands for none
+        {";interleaved=256-1", 0, 1},
+        {"", UNTOUCHED, UNTOUCHED},
     };
-    for (const auto& [szInterleaved, nChannel1, nChannel2] : cases) {
-        unsigned char by1 = 99, by2 = 99;
+    for (const auto& row : rows) {
+        unsigned char first = UNTOUCHED, second = UNTOUCHED;
         CRtspResponse response(RTSP_STATUS_200);
-        const auto request =
-            Request(std::string("Transport: RTP/AVP/TCP") + szInterleaved + "\r\n");
-        response.append_transport(request.get(), protocol_over_rtsp, 0, 0, 1, nullptr, &by1, &by2);
-        EXPECT_EQ(std::tuple(int{by1}, int{by2}), std::tuple(nChannel1, nChannel2))
-            << szInterleaved;
+        const auto request = Request("Transport: RTP/AVP/TCP" + row.parameter + "\r\n");
+        response.append_transport(request.get(), protocol_over_rtsp, 0, 0, 1, nullptr, &first,
+                                  &second);
+        EXPECT_EQ(first, row.first) << row.parameter;
+        EXPECT_EQ(second, row.second) << row.parameter;
     }
 }
 
@@ -150,16 +178,41 @@ TEST(RtspResponse, MulticastReply) {
 
 TEST(RtspResponse, SessionIdCheck) {
     const std::string error = "CheckSessionId ERROR!!! ";
-    const std::pair<std::string, std::string> cases[] = {
-        {"Session: 21\r\n", ""},  // contained is enough
-        {"Session: 2\r\n", error + "BAD SessionID SRC[1], Coming [2]\n"},
-        {"Session: " + std::string(127, 'a') + "1\r\n", "a]\n"},  // 127 bytes are looked at
-        {"Session:\r\n", error + "CheckSessionId,pHeader->GetHeaderValue ERROR!\n"},
-        {"session: 1\r\n", error + "CheckSessionId,\"Session\" not found! \n"},
+    const struct {
+        const char* why;
+        std::string headers, log;
+    } rows[] = {
+        {"contained is enough", "Session: 21\r\n", ""},
+        {"another id", "Session: 2\r\n", error + "BAD SessionID SRC[1], Coming [2]\n"},
+        {"127 bytes are read", "Session: " + std::string(127, 'a') + "1\r\n", "a]\n"},
+        {"no value", "Session:\r\n", error + "CheckSessionId,pHeader->GetHeaderValue ERROR!\n"},
+        {"another case", "session: 1\r\n", error + "CheckSessionId,\"Session\" not found! \n"},
     };
-    for (const auto& [headers, log] : cases) {
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(CRtspResponse::CheckSessionId(Request(headers).get(), "1"), log.empty() ? 0 : -1);
-        EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::EndsWith(log)) << headers;
+    for (const auto& row : rows) {
+        const CLogCapture log;
+        EXPECT_EQ(CRtspResponse::CheckSessionId(Request(row.headers).get(), "1"),
+                  row.log.empty() ? 0 : -1);
+        EXPECT_THAT(log.Text(), testing::EndsWith(row.log)) << row.why;
     }
+}
+
+TEST(RtspMsg, HeadersAreShownInTheirOrder) {
+    const CLogCapture log;
+    CRtspResponse response(RTSP_STATUS_200);
+    response.append_date("today");
+    response.append_range_time_now(nullptr, 0);
+    response.AddHeader("Big", 4294967296UL);
+    EXPECT_EQ(Text(response), Reply("Date: today\r\nRange: 19700101T000000Z\r\n"
+                                    "Big: 4294967296\r\n"));
+    std::string names;
+    for (CRtspHeader* header = response.GetFirstHeader(); header != nullptr;
+         header = response.GetNextHeader()) {
+        names += header->Name();
+        header->show_header();
+        header->GetHeaderValue()->show_value();
+    }
+    EXPECT_EQ(names, "DateRangeBig");
+    EXPECT_TRUE(log.Has("show_value [today]\n"));
+    response.Clear();
+    EXPECT_EQ(response.GetFirstHeader(), nullptr);
 }

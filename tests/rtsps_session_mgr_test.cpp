@@ -183,4 +183,20 @@ TEST_F(CSessionManagerServerTest, SweepsOfSetupsAndStopDoNotBlockEachOther) {
     EXPECT_TRUE(m_log.Has("borrow_data_port")) << "the pool was empty at times";
 }
 
+TEST_F(CSessionManagerServerTest, FileDataKeepsAClientsPlaceForGood) {
+    StartServer();
+    CTestClient client(m_port);
+    ASSERT_TRUE(client.PlayInterleaved());
+    const CSessionList sessions = Manager().getSession();
+    const auto id = static_cast<int>(sessions.begin()->dwSessionId);
+    Manager().releaseSession(sessions);
+    EXPECT_EQ(RTSPServer_SendFileStream(id + 1, nullptr, 0), -1);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(RTSPServer_SendFileStream(id, nullptr, 0), 0);
+    }
+    RTSPServer_Stop();
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 1U) << "of " << Manager().GetMaxsessionNums();
+    client.Socket().Reset();
+}
+
 }  // namespace

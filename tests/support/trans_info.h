@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests below the dialogue share: the open parameters of one stream, and a pair of stream
-// sockets in the place of an RTSP connection.
+// What the tests of the media path share: the parameters of one stream, and a pair of stream
+// sockets that stands for an RTSP connection.
 #ifndef TRANS_INFO_H
 #define TRANS_INFO_H
 
@@ -63,6 +63,11 @@ struct CSocketPair {
     CTestSocket server;
     CTestSocket client;
 };
+
+// Sends one packet with its prefix and without waiting.
+inline int Send(CTransmitter& transmitter, std::string packet) {
+    return transmitter.SendPacket(packet.data(), static_cast<int>(packet.size()), 0);
+}
 
 inline std::string TextOf(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};

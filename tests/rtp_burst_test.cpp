@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+// Which units go into one system call. What such a call sends is compared with sending them one by
+// one in faults/burst_differential_test.cpp.
+#include "rtp_burst.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/test_net.h"
+
+namespace {
+
+constexpr uint32_t SSRC = 0x0A0B0C0D;
+constexpr uint8_t CHANNEL = 6;
+
+// Units with rising sequence numbers from 1 on and payloads of these sizes.
+Bytes MakeUnits(const std::vector<size_t>& payloads) {
+    Bytes run;
+    uint16_t sequence = 0;
+    for (const size_t payload : payloads) {
+        const Bytes unit = MakeUnit({96, ++sequence, 0, payload, 1});
+        run.insert(run.end(), unit.begin(), unit.end());
+    }
+    return run;
+}
+
+int Units(Bytes run, CRtpBurst::EKind kind, uint16_t expectedSequence = 0) {
+    return CRtpBurst(run.data(), static_cast<int>(run.size()), kind, {SSRC, CHANNEL},
+                     expectedSequence)
+        .Units();
+}
+
+TEST(RtpBurst, DatagramsAreOfOneSizeButForTheLast) {
+    constexpr size_t LARGEST = CRtpBurst::MAX_DATAGRAM_BYTES / 2 - 16;  // two of them fit
+    const struct {
+        const char* why;
+        std::vector<size_t> payloads;
+        int units;
+    } rows[] = {
+        {"all of one size", {100, 100, 100}, 3},
+        {"a shorter one ends the burst", {100, 99, 99}, 2},
+        {"a longer one is left out", {100, 101}, 1},
+        {"64 segments at most", std::vector<size_t>(65, 8), 64},
+        {"exactly the limit in bytes", {LARGEST, LARGEST}, 2},
+        {"a byte beyond it", {LARGEST + 1, LARGEST}, 1},
+        {"no units", {}, 0},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Units(MakeUnits(row.payloads), CRtpBurst::DATAGRAMS), row.units) << row.why;
+    }
+}
+
+TEST(RtpBurst, StreamsTakeAllSizesAndNumbers) {
+    EXPECT_EQ(Units(MakeUnits({100, 200, 0, 65000}), CRtpBurst::STREAM), 4);
+    EXPECT_EQ(Units(MakeUnits(std::vector<size_t>(100, 8)), CRtpBurst::STREAM), 100);
+    EXPECT_EQ(Units(MakeUnits({100, 100}), CRtpBurst::NONE), 0) << "every unit goes alone";
+}
+
+TEST(RtpBurst, WhatNeedsMoreCareEndsIt) {
+    Bytes tiny = MakeUnits({100, 100});
+    tiny[3] = 11;                                         // the first packet has no whole header
+    Bytes replyLike = MakeUnits({100, 29552 - 12, 100});  // "rtsp" starts with the length 29552
+    replyLike[116] = 'R', replyLike[117] = 'T', replyLike[118] = 's', replyLike[119] = 'p';
+    Bytes gap = MakeUnits({100, 100, 100});
+    gap[116 + 7] = 9;  // the second sequence number
+    Bytes cut = MakeUnits({100, 100});
+    cut.pop_back();
+    const struct {
+        const char* why;
+        Bytes run;
+        int units;
+    } rows[] = {{"a packet without a whole header", tiny, 0},
+                {"a unit that reads like a reply", replyLike, 1},
+                {"a gap in the sequence numbers", gap, 1},
+                {"a unit that the host cut off", cut, 1}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(Units(row.run, CRtpBurst::STREAM), row.units) << row.why;
+    }
+    EXPECT_EQ(Units(MakeUnits({100}), CRtpBurst::STREAM, 2), 0) << "a gap before the first unit";
+    EXPECT_EQ(Units(MakeUnits({100}), CRtpBurst::STREAM, 1), 1);
+}
+
+TEST(RtpBurst, AudioIsNotCheckedForGaps) {
+    Bytes run = MakeUnit({8, 500, 0, 160, 1});
+    const Bytes second = MakeUnit({8, 7, 0, 160, 1});
+    run.insert(run.end(), second.begin(), second.end());
+    EXPECT_EQ(Units(run, CRtpBurst::DATAGRAMS, 42), 2);
+}
+
+TEST(RtpBurst, StampsItsUnitsAndKnowsWhereTheyEnd) {
+    Bytes run = MakeUnits({100, 50});
+    const CRtpBurst burst(run.data(), static_cast<int>(run.size()), CRtpBurst::STREAM,
+                          {SSRC, CHANNEL}, 0);
+    const Bytes first = MakeUnit({96, 1, 0, 100, 1});
+    const Bytes second = MakeUnit({96, 2, 0, 50, 1});
+    EXPECT_EQ(std::string(run.begin(), run.end()),
+              FrameOf(first, SSRC, CHANNEL) + FrameOf(second, SSRC, CHANNEL));
+    EXPECT_EQ(burst.Bytes(), 116 + 66);
+    EXPECT_EQ(burst.NextSequence(), 3);
+    EXPECT_EQ(burst.LastUnit(), run.data() + 116);
+    EXPECT_EQ(burst.UnitSize(116), 66);
+    EXPECT_EQ(burst.EndOfUnitAt(0), 116);
+    EXPECT_EQ(burst.EndOfUnitAt(115), 116);
+    EXPECT_EQ(burst.EndOfUnitAt(116), 116 + 66);
+}
+
+}  // namespace

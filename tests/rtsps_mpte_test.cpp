@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#include "rtsps_mpte.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+using Time = SMPTETimeCode;
+
+TEST(SmpteTime, WritesFramesThatHaveBegun) {
+    const std::pair<unsigned long, const char*> written[] = {
+        {33, "00:00:00"},      {34, "00:00:00.01"},      {59999, "00:00:59.29"},
+        {3725000, "01:02:05"}, {360000000, "100:00:00"}, {ULONG_MAX, "2147483647:25:51.18"}};
+    for (const auto& [msecs, text] : written) {
+        EXPECT_STREQ(Time(msecs).to_string(), text) << msecs;
+    }
+}
+
+TEST(SmpteTime, ReadsFields) {
+    const struct {
+        const char* why;
+        const char* text;
+        uint64_t msecs;
+    } rows[] = {
+        {"all fields", "01:02:03.15", 3723501},
+        {"hours and minutes", "01:02", 3720000},
+        {"hours", "5", 18000000},
+        {"the last frame", "0:0:0.29", 968},
+        {"kept: a frame too many is dropped", "0:0:0.30", 0},
+        {"the frame ends at a blank", "0:0:1.7 9", 1234},
+        {"nothing", "", 0},
+        {"no numbers", "a:b:c.d", 0},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Time(row.text, static_cast<int>(strlen(row.text))).msecs(), row.msecs) << row.why;
+    }
+}
+
+TEST(SmpteTime, FramesLastAsLongAsTheirRateSays) {
+    EXPECT_EQ(Time(0, 0, 0, 29, Time::DROP_FRAME, Time::FPS_30).msecs(), 968U);
+    EXPECT_EQ(Time(0, 0, 0, 29, Time::NON_DROP_FRAME, Time::FPS_30).msecs(), 967U);
+    EXPECT_EQ(Time(0, 0, 0, 24, Time::DROP_FRAME, Time::FPS_25).msecs(), 960U);
+    EXPECT_EQ(Time(0, 0, 0, 25, Time::DROP_FRAME, Time::FPS_25).msecs(), 0U) << "none of 25";
+    EXPECT_EQ(Time(0, 0, 0, INT_MAX, Time::NON_DROP_FRAME, Time::FPS_30).msecs(), 0U);
+}
+
+TEST(SmpteTime, AddsSubtractsAndCompares) {
+    EXPECT_EQ((Time(2500UL) - Time(2000UL)).msecs(), 500U);
+    EXPECT_EQ((Time(1500UL) - Time(2000UL)).msecs(), 0U) << "never below 0";
+    EXPECT_STREQ((Time(1500UL) + Time(2000UL)).to_string(), "00:00:03.15");
+    EXPECT_EQ(static_cast<unsigned long>(Time(3999UL)), 3UL);
+    EXPECT_EQ(Time(1UL).compare(Time(2UL)), -1);
+    EXPECT_EQ(Time(2UL).compare(Time(2UL)), 0);
+    EXPECT_EQ(Time(3UL).compare(Time(2UL)), 1);
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+#include "tcp_transmitter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "support/log_capture.h"
+#include "support/trans_info.h"
+
+namespace {
+
+// Bytes of which no two stretches are alike.
+std::string Packet(size_t size, char first) {
+    std::string packet(size, first);
+    for (size_t i = 0; i < size; ++i) {
+        packet[i] = static_cast<char>(static_cast<size_t>(first) + i / 251 + i);
+    }
+    return packet;
+}
+
+TEST(TcpTransmitter, OpenNeedsAnAddressFamily) {
+    const CLogCapture log;
+    TRANS_INFO none{};
+    EXPECT_EQ(CTcpTransmitter(TCP_MODE).open(&none), -1);
+    EXPECT_TRUE(log.HasLines("E CreateSocket failed "));
+}
+
+TEST(TcpTransmitter, KeepsWhatWasSentBeforeItsClientCame) {
+    const uint16_t port = FreeTcpPort();
+    TRANS_INFO info = MakeTransInfo(TCP_MODE, port);
+    CTcpTransmitter transmitter(TCP_MODE);
+    ASSERT_EQ(transmitter.open(&info), 0);
+    EXPECT_EQ(Send(transmitter, "$abcearly"), 9);
+    const CTestSocket client = CTestSocket::ConnectTcp(port);
+    ASSERT_TRUE(WaitUntil([&] { return transmitter.GetHandle() == -1; }));
+    EXPECT_EQ(Send(transmitter, "$abclate"), 8);
+    EXPECT_EQ(client.ReceiveExactly(17), "$abcearly$abclate");
+}
+
+TEST(TcpTransmitter, TakesOneClientAndClosesEverything) {
+    const int descriptors = CountDescriptors();
+    const uint16_t port = FreeTcpPort();
+    TRANS_INFO info = MakeTransInfo(TCP_MODE, port);
+    CTcpTransmitter transmitter(TCP_MODE);
+    ASSERT_EQ(transmitter.open(&info), 0);
+    {
+        const CTestSocket client = CTestSocket::ConnectTcp(port);
+        ASSERT_TRUE(WaitUntil([&] { return transmitter.GetHandle() == -1; }));
+        const CTestSocket second(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(CBB_ConnectWithTimeOut(second.Fd(), &info.serverAddr, 1000), -1);
+        EXPECT_EQ(transmitter.Close(), 0);
+        EXPECT_TRUE(client.AtEnd());
+    }
+    EXPECT_EQ(CountDescriptors(), descriptors);
+    EXPECT_EQ(transmitter.Close(), 0) << "a second time";
+}
+
+TEST(TcpTransmitter, WithoutAClientItFillsUpAndThenDrops) {
+    const CLogCapture log;
+    TRANS_INFO info = MakeTransInfo(TCP_MODE, FreeTcpPort());
+    CTcpTransmitter transmitter(TCP_MODE);
+    ASSERT_EQ(transmitter.open(&info), 0);
+    ASSERT_TRUE(log.WaitFor(" Wait Remote Connect iRetry [9]!!!!\n"));
+    ASSERT_TRUE(WaitUntil([&] { return transmitter.GetHandle() == -1; }));
+    const struct {
+        size_t size;
+        int taken;
+        const char* why;
+    } rows[] = {{65535, 65535, "the buffer holds 128 KiB"},
+                {65535, 65535, "two bytes of room are left"},
+                {3, 0, "one byte too many"},
+                {2, 2, "fills it"},
+                {1, 0, "full"}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(Send(transmitter, std::string(row.size, 'x')), row.taken) << row.why;
+    }
+}
+
+struct CInterleaved {
+    explicit CInterleaved(uint8_t playBack) {
+        info.byPlayBack = playBack;
+        EXPECT_EQ(transmitter.open(&info), 0);
+    }
+    CLogCapture log;
+    CSocketPair connection{16384};
+    TRANS_INFO info = MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, connection.server.Fd());
+    CRtpOverRtspTransmitter transmitter{RTPOVERRTSP_MODE};
+};
+
+// Packet by packet against a model of the pending buffer.
+TEST(InterleavedTransmitter, BuffersWhatTheSocketDoesNotTake) {
+    CInterleaved live(0);
+    std::string pending;
+    std::string wire;  // what the client has not read yet
+    int dropped = 0;
+    int drainedInPart = 0;
+    for (int i = 0; i < 5 || (!pending.empty() && i < 100); ++i) {
+        if (i >= 5) {
+            ASSERT_TRUE(live.connection.ReadAll() == wire) << "packet " << i;
+            wire.clear();
+        }
+        const std::string packet =
+            Packet(i == 0 || i >= 5 ? 1000 : 60000, static_cast<char>('A' + i));
+        const size_t before = live.connection.Queued();
+        const int result = Send(live.transmitter, packet);
+        const size_t sent = live.connection.Queued() - before;
+        const size_t drained = std::min(sent, pending.size());
+        drainedInPart += drained > 0 && drained < pending.size() ? 1 : 0;
+        wire += pending.substr(0, drained) + packet.substr(0, sent - drained);
+        pending.resize(pending.size() - drained);  // kept: the front stays where it is
+        const bool taken =
+            pending.empty() || packet.size() <= CPendingTransmitter::PENDING_SIZE - pending.size();
+        dropped += taken ? 0 : 1;
+        pending += taken ? packet.substr(sent - drained) : "";
+        EXPECT_EQ(result, taken ? static_cast<int>(packet.size()) : 0) << "packet " << i;
+        EXPECT_TRUE(pending.empty() ||
+                    live.log.Has(" remain bufsize=" + std::to_string(pending.size()) + "\n"));
+    }
+    EXPECT_TRUE(live.connection.ReadAll() == wire);
+    EXPECT_EQ(live.transmitter.get_status(), STAUTS_OK);
+    EXPECT_TRUE(dropped > 0 && drainedInPart > 0) << "the packets met every case";
+}
+
+TEST(InterleavedTransmitter, RecordingsAreNotBuffered) {
+    CInterleaved recording(1);
+    const auto taken = static_cast<size_t>(Send(recording.transmitter, Packet(60000, 'a')));
+    EXPECT_EQ(recording.connection.ReadAll(), Packet(60000, 'a').substr(0, taken));
+    EXPECT_LT(taken, 60000U);
+    EXPECT_EQ(Send(recording.transmitter, "next"), 4);
+    EXPECT_EQ(recording.connection.ReadAll(), "next");
+}
+
+}  // namespace
