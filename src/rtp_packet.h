@@ -3,6 +3,8 @@
 #ifndef RTP_PACKET_H
 #define RTP_PACKET_H
 
+#include <strings.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -32,6 +34,59 @@ inline void WriteRtpPrefix(uint8_t* pUnit, uint8_t byChannel, int nPacketSize) {
     pUnit[0] = RTP_PREFIX_MAGIC;
     pUnit[RTP_PREFIX_OFFSET_CHANNEL] = byChannel;
     WriteBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH, static_cast<uint16_t>(nPacketSize));
+}
+
+// The length of a unit, its prefix included. Reads the 4 bytes of the prefix.
+inline int UnitSize(const uint8_t* pUnit) {
+    return ReadBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH) + RTP_PREFIX_SIZE;
+}
+
+// Interleaved, replies pass through the media path, so that both share the connection's pending
+// buffer. Whether a buffer is one: it begins with "RTSP", in any case.
+inline bool IsReplyText(const void* pBuf, int len) {
+    return len >= RTP_PREFIX_SIZE &&
+           strncasecmp(static_cast<const char*>(pBuf), "RTSP", RTP_PREFIX_SIZE) == 0;
+}
+
+// How a transport changes the units of the host.
+struct CUnitStamp {
+    enum EPrefix {
+        LEFT_ALONE,   // datagrams leave without it
+        EMPTY,        // channel 0 and length 0
+        INTERLEAVED,  // the channel and the length
+    };
+    uint32_t dwSSRC;
+    EPrefix prefix;
+    uint8_t byChannel;  // for INTERLEAVED
+};
+
+// Stamps a unit of `len` bytes in place. Touches only what the unit holds.
+inline void StampUnit(uint8_t* pUnit, int len, const CUnitStamp& stamp) {
+    if (len >= RTP_PREFIX_SIZE + RTP_HEADER_SIZE) {
+        WriteBe32(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SSRC, stamp.dwSSRC);
+    }
+    if (len < RTP_PREFIX_SIZE || stamp.prefix == CUnitStamp::LEFT_ALONE) {
+        return;
+    }
+    if (stamp.prefix == CUnitStamp::EMPTY) {
+        WriteRtpPrefix(pUnit, 0, 0);
+    } else {
+        WriteRtpPrefix(pUnit, stamp.byChannel, len - RTP_PREFIX_SIZE);
+    }
+}
+
+// Checks the sequence number of a video packet against the expected one, where 0 expects none, and
+// stores the number to expect after it. Packets of other payload types always pass. Reads the first
+// 4 bytes of the header.
+inline bool CheckVideoSequence(const uint8_t* pHeader, uint16_t* pnExpected) {
+    if ((pHeader[RTP_OFFSET_PAYLOAD] & RTP_PAYLOAD_MASK) != RTP_PAYLOAD_VIDEO) {
+        return true;
+    }
+    const uint16_t nSequence = ReadBe16(pHeader + RTP_OFFSET_SEQUENCE);
+    const bool bAsExpected = *pnExpected == 0 || *pnExpected == nSequence;
+    // Kept: after the wrap to 0 the next packet is not checked.
+    *pnExpected = static_cast<uint16_t>(nSequence + 1);
+    return bAsExpected;
 }
 
 // Wire structures overlay bytes that come from anywhere, so they ask for no alignment and may alias

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "rtp_session.h"
 
-#include <strings.h>
-
 #include <new>
 
 #include "rtcp_session.h"
@@ -15,12 +13,9 @@ namespace {
 constexpr int UNIT_SIZE_WITH_SEQUENCE = RTP_PREFIX_SIZE + RTP_OFFSET_TIMESTAMP;
 constexpr int UNIT_SIZE_WITH_HEADER = RTP_PREFIX_SIZE + RTP_HEADER_SIZE;
 
-void RaisePort(CBB_ADDR_T* pAddr) {
+// RTCP uses the port above that of RTP (RFC 3550, section 11).
+void ToRtcpPort(CBB_ADDR_T* pAddr) {
     CBB_SetAddrPort(pAddr, static_cast<uint16_t>(CBB_GetAddrPort(pAddr) + 1));
-}
-
-bool IsRtspText(const void* buf, int len) {
-    return len >= RTP_PREFIX_SIZE && strncasecmp(static_cast<const char*>(buf), "RTSP", 4) == 0;
 }
 
 }  // namespace
@@ -54,8 +49,8 @@ void CRtpSession::open_rtcp(const TRANS_INFO& info) {
         return;  // kept: never opened when interleaved, so no report leaves there
     }
     TRANS_INFO rtcpInfo = info;
-    RaisePort(&rtcpInfo.clientAddr);
-    RaisePort(&rtcpInfo.serverAddr);
+    ToRtcpPort(&rtcpInfo.clientAddr);
+    ToRtcpPort(&rtcpInfo.serverAddr);
     if (m_pRtcpSession->open(&rtcpInfo) != 0) {
         RTSPS_LOG(ERROR, "Open m_pRtcpSession error!;");
     }
@@ -79,8 +74,7 @@ int CRtpSession::send(void* buf, int len, int timeout) {
         RTSPS_LOG(ERROR, "m_pTransmitter status mode [%d]!!", pTransmitter->mode());
         return 0;
     }
-    // A reply takes the media's way so that both share the connection's pending buffer.
-    if (GetTransMode() != RTPOVERRTSP_MODE || !IsRtspText(buf, len)) {
+    if (GetTransMode() != RTPOVERRTSP_MODE || !IsReplyText(buf, len)) {
         buff_process(buf, len);
     }
     const int nResult = pTransmitter->SendPacket(buf, len, timeout);
@@ -95,81 +89,90 @@ int CRtpSession::send(void* buf, int len, int timeout) {
 
 int CRtpSession::buff_process(void* buf, int len) {
     auto* pUnit = static_cast<uint8_t*>(buf);
-    stamp_unit(pUnit, len);
+    StampUnit(pUnit, len, stamp());
     account_unit(pUnit, len);
     return 0;
 }
 
-int CRtpSession::send_burst(void* buf, int len, int* pnUnits) {
+CUnitStamp CRtpSession::stamp() const {
+    CUnitStamp stamp = {get_trans_info()->dwRtpSSRC, CUnitStamp::LEFT_ALONE,
+                        get_trans_info()->byTcpFlag};
+    if (GetTransMode() == RTPOVERRTSP_MODE) {
+        stamp.prefix = CUnitStamp::INTERLEAVED;
+    } else if (GetTransMode() == TCP_MODE) {
+        // Kept: the four bytes are sent, with channel 0 and length 0.
+        stamp.prefix = CUnitStamp::EMPTY;
+    }
+    return stamp;
+}
+
+CSendResult CRtpSession::send_units(uint8_t* pUnits, int len, int timeout) {
+    if (timeout == 0) {
+        const CSendResult result = send_burst(pUnits, len);
+        if (result.outcome != CSendResult::SEND_ALONE) {
+            return result;
+        }
+    }
+    const int nUnit = UnitSize(pUnits);
+    if (nUnit > len) {
+        return {CSendResult::NOT_TAKEN};  // cut off by the host: never clamped and sent
+    }
+    return send_alone(pUnits, nUnit, timeout);
+}
+
+CSendResult CRtpSession::send_burst(uint8_t* pUnits, int len) {
     CTransmitter* pTransmitter = GetTransmitter();
     if (pTransmitter == nullptr || pTransmitter->get_status() != STAUTS_OK) {
-        return 0;
+        return {CSendResult::SEND_ALONE};
     }
-    const CRtpBurst::CStamp stamp = {get_trans_info()->dwRtpSSRC, get_trans_info()->byTcpFlag};
-    const CRtpBurst burst(static_cast<uint8_t*>(buf), len, pTransmitter->burst_kind(), stamp,
-                          m_seq);
+    const CRtpBurst burst(pUnits, len, pTransmitter->burst_kind(), stamp(), m_seq);
     if (burst.Units() < 2 || (m_pRtcpSession != nullptr && m_pRtcpSession->is_due())) {
-        return 0;  // a report that is due leaves right behind the next unit
+        return {CSendResult::SEND_ALONE};  // a report that is due leaves after the next unit
     }
-    const int nTaken = pTransmitter->SendBurst(burst);
-    if (nTaken == burst.Bytes()) {
-        account_burst(burst);
-        *pnUnits = burst.Units();
-        return nTaken;
-    }
-    const int nTried = nTaken < 0 ? burst.UnitSize(0) : nTaken;
-    int nUnits = 0;
-    for (int nOffset = 0; nOffset < nTried; nOffset += burst.UnitSize(nOffset)) {
-        account_unit(burst.Data() + nOffset, burst.UnitSize(nOffset));
-        ++nUnits;
-    }
-    if (nTaken > 0) {
-        *pnUnits = nUnits;
-    }
-    return nTaken;
+    const CSendResult result = pTransmitter->SendBurst(burst);
+    account_burst(burst, result);
+    return result;
 }
 
-void CRtpSession::stamp_unit(uint8_t* pUnit, int len) const {
-    if (len >= UNIT_SIZE_WITH_HEADER) {
-        WriteBe32(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SSRC, get_trans_info()->dwRtpSSRC);
+CSendResult CRtpSession::send_alone(uint8_t* pUnit, int len, int timeout) {
+    const int nResult = send(pUnit, len, timeout);
+    // The next client's walk needs the length, which separate TCP has overwritten.
+    WriteBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH, static_cast<uint16_t>(len - RTP_PREFIX_SIZE));
+    if (nResult < 0) {
+        return {CSendResult::FAILED};
     }
-    if (len >= RTP_PREFIX_SIZE && GetTransMode() == TCP_MODE) {
-        // Kept: these four bytes are sent, with channel 0 and length 0.
-        WriteRtpPrefix(pUnit, 0, 0);
-    } else if (len >= RTP_PREFIX_SIZE && GetTransMode() == RTPOVERRTSP_MODE) {
-        WriteRtpPrefix(pUnit, get_trans_info()->byTcpFlag, len - RTP_PREFIX_SIZE);
-    }
+    return nResult == len ? CSendResult{CSendResult::SENT, len, 1}
+                          : CSendResult{CSendResult::NOT_TAKEN, nResult};
 }
 
-// What account_unit does with each unit of a burst in turn: no sequence number in it is amiss.
-void CRtpSession::account_burst(const CRtpBurst& burst) {
-    m_seq = burst.NextSequence();
-    if (m_pRtcpSession != nullptr) {
-        m_pRtcpSession->count_packets(burst.LastUnit() + RTP_PREFIX_SIZE, 0,
-                                      static_cast<uint32_t>(burst.Units()));
+// Accounts the units that were tried, each as account_unit does.
+void CRtpSession::account_burst(const CRtpBurst& burst, const CSendResult& result) {
+    if (result.nUnits == burst.Units()) {  // all at once: no sequence number is a gap
+        m_seq = burst.NextSequence();
+        if (m_pRtcpSession != nullptr) {
+            m_pRtcpSession->count_packets(burst.LastUnit() + RTP_PREFIX_SIZE, 0,
+                                          static_cast<uint32_t>(burst.Units()));
+        }
+        return;
+    }
+    const int nTried = result.outcome == CSendResult::NOT_TAKEN ? burst.FirstSize() : result.nBytes;
+    for (int nOffset = 0; nOffset < nTried;) {
+        const uint8_t* pUnit = burst.Data() + nOffset;
+        account_unit(pUnit, UnitSize(pUnit));
+        nOffset += UnitSize(pUnit);
     }
 }
 
 void CRtpSession::account_unit(const uint8_t* pUnit, int len) {
     const uint8_t* pHeader = pUnit + RTP_PREFIX_SIZE;
-    if (len >= UNIT_SIZE_WITH_SEQUENCE) {
-        check_sequence(pHeader);
+    const uint16_t nExpected = m_seq;
+    if (len >= UNIT_SIZE_WITH_SEQUENCE && !CheckVideoSequence(pHeader, &m_seq)) {
+        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]",
+                  ReadBe16(pHeader + RTP_OFFSET_SEQUENCE), nExpected);
     }
     if (len >= UNIT_SIZE_WITH_HEADER && m_pRtcpSession != nullptr) {
         m_pRtcpSession->parse_rtp_packet(pHeader, 0);
     }
-}
-
-void CRtpSession::check_sequence(const uint8_t* pHeader) {
-    if ((pHeader[RTP_OFFSET_PAYLOAD] & RTP_PAYLOAD_MASK) != RTP_PAYLOAD_VIDEO) {
-        return;
-    }
-    const uint16_t nSequence = ReadBe16(pHeader + RTP_OFFSET_SEQUENCE);
-    if (m_seq != 0 && m_seq != nSequence) {
-        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]", nSequence, m_seq);
-    }
-    // Kept: after the wrap to 0 the next packet is not checked.
-    m_seq = static_cast<uint16_t>(nSequence + 1);
 }
 
 int CRtpSession::get_rtcp_handle() const {

@@ -26,10 +26,10 @@ class CRtpSession final : public CSession {
     // taken, 0 when not or when there is no usable transmitter, negative on a socket error.
     int send(void* buf, int len, int timeout);
 
-    // Sends several units of a run in one system call, without waiting, where nobody outside can
-    // tell that from send(). Returns the bytes of the units taken, and stores their number; 0 when
-    // the next unit has to go through send(), -1 when it was not taken (where send() returns 0).
-    int send_burst(void* buf, int len, int* pnUnits);
+    // Sends the first unit of a run of `len` bytes, at least a prefix, and with a time-out of 0
+    // also the units after it that may leave in the same system call. The lengths in the prefixes
+    // are unchanged afterwards. The result is never SEND_ALONE.
+    CSendResult send_units(uint8_t* pUnits, int len, int timeout);
 
     // Stamps one unit in place, touching only what it holds; 0.
     int buff_process(void* buf, int len);
@@ -39,10 +39,11 @@ class CRtpSession final : public CSession {
 
   private:
     void open_rtcp(const TRANS_INFO& info);
-    void stamp_unit(uint8_t* pUnit, int len) const;
-    void account_burst(const CRtpBurst& burst);
+    CUnitStamp stamp() const;
+    CSendResult send_burst(uint8_t* pUnits, int len);
+    CSendResult send_alone(uint8_t* pUnit, int len, int timeout);
+    void account_burst(const CRtpBurst& burst, const CSendResult& result);
     void account_unit(const uint8_t* pUnit, int len);
-    void check_sequence(const uint8_t* pHeader);
 
     std::unique_ptr<CRtcpSession> m_pRtcpSession;
     rtp_param m_param{};  // informational: nothing in sending reads it

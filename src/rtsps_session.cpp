@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cbb/CBB_Thread.h"
+#include "rtp_packet.h"
 #include "rtsp_msg.h"
 #include "rtsps_debug.h"
 #include "rtsps_session_mgr.h"
@@ -23,7 +24,6 @@ namespace {
 
 constexpr int POLL_INTERVAL_MS = 3000;
 constexpr int IDLE_LIMIT_MS = 30000;
-constexpr int MIN_PACKET_SIZE = 4;
 constexpr unsigned char INTERLEAVED_CHANNELS = 8;
 constexpr size_t CSEQ_SIZE = 16;
 constexpr char HEAD_END[] = "\r\n\r\n";
@@ -37,7 +37,7 @@ int FrameLength(const char* data, int len) {
     if (len < 1 || pBytes[0] != '$' || (len > 1 && pBytes[1] >= INTERLEAVED_CHANNELS)) {
         return 0;
     }
-    return len < MIN_PACKET_SIZE ? MIN_PACKET_SIZE : ReadBe16(pBytes + 2) + MIN_PACKET_SIZE;
+    return len < RTP_PREFIX_SIZE ? RTP_PREFIX_SIZE : UnitSize(pBytes);
 }
 
 // The length of the message head that the NUL-terminated data begin with, its empty line included.
@@ -326,7 +326,7 @@ bool CRtspSession::handle_message(const char* buf, int msgLen) {
 }
 
 int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLen) {
-    if (len < MIN_PACKET_SIZE) {
+    if (len < RTP_PREFIX_SIZE) {
         return 2;
     }
     const int nFrame = FrameLength(buf, len);

@@ -8,11 +8,20 @@
 #include "rtsps_debug.h"
 #include "rtsps_server.h"
 #include "rtsps_server_api.h"
-#include "rtsps_text.h"
 
 CTransCtrl::CTransCtrl(CRtspSession* pRtspSession) : m_pRtspSession(pRtspSession) {}
 
 CTransCtrl::~CTransCtrl() = default;
+
+CTransCtrl::CMediaStream CTransCtrl::video() {
+    return {m_pVideoSession, m_stuVideoTransInfo, m_supersededVideo, m_videoTotals,
+            "m_pVideoSession"};
+}
+
+CTransCtrl::CMediaStream CTransCtrl::audio() {
+    return {m_pAudioSession, m_stuAudioTransInfo, m_supersededAudio, m_audioTotals,
+            "m_pAudioSession"};
+}
 
 int CTransCtrl::SetVideoTransInfo(const TRANS_INFO* pInfo) {
     const CLockGuard guard(m_mutexMedia);
@@ -28,66 +37,45 @@ int CTransCtrl::SetAudioTransInfo(const TRANS_INFO* pInfo) {
 
 int CTransCtrl::Open(const tagRtspRequestCfg* /*pCfg*/, ETransStreamId id) {
     const CLockGuard guard(m_mutexMedia);
-    switch (id) {
-        case TRANS_STREAM_VIDEO:
-            return open_video();
-        case TRANS_STREAM_AUDIO:
-            return open_audio();
+    if (id != TRANS_STREAM_VIDEO && id != TRANS_STREAM_AUDIO) {
+        RTSPS_LOG(ERROR, "Setup failed,unkown streamid[%d];", id);
+        return -1;
     }
-    RTSPS_LOG(ERROR, "Setup failed,unkown streamid[%d];", id);
-    return -1;
-}
-
-int CTransCtrl::open_video() {
-    if (!replace_session(m_stuVideoTransInfo, &m_pVideoSession, &m_supersededVideo)) {
-        RTSPS_LOG(ERROR, "new m_pVideoSession error!;");
-        if (m_pVideoSession != nullptr) {  // the record and the session in place stay a pair
-            m_stuVideoTransInfo = *m_pVideoSession->get_trans_info();
+    const CMediaStream stream = id == TRANS_STREAM_VIDEO ? video() : audio();
+    if (!replace_session(stream)) {
+        RTSPS_LOG(ERROR, "new %s error!;", stream.szSession);
+        if (stream.pSession != nullptr) {  // the record and the session in place stay a pair
+            stream.stuTransInfo = *stream.pSession->get_trans_info();
         }
         return -1;
     }
-    if (m_pVideoSession->open(&m_stuVideoTransInfo) != 0) {
-        RTSPS_LOG(ERROR, "Open m_pVideoSession error!;");
+    if (id == TRANS_STREAM_AUDIO) {
+        RTSPS_LOG(INFO, "Initialize Audio mode == [%d]", stream.stuTransInfo.mode);
+    }
+    if (stream.pSession->open(&stream.stuTransInfo) != 0) {
+        RTSPS_LOG(ERROR, "Open %s error!;", stream.szSession);
         return -1;
     }
-    m_pVideoSession->gen_initial_params(static_cast<int>(m_stuVideoTransInfo.dwRtpPT),
-                                        m_stuVideoTransInfo.dwRtpSSRC, 0, 0);
-    return 0;
-}
-
-int CTransCtrl::open_audio() {
-    if (!replace_session(m_stuAudioTransInfo, &m_pAudioSession, &m_supersededAudio)) {
-        RTSPS_LOG(ERROR, "new m_pAudioSession error!;");
-        if (m_pAudioSession != nullptr) {
-            m_stuAudioTransInfo = *m_pAudioSession->get_trans_info();
-        }
-        return -1;
-    }
-    RTSPS_LOG(INFO, "Initialize Audio mode == [%d]", m_stuAudioTransInfo.mode);
-    if (m_pAudioSession->open(&m_stuAudioTransInfo) != 0) {
-        RTSPS_LOG(ERROR, "Open m_pAudioSession error!;");
-        return -1;
-    }
-    m_pAudioSession->gen_initial_params(static_cast<int>(m_stuAudioTransInfo.dwRtpPT),
-                                        m_stuAudioTransInfo.dwRtpSSRC, 0, 0);
+    stream.pSession->gen_initial_params(static_cast<int>(stream.stuTransInfo.dwRtpPT),
+                                        stream.stuTransInfo.dwRtpSSRC, 0, 0);
     return 0;
 }
 
 // Puts a new, unopened media session in place. False when none can be made or when too many were
 // replaced already; the one in place then stays, since replies may go through it.
-bool CTransCtrl::replace_session(const TRANS_INFO& info, std::unique_ptr<CRtpSession>* ppSession,
-                                 CSupersededSessions* pSuperseded) {
-    if (*ppSession != nullptr && pSuperseded->nCount == CSupersededSessions::MAX_KEPT) {
+bool CTransCtrl::replace_session(const CMediaStream& stream) {
+    CSupersededSessions& superseded = stream.superseded;
+    if (stream.pSession != nullptr && superseded.nCount == CSupersededSessions::MAX_KEPT) {
         return false;
     }
-    std::unique_ptr<CRtpSession> pNew(new (std::nothrow) CRtpSession(info.mode));
+    std::unique_ptr<CRtpSession> pNew(new (std::nothrow) CRtpSession(stream.stuTransInfo.mode));
     if (pNew == nullptr) {
         return false;
     }
-    if (*ppSession != nullptr) {
-        pSuperseded->pSessions[pSuperseded->nCount++] = std::move(*ppSession);
+    if (stream.pSession != nullptr) {
+        superseded.pSessions[superseded.nCount++] = std::move(stream.pSession);
     }
-    *ppSession = std::move(pNew);
+    stream.pSession = std::move(pNew);
     return true;
 }
 
@@ -140,50 +128,32 @@ void CTransCtrl::give_back_port(const TRANS_INFO& info) {
     }
 }
 
-int CTransCtrl::SendStream(void* data, int len, ETransStreamId id, int flag) {
+int CTransCtrl::SendStream(void* data, int len, ETransStreamId id, int timeout) {
     const CLockGuard guard(m_mutexMedia);
     auto* pUnits = static_cast<uint8_t*>(data);
-    switch (id) {
-        case TRANS_STREAM_VIDEO:
-            return send_units(m_pVideoSession.get(), pUnits, len, flag, &m_videoTotals);
-        case TRANS_STREAM_AUDIO:
-            return send_units(m_pAudioSession.get(), pUnits, len, flag, &m_audioTotals);
+    if (id != TRANS_STREAM_VIDEO && id != TRANS_STREAM_AUDIO) {
+        return 0;
     }
-    return send_units(nullptr, pUnits, len, flag, &m_videoTotals);
+    return send_units(id == TRANS_STREAM_VIDEO ? video() : audio(), pUnits, len, timeout);
 }
 
-int CTransCtrl::send_units(CRtpSession* pSession, uint8_t* pUnits, int len, int flag,
-                           CStreamTotals* pTotals) {
+int CTransCtrl::send_units(const CMediaStream& stream, uint8_t* pUnits, int len, int timeout) {
+    CRtpSession* pSession = stream.pSession.get();
     int nTotal = 0;
     while (pSession != nullptr && len - nTotal >= RTP_PREFIX_SIZE) {
-        uint8_t* pUnit = pUnits + nTotal;
-        int nUnits = 1;
-        int nTaken = flag == 0 ? pSession->send_burst(pUnit, len - nTotal, &nUnits) : 0;
-        if (nTaken < 0) {
+        const CSendResult result = pSession->send_units(pUnits + nTotal, len - nTotal, timeout);
+        if (result.outcome == CSendResult::FAILED) {
+            return -1;
+        }
+        nTotal += result.nBytes;
+        if (result.outcome != CSendResult::SENT) {
             return nTotal;
         }
-        if (nTaken == 0) {
-            const int nUnit = ReadBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH) + RTP_PREFIX_SIZE;
-            if (nUnit > len - nTotal) {
-                return nTotal;  // cut off by the host: never clamped and sent
-            }
-            nTaken = send_unit(pSession, pUnit, nUnit, flag);
-            if (nTaken != nUnit) {
-                return nTaken < 0 ? -1 : nTotal + nTaken;
-            }
-        }
-        nTotal += nTaken;
-        pTotals->nPackets += static_cast<uint64_t>(nUnits);
-        pTotals->nBytes += static_cast<uint64_t>(nTaken - nUnits * RTP_PREFIX_SIZE);
+        stream.totals.nPackets += static_cast<uint64_t>(result.nUnits);
+        stream.totals.nBytes +=
+            static_cast<uint64_t>(result.nBytes - result.nUnits * RTP_PREFIX_SIZE);
     }
     return nTotal;
-}
-
-int CTransCtrl::send_unit(CRtpSession* pSession, uint8_t* pUnit, int nUnit, int flag) {
-    const int nResult = pSession->send(pUnit, nUnit, flag);
-    // The next client's walk needs the length, which separate TCP has overwritten.
-    WriteBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH, static_cast<uint16_t>(nUnit - RTP_PREFIX_SIZE));
-    return nResult;
 }
 
 void CTransCtrl::GetTotals(tagRtspServerTotals* pTotals) {
@@ -194,7 +164,7 @@ void CTransCtrl::GetTotals(tagRtspServerTotals* pTotals) {
     pTotals->qwAudioBytes = m_audioTotals.nBytes;
 }
 
-int CTransCtrl::SendMsg(void* buf, int len, int flag) {
+int CTransCtrl::SendMsg(void* buf, int len, int timeout) {
     const CLockGuard guard(m_mutexMedia);
     // Kept: a client that has audio alone, or has torn down, gets no replies.
     if (m_pVideoSession == nullptr) {
@@ -202,7 +172,7 @@ int CTransCtrl::SendMsg(void* buf, int len, int flag) {
         return -1;
     }
     if (m_stuVideoTransInfo.mode == RTPOVERRTSP_MODE) {
-        return m_pVideoSession->send(buf, len, flag);
+        return m_pVideoSession->send(buf, len, timeout);
     }
-    return CBB_Sendn(m_stuVideoTransInfo.sockFd, buf, len, static_cast<uint32_t>(flag));
+    return CBB_Sendn(m_stuVideoTransInfo.sockFd, buf, len, static_cast<uint32_t>(timeout));
 }

@@ -18,7 +18,7 @@ enum ETransStreamId : int {
     TRANS_STREAM_AUDIO = 2,
 };
 
-// The media side of one client: the video and the audio media session, and the road of the
+// The media side of one client: the video and the audio media session, and the path of the
 // client's replies once a transport exists.
 //
 // Locks: the caller of SendStream and SendMsg holds the session's m_mutexSend; m_mutexMedia is
@@ -45,15 +45,15 @@ class CTransCtrl {
     int Close();
 
     // Sends a run of units (4-byte prefix with the big-endian length, RTP packet) to one stream.
-    // Writes into `data`. Returns the bytes taken, fewer than `len` when a unit was not taken or
-    // the run is cut off, or -1 on a socket error.
-    int SendStream(void* data, int len, ETransStreamId id, int flag);
+    // Writes into `data`, and waits at most `timeout` ms per unit. Returns the bytes taken, fewer
+    // than `len` when a unit was not taken or the run is cut off, or -1 on a socket error.
+    int SendStream(void* data, int len, ETransStreamId id, int timeout);
 
     // What SendStream has sent so far, both streams; the fields of short sends are not touched.
     void GetTotals(tagRtspServerTotals* pTotals);
 
     // Sends the text of a reply; the bytes taken or -1.
-    int SendMsg(void* buf, int len, int flag);
+    int SendMsg(void* buf, int len, int timeout);
 
   private:
     // Media sessions that a repeated SETUP replaced. They stay open, since the client may still
@@ -70,16 +70,22 @@ class CTransCtrl {
         uint64_t nBytes = 0;
     };
 
-    static bool replace_session(const TRANS_INFO& info, std::unique_ptr<CRtpSession>* ppSession,
-                                CSupersededSessions* pSuperseded);
+    // The fields of one media stream, whose names in log lines differ.
+    struct CMediaStream {
+        std::unique_ptr<CRtpSession>& pSession;
+        TRANS_INFO& stuTransInfo;
+        CSupersededSessions& superseded;
+        CStreamTotals& totals;
+        const char* szSession;
+    };
+
+    CMediaStream video() REQUIRES(m_mutexMedia);
+    CMediaStream audio() REQUIRES(m_mutexMedia);
+    static bool replace_session(const CMediaStream& stream);
+    static int send_units(const CMediaStream& stream, uint8_t* pUnits, int len, int timeout);
     static void close_session(std::unique_ptr<CRtpSession> pSession);
     static void close_superseded(CSupersededSessions* pSuperseded);
     static void give_back_port(const TRANS_INFO& info);
-    int send_units(CRtpSession* pSession, uint8_t* pUnits, int len, int flag,
-                   CStreamTotals* pTotals) REQUIRES(m_mutexMedia);
-    static int send_unit(CRtpSession* pSession, uint8_t* pUnit, int nUnit, int flag);
-    int open_video() REQUIRES(m_mutexMedia);
-    int open_audio() REQUIRES(m_mutexMedia);
 
     CMutex m_mutexMedia;
     // Null until their stream is opened, and after Close.

@@ -55,30 +55,31 @@ int CPendingTransmitter::send_fresh(const void* buf, int len, int timeout) {
         set_status(STAUTS_ERROR);
         return nSent;
     }
-    return keep_tail(static_cast<const unsigned char*>(buf) + nSent, len - nSent) ? len : nSent;
+    return queue_rest(static_cast<const unsigned char*>(buf) + nSent, len - nSent) ? len : nSent;
 }
 
-// Lets what the socket did not take wait. False when it is longer than any unit.
-bool CPendingTransmitter::keep_tail(const unsigned char* pTail, int nTail) {
-    if (nTail > PENDING_SIZE) {
+// Puts the bytes that the socket did not take into the empty pending buffer. False when they are
+// more than any unit holds.
+bool CPendingTransmitter::queue_rest(const unsigned char* pRest, int nRest) {
+    if (nRest > PENDING_SIZE) {
         return false;
     }
-    if (nTail > 0) {
-        memcpy(m_buf, pTail, static_cast<size_t>(nTail));
-        m_nBufDataSize = nTail;
+    if (nRest > 0) {
+        memcpy(m_buf, pRest, static_cast<size_t>(nRest));
+        m_nBufDataSize = nRest;
     }
     return true;
 }
 
 // One send for all units; the one that the socket takes in part, or first does not take, waits.
-int CPendingTransmitter::send_burst(const CRtpBurst& burst) {
+CSendResult CPendingTransmitter::send_burst(const CRtpBurst& burst) {
     const int nSent = CBB_Sendn(data_socket(), burst.Data(), burst.Bytes(), 0);
     if (nSent >= burst.Bytes()) {
-        return burst.Bytes();
+        return burst.AllSent();
     }
-    const int nEnd = burst.EndOfUnitAt(nSent);
-    keep_tail(burst.Data() + nSent, nEnd - nSent);
-    return nEnd;
+    const CSendResult result = burst.SentUpTo(nSent);
+    queue_rest(burst.Data() + nSent, result.nBytes - nSent);
+    return result;
 }
 
 CTcpTransmitter::CTcpTransmitter(ETRANS_MODE mode) : CPendingTransmitter(mode) {}
@@ -242,10 +243,10 @@ int CRtpOverRtspTransmitter::SendPacket(void* buf, int len, int timeout) {
     return nResult;
 }
 
-int CRtpOverRtspTransmitter::SendBurst(const CRtpBurst& burst) {
-    const int nTaken = send_burst(burst);
+CSendResult CRtpOverRtspTransmitter::SendBurst(const CRtpBurst& burst) {
+    const CSendResult result = send_burst(burst);
     warn_of_pending();
-    return nTaken;
+    return result;
 }
 
 void CRtpOverRtspTransmitter::warn_of_pending() const {

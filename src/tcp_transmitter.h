@@ -24,7 +24,7 @@ class CPendingTransmitter : public CTransmitter {
 
     int send_pending(const void* buf, int len, int timeout);
     bool can_burst() const { return m_nBufDataSize == 0 && is_playback_mode() == 0; }
-    int send_burst(const CRtpBurst& burst);
+    CSendResult send_burst(const CRtpBurst& burst);
     int pending_size() const { return m_nBufDataSize; }
 
     // The interleaved connection. It stands here, before the buffer, and not in the class that it
@@ -33,7 +33,7 @@ class CPendingTransmitter : public CTransmitter {
 
   private:
     int send_fresh(const void* buf, int len, int timeout);
-    bool keep_tail(const unsigned char* pTail, int nTail);
+    bool queue_rest(const unsigned char* pRest, int nRest);
 
     int m_nBufDataSize = 0;
     unsigned char m_buf[PENDING_SIZE];
@@ -86,7 +86,7 @@ class CRtpOverRtspTransmitter final : public CPendingTransmitter {
     CRtpBurst::EKind burst_kind() const override {
         return can_burst() ? CRtpBurst::STREAM : CRtpBurst::NONE;
     }
-    int SendBurst(const CRtpBurst& burst) override;
+    CSendResult SendBurst(const CRtpBurst& burst) override;
     int GetHandle() override { return m_Sockfd; }
     int SetHandle(int fd) override;
     int Connect() override { return -2; }

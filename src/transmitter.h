@@ -65,11 +65,9 @@ class CTransmitter {
     virtual int Accept() { return -1; }
 
     // The kind of burst that the transmitter would take now, and the send of one without waiting.
-    // Returns the bytes of the units that were taken, each as SendPacket would have taken it; 0
-    // when the units must go through SendPacket instead; -1 when the first one was not taken, as
-    // SendPacket says with 0.
+    // Each unit counts as taken exactly where SendPacket would have taken it.
     virtual CRtpBurst::EKind burst_kind() const { return CRtpBurst::NONE; }
-    virtual int SendBurst(const CRtpBurst& /*burst*/) { return 0; }
+    virtual CSendResult SendBurst(const CRtpBurst& /*burst*/) { return {CSendResult::SEND_ALONE}; }
 
     // Opens the transmitter and marks it usable; 0 or -1.
     [[nodiscard]] int open(TRANS_INFO* pInfo);

@@ -49,33 +49,48 @@ int CUdpTransmitter::open_extra(TRANS_INFO* pInfo) {
     return 0;
 }
 
-// Asked of the socket before the first burst: a kernel that does not know the option would take no
-// notice of it in a send either, and send all units as one datagram.
+// Asked of the socket before the first burst: a kernel that does not have the option would ignore
+// it in a send, too, and send all units as one datagram.
 void CUdpTransmitter::probe_segmentation() {
     const int nOff = 0;
     m_bSegmentation = setsockopt(m_Sockfd, IPPROTO_UDP, UDP_SEGMENT, &nOff, sizeof(nOff)) == 0;
 }
 
-int CUdpTransmitter::SendBurst(const CRtpBurst& burst) {
+CSendResult CUdpTransmitter::SendBurst(const CRtpBurst& burst) {
     pollfd writable = {m_Sockfd, POLLWRNORM, 0};
     if (CBB_Poll(&writable, 1, 0) <= 0 || (writable.revents & POLLWRNORM) == 0) {
-        return -1;
+        return {CSendResult::NOT_TAKEN};
     }
-    if ((writable.revents & POLLERR) != 0) {  // an error that waits is SendPacket's to meet
-        m_bRefused = true;
-        m_bSentAlone = false;
-        return 0;
+    if ((writable.revents & POLLERR) != 0) {  // the pending error is for SendPacket to meet
+        m_refusal = SINGLE_FIRST;
+        return {CSendResult::SEND_ALONE};
     }
-    if (burst.UnitSize(0) > m_nMaxUnit) {
-        return 0;
+    if (burst.FirstSize() > m_nMaxUnit) {
+        return {CSendResult::SEND_ALONE};
     }
+    if (m_refusal == SINGLE_LEFT) {
+        m_refusal = SINGLE_FIRST;
+    }
+    if (send_segmented(burst) < 0) {
+        return burst_failed(burst, errno);
+    }
+    if (meets_refusal()) {
+        m_refusal = REFUSAL_OWED;
+        return burst.FirstSent();
+    }
+    return burst.AllSent();
+}
+
+// One call for all datagrams (UDP_SEGMENT): the kernel cuts the bytes into pieces of the first
+// unit's size.
+ssize_t CUdpTransmitter::send_segmented(const CRtpBurst& burst) const {
     iovec packets[CRtpBurst::MAX_DATAGRAMS];
-    int nOffset = 0;
+    uint8_t* pUnit = burst.Data();
     for (int i = 0; i < burst.Units(); ++i) {
-        const int nUnit = burst.UnitSize(nOffset);
-        packets[i].iov_base = burst.Data() + nOffset + RTP_PREFIX_SIZE;
+        const int nUnit = UnitSize(pUnit);
+        packets[i].iov_base = pUnit + RTP_PREFIX_SIZE;
         packets[i].iov_len = static_cast<size_t>(nUnit - RTP_PREFIX_SIZE);
-        nOffset += nUnit;
+        pUnit += nUnit;
     }
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(uint16_t))] = {};
     msghdr message = {};
@@ -89,54 +104,52 @@ int CUdpTransmitter::SendBurst(const CRtpBurst& burst) {
     pSegment->cmsg_len = CMSG_LEN(sizeof(uint16_t));
     const auto nSegment = static_cast<uint16_t>(packets[0].iov_len);
     memcpy(CMSG_DATA(pSegment), &nSegment, sizeof(nSegment));
-    m_bSentAlone = false;
-    if (sendmsg(m_Sockfd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
-        return take_refusal() ? burst.UnitSize(0) : burst.Bytes();
-    }
-    switch (errno) {
+    return sendmsg(m_Sockfd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+CSendResult CUdpTransmitter::burst_failed(const CRtpBurst& burst, int nError) {
+    switch (nError) {
         case EMSGSIZE:  // larger than the path takes in one piece: alone it is fragmented
-            m_nMaxUnit = burst.UnitSize(0) - 1;
-            return 0;
+            m_nMaxUnit = burst.FirstSize() - 1;
+            return {CSendResult::SEND_ALONE};
         case EAGAIN:  // one packet may find the room that all together do not
         case ENOBUFS:
         case ENOMEM:
-            return 0;
+            return {CSendResult::SEND_ALONE};
         case EINVAL:
         case EIO:
         case EOPNOTSUPP:
             m_bSegmentation = false;  // this interface or path does not segment
-            return 0;
+            return {CSendResult::SEND_ALONE};
         default:
-            m_bRefused = true;
-            return -1;
+            m_refusal = SINGLE_FIRST;
+            return {CSendResult::NOT_TAKEN};
     }
 }
 
-// A client on this machine that is gone refuses while the burst is still on its way. Packet by
-// packet the second one would have met that refusal: the next SendPacket does so now, and from now
-// on a packet goes ahead of every burst.
-bool CUdpTransmitter::take_refusal() {
+// Whether a refusal has arrived, which takes it off the socket. A client on this machine that is
+// gone refuses while the burst is still on its way: sent one by one, the second packet would have
+// met that refusal.
+bool CUdpTransmitter::meets_refusal() {
     int nError = 0;
     socklen_t nLength = sizeof(nError);
-    if (getsockopt(m_Sockfd, SOL_SOCKET, SO_ERROR, &nError, &nLength) == 0 && nError != 0) {
-        m_bRefused = true;
-        m_bOwedRefusal = true;
-    }
-    return m_bOwedRefusal;
+    return getsockopt(m_Sockfd, SOL_SOCKET, SO_ERROR, &nError, &nLength) == 0 && nError != 0;
 }
 
 CRtpBurst::EKind CUdpTransmitter::burst_kind() const {
-    return m_bSegmentation && (!m_bRefused || m_bSentAlone) ? CRtpBurst::DATAGRAMS
-                                                            : CRtpBurst::NONE;
+    const bool bMayFollow = m_refusal == NEVER_REFUSED || m_refusal == SINGLE_LEFT;
+    return m_bSegmentation && bMayFollow ? CRtpBurst::DATAGRAMS : CRtpBurst::NONE;
 }
 
 int CUdpTransmitter::SendPacket(void* buf, int len, int timeout) {
-    if (m_bOwedRefusal) {
-        m_bOwedRefusal = false;
+    if (m_refusal == REFUSAL_OWED) {
+        m_refusal = SINGLE_FIRST;
         return 0;
     }
     const int nResult = send_datagram(m_Sockfd, buf, len, timeout);
-    m_bSentAlone = nResult == len;
+    if (m_refusal != NEVER_REFUSED) {
+        m_refusal = nResult == len ? SINGLE_LEFT : SINGLE_FIRST;
+    }
     return nResult;
 }
 
