@@ -4,13 +4,16 @@
  * The platform layer: endpoint addresses, sockets, waiting, threads, semaphores, time and text.
  *
  * Unless a function says otherwise:
- * - it returns 0 for success and -1 for failure; after a failed socket or semaphore call the
- *   system's error number is in errno, which GetSystemLastError() returns too;
+ * - it returns 0 for success and -1 for failure; after a socket or semaphore call that the system
+ *   refused, the system's error number is in errno, which GetSystemLastError() returns too. A
+ *   time-out and a peer that has closed set no errno: it keeps an older value. Only
+ *   CBB_SemTimedWait sets it on a time-out;
  * - it may be called at any time and from any thread, keeps no state, and does not block;
  * - pointers must not be null, belong to the caller, and are not kept after the call;
  * - ports are in host byte order, IPv4 addresses in network byte order;
- * - time-outs are in milliseconds. They are measured with the wall clock: setting it forward
- *   shortens a wait, setting it back costs one more round of the wait at most.
+ * - time-outs are in milliseconds. They are measured with the wall clock: setting it forward may
+ *   shorten a wait, setting it back costs one more round of the wait at most. CBB_SemTimedWait is
+ *   the exception.
  */
 #ifndef CBB_H
 #define CBB_H
@@ -332,6 +335,10 @@ RTSPS_EXPORT int32_t CBB_Listen(CBB_SOCK_T iSockFd, int iBackLog);
  * @param[out] pCBBAddr  receives the peer, or null.
  * @param[in] nTimeOut   ms. CBB_INFINITE accepts directly: it blocks if the socket does.
  *
+ * With a limit, the call waits until the socket is readable and then accepts. If several threads
+ * accept on one blocking socket, another thread may take the connection between the two steps: the
+ * call then blocks until the next connection, beyond nTimeOut. Make such a socket non-blocking.
+ *
  * @return the new descriptor, or -1 on a time-out, an error, or a listening socket that was shut
  * down.
  */
@@ -347,8 +354,8 @@ RTSPS_EXPORT CBB_SOCK_T CBB_Accept(CBB_SOCK_T iSockFd, CBB_ADDR_T* pCBBAddr, uin
  * @param[in] nTimeOut  ms. CBB_INFINITE connects directly, for IPv4 only, and leaves the blocking
  *                      mode alone.
  *
- * @return 0, or -1 for a null record, a time-out or a failed connection; the latter prints one line
- * to standard output and leaves its cause in errno.
+ * @return 0, or -1 for a null record, a time-out or a failed connection. A failed connection leaves
+ * its cause in errno and, unless nTimeOut is CBB_INFINITE, prints one line to standard output.
  */
 RTSPS_EXPORT int32_t CBB_ConnectWithTimeOut(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr,
                                             uint32_t nTimeOut);
@@ -798,7 +805,9 @@ RTSPS_EXPORT int32_t CBB_SemWait(sem_t* pSem);
 RTSPS_EXPORT int32_t CBB_SemPost(sem_t* pSem);
 
 /**
- * Takes one from the count; blocks for at most nTimeOut ms.
+ * Takes one from the count; blocks for at most nTimeOut ms of the wall clock. The wait ends at a
+ * point in time: setting the clock back during the wait makes it longer by that amount, setting the
+ * clock forward makes it shorter.
  *
  * @param[in,out] pSem  the semaphore.
  * @param[in] nTimeOut  ms; 0 tries once. There is no value for "without limit".

@@ -17,8 +17,9 @@
 /// are independent. A copy repeats what the original draws.
 class RTSPS_EXPORT RTPRdm {
   public:
-    /// Seeds from process id, time, processor time and the object's address, so that two objects
-    /// made in the same second differ.
+    /// Seeds from process id, time, processor time and the object's address. Objects that live at
+    /// the same time differ in their address. An object made within the same second at the address
+    /// of an earlier one may repeat its numbers.
     RTPRdm();
 
     /// Draws 8 bits. @return any value of the type.
@@ -36,15 +37,16 @@ class RTSPS_EXPORT RTPRdm {
 };
 
 /// @defgroup rtp_random_default The same from rand(), whose one state the whole process shares
-/// The library never seeds it: the host may, with srand(). They may be called at any time and from
-/// any thread.
+/// These functions never seed it. The RTSP server does, from the clock, for each client that
+/// connects (srandom() and srand() are one generator), so a seed of the host's does not last. They
+/// may be called at any time and from any thread.
 /// @{
 
 /// Draws 8 bits. @return any value of the type.
 RTSPS_EXPORT uint8_t GetRandom8_Default();
 /// Draws 16 bits. @return any value of the type.
 RTSPS_EXPORT uint16_t GetRandom16_Default();
-/// Draws 32 bits, not uniformly: the high 8 come from one draw, the others from several.
+/// Draws 32 bits: the lowest 8 and the highest 8 come from one draw each, the others from two.
 /// @return any value of the type.
 RTSPS_EXPORT uint32_t GetRandom32_Default();
 /// Draws a fraction. @return a value from 0 up to, but not including, 1.

@@ -36,7 +36,7 @@ double RTPRdm::GetRandomDouble() {
     return d;
 }
 
-// rand() is what the header promises: one state for the whole process, seeded by the host.
+// rand() is what the header promises: one state for the whole process.
 // NOLINTBEGIN(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
 uint8_t GetRandom8_Default() {
     return static_cast<uint8_t>(static_cast<unsigned>(rand() * 256.0 / RAND_RANGE));

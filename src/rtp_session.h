@@ -17,13 +17,14 @@ class CRtpSession final : public CSession {
     explicit CRtpSession(ETRANS_MODE mode);
     ~CRtpSession() override;
 
-    // Makes the transmitter, and over UDP the RTCP path on the ports above; 0 or -1.
+    // Makes the transmitter, and over UDP the RTCP path on the ports above; 0 or -1. Without an
+    // RTCP path the stream plays without reports: that is no failure.
     [[nodiscard]] int open(TRANS_INFO* pInfo);
     void gen_initial_params(int payload, unsigned int ssrc, int marker, int extension);
 
     // Sends one unit of `len` bytes: a 4-byte prefix and an RTP packet, or in interleaved mode the
-    // text of an RTSP reply. Writes into `buf`. Returns the transmitter's result: `len` when it was
-    // taken, 0 when not or when there is no usable transmitter, negative on a socket error.
+    // text of an RTSP reply. Writes into `buf`. Returns the result of CTransmitter::SendPacket, or
+    // 0 when there is no usable transmitter.
     int send(void* buf, int len, int timeout);
 
     // Sends the first unit of a run of `len` bytes, at least a prefix, and with a time-out of 0
@@ -47,7 +48,7 @@ class CRtpSession final : public CSession {
 
     std::unique_ptr<CRtcpSession> m_pRtcpSession;
     rtp_param m_param{};  // informational: nothing in sending reads it
-    uint16_t m_seq = 0;   // next expected sequence number of video; 0: none expected
+    uint16_t m_seq = 0;   // next expected sequence number, payload type 96 only; 0: none expected
 };
 
 #endif

@@ -12,12 +12,13 @@ class ClockTime : public SecTime<ClockTime> {
     explicit ClockTime(unsigned long sec) : SecTime(sec) {}
     ClockTime(const char* text, int len);  // at most 255 bytes are read
 
-    // "19700101T000000Z", in UTC; valid until the next call.
+    // "19700101T000000Z", in UTC; valid until this object's next call.
     const char* to_string();
     explicit operator const char*() { return to_string(); }
 
-    // Takes the time from a NUL-terminated text, read in the LOCAL time zone. Text that is no
-    // clock time gives 0.
+    // Takes the time from a NUL-terminated text, read in the LOCAL time zone. A fraction of a
+    // second is ignored. Text without a 'T' or without a 'Z' gives 0. In other text, fields that
+    // cannot be read count as 0, and a time outside the range of an int is cut to its nearer end.
     void FromString(const char* text);
 };
 

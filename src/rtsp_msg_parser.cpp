@@ -20,7 +20,8 @@ namespace {
 constexpr char PROTOCOL_PREFIX[] = "RTSP/";
 constexpr size_t PROTOCOL_PREFIX_LEN = sizeof(PROTOCOL_PREFIX) - 1;
 
-// Room for one field of each kind, the NUL included; longer fields are cut.
+// Room for one field of each kind, the NUL included; longer fields are cut. A parameter keeps at
+// most 255 characters of each text, so values and whole texts are cut there.
 constexpr size_t METHOD_SIZE = 128;
 constexpr size_t URL_SIZE = 512;
 constexpr size_t CODE_SIZE = 1024;

@@ -49,7 +49,8 @@ int HeadLength(const char* data) {
 
 }  // namespace
 
-// The received bytes that are not consumed yet, always followed by a NUL.
+// The received bytes and how many of them are not consumed yet; consume says where these stand. A
+// NUL follows them.
 struct CRtspSession::CReceiveBuffer {
     char data[RECV_BUFFER_SIZE + 1] = {};
     int nHeld = 0;
@@ -338,8 +339,9 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
         RTSPS_LOG(INFO, "RTCP packet recv");
         return 1;
     }
-    // Kept: a body is neither waited for nor counted, so a request that announces one does not
-    // parse, and ends its session.
+    // Kept: a body is neither waited for nor counted. A request that announces one as
+    // "Content-length" does not parse and ends its session. After every other request the body
+    // counts as the beginning of the next one.
     const int nHead = HeadLength(buf);
     if (nHead > 0) {
         msgLen = nHead;

@@ -83,7 +83,7 @@ class CRtspSession {
     friend struct CRtspSessionProbe;   // the tests' view of the fields
 
     static constexpr int RECV_BUFFER_SIZE = 8192;
-    static constexpr int SEND_BUFFER_SIZE = 1024;  // the largest reply, description included
+    static constexpr int SEND_BUFFER_SIZE = 1024;  // largest reply, description included, and a NUL
 
     struct CReceiveBuffer;
 

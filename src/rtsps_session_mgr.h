@@ -31,9 +31,10 @@ struct CSessionList {
 // The registry of client sessions. It destroys a session when the last reference is dropped: the
 // registry's own and one for every lookup or snapshot entry.
 //
-// m_Mutex is held for map work only, and for the destruction of a session; sessions are called
-// outside it. It is never held together with the server's lock, so a session's destructor must call
-// neither the manager nor the server.
+// m_Mutex is held for work on the maps, the refused sessions or the event callback, for a log line,
+// and for the destruction of a session. Under it, only calls that take no lock and do not wait are
+// made to a session. It is never held together with the server's lock, so a session's destructor
+// must call neither the manager nor the server.
 class CRtspSessionManager {
   public:
     static CRtspSessionManager* Instance();

@@ -96,7 +96,8 @@ int CTransCtrl::Close() {
         videoInfo = m_stuVideoTransInfo;
         audioInfo = m_stuAudioTransInfo;
     }
-    // Closing may join a transmitter's accept thread: no lock is held from here on.
+    // Closing may join a transmitter's accept thread. That thread takes no lock that the callers
+    // may hold here (m_mutexClose).
     close_session(std::move(pVideoSession));
     close_session(std::move(pAudioSession));
     // Kept: the records are not cleared, so a second Close gives the same ports back again.

@@ -54,8 +54,10 @@ class CTransmitter {
     virtual int open_extra(TRANS_INFO* pInfo) = 0;
 
     // Sends one buffer, a prefix of RTP_PREFIX_SIZE bytes included in `len`, waiting at most
-    // `timeout` ms for the socket. Returns `len` for a buffer that was taken, 0 for one that was
-    // not, negative on a socket error.
+    // `timeout` ms for the socket. Returns `len` for a buffer that was taken, or 0 for one that was
+    // not. Over TCP, a packet that waits in the pending buffer counts as taken, and in playback
+    // mode, which has no pending buffer, the result is the number of bytes sent. A socket error
+    // counts as not taken: callers allow for a negative result, but no transmitter returns one.
     virtual int SendPacket(void* buf, int len, int timeout) = 0;
     virtual int RecvPacket(void* buf, int len, int timeout) = 0;
 
