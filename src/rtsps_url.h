@@ -21,8 +21,10 @@ struct tagRtspRequestCfg {
 using RtspRequestCfg = tagRtspRequestCfg;
 
 // Takes a request URL apart:
-//     rtsp://<host>[:<port>]/<anything>chan<number>/<anything with main, sub or third>
-// Case is ignored. Not thread-safe; made on the stack for one request.
+//     rtsp://<host>[:<port>]/<text>chan<number>/<text with main, sub or third>
+// The first "chan" of the path counts, so the text before it cannot contain "chan". Without digits
+// after it, the number is 0. In the rest, "main" is searched first, then "sub", then "third", each
+// anywhere. Case is ignored. Not thread-safe; made on the stack for one request.
 class CRtspUrl {
   public:
     explicit CRtspUrl(const char* url);
