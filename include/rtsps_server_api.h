@@ -5,7 +5,10 @@
  *
  * Order of calls: RTSPServer_Init; then RTSPServer_SetEventCallBack and RTSPServer_SetStreamInfo in
  * any order and as often as needed; RTSPServer_Start; RTSPServer_SendRealSteam for every access
- * unit; at the end RTSPServer_Stop and RTSPServer_Release.
+ * unit; at the end RTSPServer_Stop and RTSPServer_Release. To change the port or another part of
+ * the configuration, call RTSPServer_Stop, RTSPServer_Release, RTSPServer_Init, RTSPServer_Start.
+ *
+ * There is one server per process. It listens on all IPv4 addresses, not on IPv6.
  *
  * Every function may be called from any thread. None throws. Only RTSPServer_Start and
  * RTSPServer_Stop wait for threads, as they say; the others take microseconds, a push one send for
@@ -66,7 +69,10 @@ typedef struct tagRtspServerPara {
     char szUserName[32];
     /** Password, NUL-terminated. Kept, not used, like the name. */
     char szPasswd[32];
-    /** TCP port on which clients are accepted, IPv4, 1 to 65535. */
+    /**
+     * TCP port on which clients are accepted, 1 to 65535. RTSPServer_Start does not check it: only
+     * the low 16 bits count, and with 0 the system chooses a port that the host does not learn.
+     */
     uint32_t nServerPort;
     /**
      * Lowest of the local ports for RTP and RTCP over UDP, and for clients that fetch media over a
@@ -92,7 +98,8 @@ typedef struct tagRtspServerStreamInfo {
     /**
      * SSRC of the video, host byte order. The SSRCs replace whatever a pushed packet carries.
      * Choose them below 0x80000000: a sender report over UDP begins with the SSRC, and a player
-     * that shares one socket between RTP and RTCP takes it for media when the top bits are 10.
+     * that shares one socket between RTP and RTCP takes it for media when the top bits are 10. Do
+     * not choose 0: packets carry it like any other, but the reply to SETUP then names no SSRC.
      */
     uint32_t dwVideoSSrc;
     /** SSRC of the audio; see dwVideoSSrc. */
@@ -187,8 +194,9 @@ typedef void (*pRtspServerEventCallBack)(int32_t nEvent, int32_t nSessionId, voi
                                          int32_t nLen, void* pUserData);
 
 /**
- * Initialises the library. Call it before RTSPServer_Start. Calls are counted: only the first one
- * takes the configuration, and each wants its RTSPServer_Release.
+ * Initialises the library. Call it before RTSPServer_Start. Calls are counted, and each needs its
+ * own RTSPServer_Release. A call takes the configuration if the count was 0, so at first and again
+ * after as many RTSPServer_Release; otherwise it only counts.
  *
  * The process ignores SIGPIPE from here on.
  *
@@ -202,14 +210,19 @@ RTSPS_EXPORT int32_t RTSPServer_Init(tagRtspServerPara* pPara);
  * Takes back one RTSPServer_Init. It stops nothing: call RTSPServer_Stop first. Stream information
  * stays registered.
  *
+ * The count has no floor. After a call without its RTSPServer_Init the count is negative, and
+ * RTSPServer_Start fails until additional RTSPServer_Init have made up for it.
+ *
  * @return 0 always.
  */
 RTSPS_EXPORT int32_t RTSPServer_Release(void);
 
 /**
- * Declares, or declares anew, one stream of one channel. May be called at any time; a client reads
- * the record at DESCRIBE and at SETUP, so a change reaches clients that set up after it. A stream
- * that was never declared is answered with 404.
+ * Declares one stream of one channel, or changes its declaration. May be called at any time. A
+ * client's record is read at DESCRIBE and at SETUP, so a change reaches clients that set up after
+ * it. A client that plays keeps the payload types and SSRCs of its SETUP: it receives no push of
+ * another payload type, and each such push is a log line. RTSPServer_Stop and RTSPServer_Start make
+ * all clients connect again. A stream that was never declared is answered with 404.
  *
  * @param[in] nChan        channel number, the N of "chanN" in the URL.
  * @param[in] nStreamType  RTSPS_STREAM_MAIN, RTSPS_STREAM_SUB or RTSPS_STREAM_THIRD. A negative
@@ -227,11 +240,13 @@ RTSPS_EXPORT int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType
  * RTSPServer_Stop. Called from inside the event function it prints an error line and does nothing.
  *
  * @return 0, also when the server is already started, or -1 when
- *   - RTSPServer_Init was not called,
- *   - memory or a thread is not to be had, or the range of data ports never ends
+ *   - the count of RTSPServer_Init is not above 0,
+ *   - memory or a thread cannot be allocated, or the range of data ports never ends
  *     (see tagRtspServerPara.nMaxPort),
  *   - it is called from inside the event function,
- *   - the server port cannot be bound.
+ *   - the server port cannot be bound. errno is then EADDRINUSE (98) for a port in use, and EACCES
+ *     (13) for a port that the process may not use. A standard output that fails to take the log
+ *     line replaces this value; the line itself names the right one.
  */
 RTSPS_EXPORT int32_t RTSPServer_Start(void);
 
@@ -270,10 +285,11 @@ RTSPS_EXPORT int32_t RTSPServer_Stop(void);
  *
  * The call sends on the calling thread and never waits for a client: what a client's socket does
  * not take is buffered up to 128 KiB (TCP) or dropped (UDP), and a client with more than 20 short
- * pushes in a row is ended. For a client that has set up one stream only, pushes of the other count
- * as short: it is ended when more than 20 of them come without one of its own in between. Pushes
- * from several threads are allowed if each pushes a buffer of its own; the packets of one stream
- * then leave in the order of the calls.
+ * pushes in a row is ended; RTSPS_EVENT_CLOSED follows within 50 ms. The rule counts pushes, video
+ * and audio together, and not time. For a client that has set up one stream only, pushes of the
+ * other count as short: it is ended when more than 20 of them come without one of its own in
+ * between. Pushes from several threads are allowed if each pushes a buffer of its own; the packets
+ * of one stream then leave in the order of the calls.
  *
  * @param[in] nChan        as in RTSPServer_SetStreamInfo.
  * @param[in] nStreamType  as in RTSPServer_SetStreamInfo.
@@ -298,10 +314,10 @@ RTSPS_EXPORT int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType
 RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, int32_t nLen);
 
 /**
- * Sets the function that hears of clients, and its user pointer. Call it before RTSPServer_Start: a
- * client that connects while no function is set stays unheard of to its end. As long as a function
- * stays set, there is one RTSPS_EVENT_CLOSED for every RTSPS_EVENT_CONNECTED, and nothing of that
- * client after it. A client beyond RTSPS_MAX_SESSIONS raises no event.
+ * Sets the event function and its user pointer. Call it before RTSPServer_Start: a client that
+ * connects while no function is set never raises an event. As long as a function stays set, there
+ * is one RTSPS_EVENT_CLOSED for every RTSPS_EVENT_CONNECTED, and no event of that client after it.
+ * A client beyond RTSPS_MAX_SESSIONS raises no event.
  *
  * After this returns no new call uses the old pair; a call that is on its way may still run.
  *
