@@ -22,12 +22,12 @@ class CUdpTransmitterTest : public ::testing::Test {
         m_info.clientAddr = MakeAddr("127.0.0.1", m_peer.Port());
         ASSERT_EQ(m_transmitter.open(&m_info), 0);
     }
-    // Sends a run of two units as one burst.
+    // Sends a run of two units as one burst; the bytes taken.
     int SendBurst() {
         Bytes run = MakeRun({96, 1, 0, 100, 1}, 2);
         const CRtpBurst burst(run.data(), static_cast<int>(run.size()), CRtpBurst::DATAGRAMS,
-                              {m_info.dwRtpSSRC, 0}, 0);
-        return m_transmitter.SendBurst(burst);
+                              {m_info.dwRtpSSRC, CUnitStamp::LEFT_ALONE, 0}, 0);
+        return m_transmitter.SendBurst(burst).nBytes;
     }
     static bool KernelSegments() {
         const int off = 0;
