@@ -322,8 +322,9 @@ bool CRtspSession::handle_message(const char* buf, int msgLen) {
         m_events.SetReason(RTSPS_CLOSE_REFUSED);
         return false;
     }
-    proc_rtsp_msg_hook(msg.get());
-    return true;
+    const int nResult = proc_rtsp_msg_hook(msg.get());
+    // Kept: a received response gives -1, which is ignored.
+    return nResult == 0 || !msg->IsRequest();
 }
 
 int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLen) {
@@ -361,53 +362,36 @@ int CRtspSession::proc_response(CRtspMsg* /*msg*/) {
     return 0;
 }
 
-int CRtspSession::send_response(const CRtspResponse* resp) {
-    char szBuf[SEND_BUFFER_SIZE + 1] = {};
-    const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
-    RTSPS_LOG(INFO, "\n[%s]\n", szBuf);
-    int nError = 0;
-    const bool bSent = send_text(szBuf, nLen, &nError);
-    return finish_response(bSent, nError);
-}
-
-int CRtspSession::send_play_response(const CRtspResponse* resp) {
-    char szBuf[SEND_BUFFER_SIZE + 1] = {};
-    const int nLen = resp->as_binary(szBuf, SEND_BUFFER_SIZE);
-    RTSPS_LOG(INFO, "\n[%s]\n", szBuf);
-    int nError = 0;
-    bool bSent = false;
-    {
-        // A push that sees the new state waits here until the reply is out.
-        const CLockGuard guard(m_mutexSend);
-        const eRTSP_METHOD_INDEX before = m_emRtspStat;
-        m_emRtspStat.store(RTSP_PLAY, std::memory_order_release);
-        bSent = send_text_locked(szBuf, nLen, &nError);
-        if (!bSent) {
-            m_emRtspStat = before;
+// A message as it leaves.
+struct CRtspSession::CSendText {
+    explicit CSendText(const CRtspMsg& msg, const char* szBody = "", int nBodyLen = 0)
+        : nLen(msg.as_binary(sz, SEND_BUFFER_SIZE)) {
+        if (nLen >= 0 && nBodyLen > 0) {
+            CTextAppender text(sz, SEND_BUFFER_SIZE);
+            text.Append(szBody);
+            nLen = text.Overflowed() ? -1 : nLen + nBodyLen;
         }
     }
-    return finish_response(bSent, nError);
-}
 
-int CRtspSession::finish_response(bool bSent, int nError) {
-    if (!bSent) {
-        RTSPS_LOG(ERROR, "send_response failed, , fd[%d],errno[%d]", m_sockfd.load(), nError);
+    char sz[SEND_BUFFER_SIZE + 1] = {};
+    int nLen;        // negative: it does not fit, or lacks a part, and is not sent
+    int nError = 0;  // the system's error number after the send
+};
+
+int CRtspSession::send_response(const CRtspResponse* resp, EAfterReply after) {
+    CSendText text(*resp);
+    RTSPS_LOG(INFO, "\n[%s]\n", text.sz);
+    if (!send_text(&text, after)) {
+        RTSPS_LOG(ERROR, "send_response failed, , fd[%d],errno[%d]", m_sockfd.load(), text.nError);
         return -1;
     }
     return 0;
 }
 
 int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body, int bodyLen) {
-    char szBuf[SEND_BUFFER_SIZE + 1] = {};
-    int nLen = resp.as_binary(szBuf, SEND_BUFFER_SIZE);
-    if (nLen >= 0) {
-        CTextAppender reply(szBuf, SEND_BUFFER_SIZE);
-        reply.Append(body);
-        nLen = reply.Overflowed() ? -1 : nLen + bodyLen;
-    }
-    RTSPS_LOG(INFO, "\n[%s]\n", szBuf);
-    int nError = 0;
-    if (!send_text(szBuf, nLen, &nError)) {
+    CSendText text(resp, body, bodyLen);
+    RTSPS_LOG(INFO, "\n[%s]\n", text.sz);
+    if (!send_text(&text, EAfterReply::KEEPS_STATE)) {
         RTSPS_LOG(WARN, "Send SDP INFO ERROR, , FD[%d]", m_sockfd.load());
         return -1;
     }
@@ -415,34 +399,36 @@ int CRtspSession::send_sdp_response(const CRtspResponse& resp, const char* body,
 }
 
 int CRtspSession::send_request(const CRtspRequest* req) {
-    char szBuf[SEND_BUFFER_SIZE + 1] = {};
-    const int nLen = req->as_binary(szBuf, SEND_BUFFER_SIZE);
-    RTSPS_LOG(INFO, "\n%s\n", szBuf);
-    int nError = 0;
-    if (!send_text(szBuf, nLen, &nError)) {
+    CSendText text(*req);
+    RTSPS_LOG(INFO, "\n%s\n", text.sz);
+    if (!send_text(&text, EAfterReply::KEEPS_STATE)) {
         RTSPS_LOG(WARN, "send_request ERROR, , FD[%d]", m_sockfd.load());
         return -1;
     }
     return 0;
 }
 
-bool CRtspSession::send_text(char* buf, int len, int* pErrno) {
+// Sends a message over the path that the session has: its transport once there is one, else the
+// bare connection. The state changes under the lock: a push that sees the state PLAY waits here
+// until the reply is out.
+bool CRtspSession::send_text(CSendText* pText, EAfterReply after) {
     const CLockGuard guard(m_mutexSend);
-    return send_text_locked(buf, len, pErrno);
-}
-
-// Sends a serialised message on the road that the session has: its transport once there is one,
-// else the bare connection. A negative length is a message that did not fit or lacks
-// a part.
-bool CRtspSession::send_text_locked(char* buf, int len, int* pErrno) {
-    if (len < 0) {
-        return false;
+    const eRTSP_METHOD_INDEX before = m_emRtspStat;
+    if (after == EAfterReply::PLAYS) {
+        m_emRtspStat.store(RTSP_PLAY, std::memory_order_release);
     }
-    const int nSent = m_pTransCtrl != nullptr ? m_pTransCtrl->SendMsg(buf, len, 0)
-                                              : CBB_Sendn(m_sockfd, buf, len, 0);
-    *pErrno = GetSystemLastError();
-    if (nSent >= 0 && nSent != len) {
+    int nSent = -1;
+    if (pText->nLen >= 0) {
+        nSent = m_pTransCtrl != nullptr ? m_pTransCtrl->SendMsg(pText->sz, pText->nLen, 0)
+                                        : CBB_Sendn(m_sockfd, pText->sz, pText->nLen, 0);
+        pText->nError = GetSystemLastError();
+    }
+    const bool bSent = pText->nLen >= 0 && nSent == pText->nLen;
+    if (!bSent && nSent >= 0) {
         m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
     }
-    return nSent == len;
+    if (!bSent && after == EAfterReply::PLAYS) {
+        m_emRtspStat = before;
+    }
+    return bSent;
 }

@@ -8,6 +8,7 @@
 
 #include "cbb.h"
 #include "rtsp_common.h"
+#include "rtsp_header.h"
 #include "rtsp_msg_parser.h"
 #include "rtsps_event.h"
 #include "rtsps_thread_safety.h"
@@ -120,13 +121,13 @@ class CRtspSession {
     int setup_select_stream(const CRtspMsg* msg, CSetup* pSetup);
     int setup_transport(const CRtspMsg* msg, CSetup* pSetup);
     int setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup);
-    int setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, int nProtocol);
+    int setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_protocol protocol);
     int setup_open(const CRtspMsg* msg, CSetup* pSetup);
 
     // Checks
     int check_authentication(const CRtspMsg* msg);
     int check_credentials(const CRtspMsg* msg);
-    int refuse_authentication(CRtspResponse* resp, int nResult);
+    void refuse_authentication(const CRtspMsg* msg);
     int check_req_session_id(const CRtspMsg* msg);
     int check_req_cfg_validity() { return 0; }
 
@@ -144,16 +145,14 @@ class CRtspSession {
     int send_response_no_bandwidth(const CRtspMsg* msg);
 
     // Send path; 0 or -1. A reply that does not fit SEND_BUFFER_SIZE, or lacks a part, is not sent:
-    // -1.
-    int send_response(const CRtspResponse* resp);
-    // The same for a reply with which the session begins to play: media of a push that comes while
-    // it is sent follows right behind it.
-    int send_play_response(const CRtspResponse* resp);
-    int finish_response(bool bSent, int nError);
+    // -1. With PLAYS the session plays from the reply on: media of a push that comes while it is
+    // sent follows right after it. A reply that is not sent leaves the state as it was.
+    enum class EAfterReply { KEEPS_STATE, PLAYS };
+    struct CSendText;
+    int send_response(const CRtspResponse* resp, EAfterReply after = EAfterReply::KEEPS_STATE);
     int send_sdp_response(const CRtspResponse& resp, const char* body, int bodyLen);
     int send_request(const CRtspRequest* req);
-    bool send_text(char* buf, int len, int* pErrno) EXCLUDES(m_mutexSend);
-    bool send_text_locked(char* buf, int len, int* pErrno) REQUIRES(m_mutexSend);
+    bool send_text(CSendText* pText, EAfterReply after) EXCLUDES(m_mutexSend);
 
     // Media
     bool takes_push(int chan, int streamtype) const;

@@ -292,9 +292,8 @@ int CRtspSession::setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup) {
     return 0;
 }
 
-int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, int nProtocol) {
+int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_protocol protocol) {
     TRANS_INFO* pInfo = &pSetup->transInfo;
-    const auto protocol = static_cast<trans_protocol>(nProtocol);
     pInfo->mode = protocol == protocol_tcp ? TCP_MODE : UDP_MODE;
     pSetup->nClientPort = CRtspTransport::GetClientPort(*msg->GetHeader("Transport"));
     if (pSetup->nClientPort == 0) {
@@ -369,7 +368,7 @@ int CRtspSession::proc_play(CRtspMsg* msg) {
     // Kept: neither Range nor RTP-Info.
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     resp.append_cseq(msg);
-    if (send_play_response(&resp) < 0) {
+    if (send_response(&resp, EAfterReply::PLAYS) < 0) {
         RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
@@ -463,14 +462,13 @@ int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
 }
 
 int CRtspSession::check_authentication(const CRtspMsg* msg) {
-    CRtspResponse resp;
-    resp.append_cseq(msg);
     if (m_nCheckUserPwdMode == 0 || m_bAuthChecked) {
         return 0;
     }
     const int nResult = check_credentials(msg);
     if (nResult != 0) {
-        return refuse_authentication(&resp, nResult);
+        refuse_authentication(msg);
+        return nResult;
     }
     m_bAuthChecked = !m_bEachReqAuthCheck;
     return 0;
@@ -494,23 +492,23 @@ int CRtspSession::check_credentials(const CRtspMsg* msg) {
     }
 }
 
-int CRtspSession::refuse_authentication(CRtspResponse* resp, int nResult) {
+void CRtspSession::refuse_authentication(const CRtspMsg* msg) {
+    CRtspResponse resp(RTSP_STATUS_401);
+    resp.append_cseq(msg);
     switch (m_nCheckUserPwdMode) {
         case AUTH_BASIC:
             RTSPS_LOG(WARN, "Need Authorization Basic");
-            resp->append("WWW-Authenticate", "Basic realm=\"/\"");
+            resp.append("WWW-Authenticate", "Basic realm=\"/\"");
             break;
         case AUTH_DIGEST:
             RTSPS_LOG(WARN, "Need Authorization Digest");
-            resp->append("Authorization", "Digest");  // kept: not "WWW-Authenticate"
+            resp.append("Authorization", "Digest");  // kept: not "WWW-Authenticate"
             break;
         default:
             RTSPS_LOG(WARN, "m_CheckUserPwdMode ERROR %d", m_nCheckUserPwdMode);
             break;
     }
-    resp->SetResponseCode(RTSP_STATUS_401);
-    send_response(resp);
-    return nResult;
+    send_response(&resp);
 }
 
 int CRtspSession::send_status(const CRtspMsg* msg, eRTSP_STATUS_CODE_INDEX index) {
