@@ -63,6 +63,17 @@ ensure_packages() {
     } </dev/null >&2 || die "apt-get could not install: $list. Its messages above say why."
 }
 
+# ensure_relay_packages: what examples/relay needs. Debian starts a web server when nginx is
+# installed; only its program is needed here.
+ensure_relay_packages() {
+    local had_nginx=
+    ! have_package nginx || had_nginx=1
+    ensure_packages ffmpeg=ffmpeg nginx util-linux=setpriv
+    if [[ -z $had_nginx && -d /run/systemd/system ]] && have_package nginx; then
+        as_root systemctl --quiet disable --now nginx </dev/null >&2 || true
+    fi
+}
+
 # configure PRESET [ARGUMENT...]: runs CMake in the project's folder, which must be the current one.
 configure() {
     local preset=$1

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+// Plays the relay's stream and returns by itself after every interruption. It reads the playlist once
+// a second, whichever player is used. That tells whether there is a stream, and whether the relay has
+// begun a new one, which a player must not take for a continuation of the old one.
+"use strict";
+
+const PLAYLIST = "live/stream.m3u8";
+const HLS_TYPE = "application/vnd.apple.mpegurl";
+// Milliseconds between two looks at the playlist.
+const LIVE_TICK = 1000;
+const WAITING_TICK = 500;
+// Milliseconds without a new picture before the player is taken down: at its start, and later.
+const START_LIMIT = 6000;
+const STALL_LIMIT = 1500;
+// So many players in a row that showed nothing: the browser cannot play this stream.
+const FAILURES = 3;
+// Players need so many segments in the playlist at their start.
+const SEGMENTS = 2;
+
+const video = document.getElementById("video");
+const buttons = {};
+for (const id of ["play", "sound", "full"])
+  buttons[id] = document.getElementById(id);
+
+let useHlsJs = false;  // the browser cannot play HLS itself
+let hls = null;        // hls.js's player
+let run = null;        // what the player plays; null: there is no player
+let endedAt = "";      // the playlist at which the last player ended
+let shown = false;     // the player has shown a picture
+let movedAt = 0;       // when the picture last moved
+let position = 0;
+let failures = 0;
+let paused = false;    // by the viewer
+
+function show(state, text) {
+  document.body.dataset.state = state;
+  const field = document.getElementById("state");
+  if (field.textContent !== text)
+    field.textContent = text;
+}
+
+// Returns whether hls.js is there and can play.
+function loadHlsJs() {
+  if (window.Hls !== undefined)
+    return window.Hls.isSupported();
+  return new Promise((resolve) => {
+    const script = document.createElement("script");
+    script.src = "hls.js";
+    script.onload = () => resolve(window.Hls.isSupported());
+    script.onerror = () => resolve(false);
+    document.head.append(script);
+  });
+}
+
+// ?player=hls.js prefers it where the browser can play HLS itself, too.
+async function choosePlayer() {
+  const asked = new URLSearchParams(location.search).get("player") === "hls.js";
+  const own = video.canPlayType(HLS_TYPE) !== "";
+  useHlsJs = (asked || !own) && await loadHlsJs();
+  return own || useHlsJs;
+}
+
+function attach(newRun) {
+  run = newRun;
+  shown = false;
+  movedAt = performance.now();
+  position = 0;
+  if (useHlsJs) {
+    hls = new window.Hls({ enableWorker: false, liveSyncDurationCount: 2,
+                           liveMaxLatencyDurationCount: 5 });
+    hls.on(window.Hls.Events.ERROR, (_, error) => {
+      if (error.fatal)
+        giveUp();
+    });
+    hls.loadSource(PLAYLIST);
+    hls.attachMedia(video);
+  } else {
+    video.src = PLAYLIST;
+  }
+  video.play().catch((error) => {
+    if (error.name === "NotAllowedError")
+      setPaused(true);
+  });
+}
+
+function detach(playlist) {
+  run = null;
+  endedAt = playlist;
+  if (hls !== null)
+    hls.destroy();
+  hls = null;
+  video.removeAttribute("src");
+  video.load();
+}
+
+// The next look at the playlist takes the player down.
+function giveUp() {
+  movedAt = -Infinity;
+}
+
+function watchPicture(now) {
+  if (video.currentTime !== position && video.readyState >= 2) {
+    position = video.currentTime;
+    movedAt = now;
+    if (position > 0.2) {
+      shown = true;
+      failures = 0;
+    }
+  }
+}
+
+// Returns the playlist, or "" while there is none.
+async function fetchPlaylist() {
+  const reply = await fetch(PLAYLIST, { cache: "no-cache", signal: AbortSignal.timeout(3000) });
+  if (reply.status === 404)
+    return "";
+  if (!reply.ok)
+    throw new Error(`The server answers ${reply.status}`);
+  return reply.text();
+}
+
+// Returns the name of the stream's current run, or null while there is too little of it.
+function runOf(playlist) {
+  const map = /#EXT-X-MAP:URI="([^"]+)"/.exec(playlist);
+  return map === null || playlist.split("#EXTINF:").length <= SEGMENTS ? null : map[1];
+}
+
+function isStalled(now) {
+  watchPicture(now);
+  return now - movedAt > (shown ? STALL_LIMIT : START_LIMIT);
+}
+
+// Takes the player down when it plays no more, or what is no longer there.
+async function endOldPlayer(playlist, newRun) {
+  const stalled = isStalled(performance.now());
+  if (!stalled && (newRun === null || newRun === run))
+    return;
+  const failed = stalled && !shown && newRun === run;
+  // The playlist of a stream that stands still would only show its last seconds again.
+  detach(newRun === run ? playlist : "");
+  if (failed && !useHlsJs && await loadHlsJs())
+    useHlsJs = true;
+  else if (failed)
+    failures++;
+}
+
+async function follow(playlist) {
+  const newRun = runOf(playlist);
+  if (run !== null)
+    await endOldPlayer(playlist, newRun);
+  if (run === null && newRun !== null && playlist !== endedAt)
+    attach(newRun);
+  if (run !== null && shown)
+    show("live", "Live");
+  else if (failures >= FAILURES)
+    show("error", "This browser cannot play the stream");
+  else
+    show("waiting", newRun === null ? "Waiting for the camera" : "Starting");
+}
+
+async function tick() {
+  if (paused)
+    return;
+  try {
+    const playlist = await fetchPlaylist();
+    if (!paused)
+      await follow(playlist);
+  } catch (error) {
+    if (run !== null && isStalled(performance.now()))
+      detach("");
+    if (run === null)
+      show("error", error instanceof TypeError || error.name === "TimeoutError"
+        ? "The server does not answer" : error.message);
+  }
+}
+
+function setPaused(value) {
+  paused = value;
+  buttons.play.textContent = paused ? "Play" : "Pause";
+  if (paused) {
+    video.pause();
+    if (hls !== null)
+      hls.stopLoad();
+    show("paused", "Paused");
+  } else {
+    // What is live now is no continuation of the still.
+    detach("");
+    show("waiting", "Starting");
+  }
+}
+
+function setSound(on) {
+  video.muted = !on;
+  buttons.sound.setAttribute("aria-pressed", String(on));
+}
+
+function toggleFullScreen() {
+  const frame = document.getElementById("frame");
+  if (document.fullscreenElement !== null)
+    document.exitFullscreen();
+  else if (frame.requestFullscreen)
+    frame.requestFullscreen();
+  else
+    video.webkitEnterFullscreen();  // iPhone
+}
+
+const ACTIONS = {
+  play: () => setPaused(!paused),
+  sound: () => setSound(video.muted),
+  full: toggleFullScreen,
+};
+const KEYS = { " ": "play", k: "play", m: "sound", f: "full" };
+
+function listenToViewer() {
+  for (const [id, action] of Object.entries(ACTIONS))
+    buttons[id].addEventListener("click", action);
+  document.addEventListener("keydown", (event) => {
+    const id = KEYS[event.key.toLowerCase()];
+    const onButton = event.target instanceof HTMLButtonElement && event.key === " ";
+    if (id === undefined || onButton || event.repeat || event.ctrlKey || event.altKey || event.metaKey)
+      return;
+    event.preventDefault();
+    ACTIONS[id]();
+  });
+}
+
+async function main() {
+  listenToViewer();
+  video.addEventListener("error", giveUp);
+  if (!await choosePlayer()) {
+    show("error", "This browser needs hls.js: start the relay with --hls-js");
+    return;
+  }
+  for (;;) {
+    await tick();
+    const pause = run !== null && shown ? LIVE_TICK : WAITING_TICK;
+    await new Promise((resolve) => setTimeout(resolve, pause));
+  }
+}
+
+main();
