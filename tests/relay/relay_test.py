@@ -1,0 +1,307 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""The relay without a browser: what it serves, what it survives, and what it leaves.
+Usage: relay_test.py CASE source_folder live_host"""
+
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+from harness import (FPS, HEIGHT, WIDTH, Fault, Host, Process, Relay, check, free_port, make_clip,
+                     picture, wait_until)
+
+LISTED = 6          # segments in the playlist
+KEPT = LISTED + 3   # on the disk: players may still load those that have just left the list
+
+
+class Setup:
+    def __init__(self, source, live_host, work):
+        self.source, self.live_host, self.work = source, live_host, work
+        self.program = os.path.join(source, "examples", "relay", "relay")
+        self.processes = []
+
+    def clip(self, seconds, **options):
+        path = os.path.join(self.work, "clip.h264")
+        make_clip(path, seconds, **options)
+        return path
+
+    def keep(self, process):
+        self.processes.append(process)
+        return process
+
+    def host(self, *arguments):
+        return self.keep(Host(self.live_host, self.work, arguments))
+
+    def relay(self, host, *arguments, **options):
+        return self.keep(Relay(self.program, host.url, self.work, arguments, **options))
+
+    def end(self):
+        for process in self.processes:
+            process.kill()
+
+    def logs(self):
+        return "\n".join(f"{process.log}:\n{process.output()}" for process in self.processes)
+
+
+def wait_for_segments(relay, count=2, seconds=10):
+    return wait_until(lambda: len(relay.segments()) >= count, seconds, f"{count} segments")[1]
+
+
+def wait_for_new_segments(relay, known, seconds=5):
+    wait_until(lambda: set(relay.segments()) - set(known), seconds, "new segments")
+
+
+def live_files(relay):
+    [work] = os.listdir(relay.folder)
+    return os.listdir(os.path.join(relay.folder, work, "www", "live"))
+
+
+def decode(url, *options):
+    """The raw pictures that ffmpeg decodes."""
+    command = ["ffmpeg", "-hide_banner", "-nostdin", "-loglevel", "error", *options, "-i", url,
+               "-map", "0:v", "-fps_mode", "passthrough", "-f", "rawvideo", "-pix_fmt", "yuv420p",
+               "-"]
+    result = subprocess.run(command, stdout=subprocess.PIPE, check=True, timeout=30).stdout
+    size = WIDTH * HEIGHT * 3 // 2
+    return [result[at:at + size] for at in range(0, len(result), size)]
+
+
+def number_of(image):
+    """The number that a decoded picture carries; the coding has blurred it."""
+    sharp = [picture(bit and 1 << bit - 1) for bit in range(13)]
+    place = [12 * WIDTH + next(x for x in range(WIDTH) if one[12 * WIDTH + x] == 255) + 12
+             for one in sharp[1:]]
+    return sum(1 << bit for bit, at in enumerate(place) if image[at] > 127)
+
+
+def check_children_gone(relay, group):
+    wait_until(lambda: subprocess.run(["pgrep", "-r", "R,S,D,T", "-s", str(group)], stdout=subprocess.DEVNULL,
+                                      check=False).returncode == 1, 2, "no process is left")
+
+
+def serves(setup):
+    """Types, cache headers, segments of a second, the picture as it was, one client, Ctrl-C."""
+    host = setup.host("--video", setup.clip(60), "--no-cue", "--audio",
+                      os.path.join(setup.source, "examples", "media", "clip.alaw"))
+    relay = setup.relay(host)
+    check(wait_for_segments(relay) < 5, "the first segments come late")
+    for path, kind, cache in (("", "text/html", "no-cache"),
+                              ("page.js", "text/javascript", "no-cache"),
+                              ("live/stream.m3u8", "application/vnd.apple.mpegurl", "no-cache"),
+                              ("live/" + relay.segments()[-1], "video/mp4", "immutable")):
+        status, headers, _ = relay.get(path)
+        found = f"{path}: {status} {headers['Content-Type']} {headers['Cache-Control']}"
+        check(status == 200 and headers["Content-Type"].startswith(kind) and
+              cache in headers["Cache-Control"], found)
+    check(relay.get("live/missing.m4s")[0] == 404, "something is served that does not exist")
+    check(relay.get("listen.conf")[0] == 404 and relay.get("../nginx.conf")[0] != 200,
+          "the configuration is served")
+    with socket.socket() as other:  # 127.0.0.2 is this machine's, too
+        check(other.connect_ex(("127.0.0.2", relay.port)) != 0, "it listens on all addresses")
+
+    wait_for_segments(relay, LISTED)
+    durations = re.findall(r"#EXTINF:([\d.]+)", relay.get("live/stream.m3u8")[2].decode())
+    check(all(0.9 < float(each) < 1.1 for each in durations), f"segments of {durations} s")
+    streams = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_name", "-of",
+                              "csv=p=0", relay.page + "live/stream.m3u8"],
+                             stdout=subprocess.PIPE, text=True, check=True, timeout=30).stdout
+    check(set(streams.split()) == {"h264", "aac"}, f"it serves {streams.split()}")
+    images = decode(relay.page + "live/stream.m3u8", "-t", "3")
+    numbers = [number_of(image) for image in images]
+    check(len(numbers) >= 2 * FPS and numbers == list(range(numbers[0], numbers[0] + len(numbers))),
+          f"pictures {numbers}")
+
+    wait_until(lambda: len(live_files(relay)) == KEPT + 2, 10, "the list is full")
+    for _ in range(30):
+        names = live_files(relay)
+        check(len(names) <= KEPT + 4, f"the disk fills: {names}")  # one of each kind being written
+        time.sleep(0.1)
+    check(host.output().count("now has") == 1, "the server has seen more than one client")
+    group = relay.process.pid
+    check(relay.interrupt() < 1.5, "Ctrl-C takes long")
+    check(relay.process.returncode == 0, f"it ended with {relay.process.returncode}")
+    check_children_gone(relay, group)
+    check(not os.listdir(relay.folder), "it leaves files")
+
+
+def ffmpeg_dies(setup):
+    """Growing pauses, no files of earlier runs, no hang, no orphans."""
+    host = setup.host("--video", setup.clip(60))
+    relay = setup.relay(host, "--patience", "2")
+    wait_for_segments(relay)
+    pauses = []
+    for expected in (0.25, 0.5, 1):
+        [ffmpeg] = relay.children("ffmpeg")
+        killed = time.monotonic()
+        os.kill(ffmpeg, signal.SIGKILL)
+        wait_until(lambda old=ffmpeg: relay.children("ffmpeg") not in ([], [old]), 10, "ffmpeg again")
+        pauses.append(time.monotonic() - killed)
+        check(expected <= pauses[-1] < expected + 1.5, f"pauses of {pauses} s")
+    wait_for_segments(relay)
+    runs = {name.split("-")[0] for name in live_files(relay) if "-" in name}
+    check(len(runs) == 1, f"files of runs {runs}")
+
+    [ffmpeg] = relay.children("ffmpeg")
+    known = relay.segments()
+    os.kill(ffmpeg, signal.SIGSTOP)
+    wait_until(lambda: ffmpeg not in relay.children("ffmpeg"), 8, "a new ffmpeg for one that hangs")
+    wait_for_new_segments(relay, known, 8)
+
+    group = relay.process.pid
+    relay.process.kill()
+    check_children_gone(relay, group)
+
+
+def server_restarts(setup):
+    """New segments within 4 s; the browser's test has the picture. Not before the server is back."""
+    host = setup.host("--video", setup.clip(60))
+    relay = setup.relay(host)
+    for away in (0, 3):
+        wait_for_segments(relay)
+        host.kill()
+        wait_until(lambda: not relay.segments(), 3, "the old playlist is gone")
+        time.sleep(away)
+        host.start()
+        check(wait_for_segments(relay) < 4, "the stream comes back late")
+    host.process.send_signal(signal.SIGSTOP)  # its connections stay, and are silent
+    wait_until(lambda: not relay.segments(), 8, "the silent server is given up")
+    host.process.send_signal(signal.SIGCONT)
+    wait_for_segments(relay)
+
+
+def late_key_frame(setup):
+    """One key frame every 6 s: later than ffmpeg looks at a stream unless told to."""
+    host = setup.host("--video", setup.clip(60, key_frame_every=6), "--no-cue")
+    time.sleep(0.3)  # the first key frame is gone
+    relay = setup.relay(host)
+    wait_for_segments(relay, 1, 16)
+    check("ffmpeg has ended" not in relay.output(), "ffmpeg gave up")
+    _, _, playlist = relay.get("live/stream.m3u8")
+    check(b"#EXT-X-TARGETDURATION:6" in playlist, playlist.decode())
+    numbers = [number_of(image) for image in decode(relay.page + "live/stream.m3u8", "-t", "5")]
+    check(numbers == list(range(numbers[0], numbers[0] + len(numbers))) and
+          numbers[0] % (6 * FPS) == 0 and len(numbers) >= 4 * FPS, f"pictures {numbers}")
+
+
+def full_disk(setup):
+    """The disk has room for nothing, and then for something again."""
+    if os.geteuid() != 0:
+        print("skipped: only root can make a small disk")
+        sys.exit(77)
+    host = setup.host("--video", setup.clip(60))
+    mount = 'mount -t tmpfs -o size=1m,mode=755 tmpfs "$1" && shift && exec "$@"'
+    relay = setup.relay(host, before=lambda folder: ["unshare", "--mount", "sh", "-c", mount, "sh",
+                                                     folder])
+    wait_for_segments(relay)
+    filler = f"/proc/{relay.process.pid}/root{relay.folder}/filler"
+    with open(filler, "wb", buffering=0) as file:
+        try:
+            while file.write(bytes(4096)) == 4096:
+                pass
+        except OSError:
+            pass
+    known = relay.segments()
+    time.sleep(4)
+    check(relay.process.poll() is None, "the relay has ended")
+    check(relay.get("")[0] == 200, "the page is not served")
+    os.remove(filler)
+    wait_for_new_segments(relay, known, 12)
+
+
+def protected(setup):
+    """HTTPS and passwords: refused without, played with."""
+    certificate, key, users = (os.path.join(setup.work, name) for name in ("cert", "key", "users"))
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "1", "-subj", "/CN=localhost",
+                    "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", certificate],
+                   check=True, stderr=subprocess.DEVNULL)
+    hashed = subprocess.run(["openssl", "passwd", "-6", "a password"], check=True, text=True,
+                            stdout=subprocess.PIPE).stdout
+    with open(users, "w", encoding="ascii") as file:
+        file.write("viewer:" + hashed)
+    host = setup.host("--video", setup.clip(60))
+    relay = setup.relay(host, "--certificate", certificate, "--key", key, "--users", users,
+                        scheme="https")
+
+    def curl(path, *options):
+        """Status and body."""
+        body = os.path.join(setup.work, "body")
+        done = subprocess.run(["curl", "--silent", "--cacert", certificate, "--output", body,
+                               "--write-out", "%{http_code}", *options, relay.page + path],
+                              stdout=subprocess.PIPE, text=True, check=False, timeout=10)
+        with open(body, "rb") as file:
+            return int(done.stdout), file.read()
+
+    viewer = ("--user", "viewer:a password")
+    wait_until(lambda: curl("live/stream.m3u8", *viewer)[0] == 200, 10, "a stream")
+    playlist = curl("live/stream.m3u8", *viewer)[1].decode()
+    names = re.findall(r'URI="(.+)"', playlist) + re.findall("^[^#].*", playlist, re.M)[:1]
+    for path in ["", "page.js", "live/stream.m3u8", *("live/" + name for name in names)]:
+        check(curl(path)[0] == 401, f"'{path}' is served to everybody")
+        check(curl(path, "--user", "viewer:another")[0] == 401, f"any password opens '{path}'")
+        check(curl(path, *viewer)[0] == 200, f"'{path}' is refused")
+    played = os.path.join(setup.work, "played.mp4")
+    with open(played, "wb") as file:
+        for name in names:
+            file.write(curl("live/" + name, *viewer)[1])
+    check(len(decode(played)) in (FPS - 1, FPS), "what was fetched does not play")
+    plain = subprocess.run(["curl", "--silent", "--output", os.devnull, "--write-out", "%{http_code}",
+                            relay.page.replace("https", "http")], stdout=subprocess.PIPE, text=True,
+                           check=False, timeout=10).stdout
+    check(plain == "400", f"without TLS it answers {plain}")
+
+
+def demo(setup):
+    """Host and relay together: one ends with the other, and both with Ctrl-C."""
+    program = os.path.join(setup.source, "examples", "relay", "web_demo")
+    ports = [str(free_port()), str(free_port())]
+    command = [program, setup.live_host, "--web", "--port", ports[0], "--http-port", ports[1]]
+    with open(os.path.join(setup.source, "examples", "media", "clip.h264"), "rb") as clip:
+        piped = setup.keep(Process([*command, "--video", "-", "--seconds", "3"], setup.work, "piped",
+                                   stdin=clip))
+        wait_until(lambda: piped.process.poll() is not None, 10, "the end after 3 s")
+    check("watches chan1/main" in piped.output() and piped.process.returncode == 0, "no picture")
+    check_children_gone(piped, piped.process.pid)
+
+    both = setup.keep(Process(command, setup.work, "demo", stdin=subprocess.DEVNULL))
+    both.wait_for("watches chan1/main")
+    second = setup.keep(Process([*command[:4], str(free_port()), *command[5:]], setup.work, "second",
+                                stdin=subprocess.DEVNULL))
+    wait_until(lambda: second.process.poll() is not None, 10, "a refusal of a port in use")
+    check(second.process.returncode == 1, f"a port in use ends with {second.process.returncode}")
+    os.killpg(both.process.pid, signal.SIGINT)
+    check(both.process.wait(3) == 0, f"Ctrl-C ends with {both.process.returncode}")
+    check_children_gone(both, both.process.pid)
+
+
+CASES = {case.__name__: case for case in (serves, ffmpeg_dies, server_restarts, late_key_frame,
+                                          full_disk, protected, demo)}
+
+
+def main():
+    case, source, live_host = sys.argv[1:]
+    for program in ("ffmpeg", "nginx", "curl", "openssl", "setpriv"):
+        if shutil.which(program, path=os.environ["PATH"] + ":/usr/sbin") is None:
+            print(f"skipped: there is no {program}")
+            return 77
+    with tempfile.TemporaryDirectory() as work:
+        os.chmod(work, 0o755)  # ffmpeg may run as another user
+        setup = Setup(source, live_host, work)
+        try:
+            CASES[case](setup)
+            return 0
+        except Fault as fault:
+            print(f"{fault}\n{setup.logs()}")
+            return 1
+        finally:
+            setup.end()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
