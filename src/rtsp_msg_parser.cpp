@@ -106,10 +106,6 @@ int CRtspMsgParser::ScanHeaders(const char* data, int len) {
     while (nSkipped < len && IsLeadingSpace(data[nSkipped])) {
         ++nSkipped;
     }
-    if (nSkipped > len) {  // never true, since the loop is bounded; kept with its text
-        RTSPS_LOG(ERROR, "ERROR, Input msg are invalid");
-        return -1;
-    }
     CMimeStream stream(data + nSkipped, len - nSkipped);
     CMimeScanner scanner(stream, &m_folded);
     bool bAfterLineEnd = false;

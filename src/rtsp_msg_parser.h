@@ -41,7 +41,7 @@ class CRtspMsgParser {
     // finds is added to `header`.
 
     // Fills the line list. Returns the length of the header block, skipped leading bytes included
-    // (only these when no blank line closes the block), or -1.
+    // (only these when no blank line closes the block).
     int ScanHeaders(const char* data, int len);
     std::unique_ptr<CRtspMsg> ParseRequest();
     std::unique_ptr<CRtspMsg> ParseResponse();

@@ -33,7 +33,7 @@ bool CSessionEvents::InCallBack() {
     return t_bInCallBack;
 }
 
-void CSessionEvents::Decide(bool bRegistered) {
+void CSessionEvents::ReportRegistration(bool bRegistered) {
     if (!m_bExpected) {
         return;
     }

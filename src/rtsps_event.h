@@ -23,9 +23,9 @@ class CSessionEvents {
     CSessionEvents& operator=(const CSessionEvents&) = delete;
 
     // Before the session's thread starts: its registration will be decided.
-    void ExpectDecision() { m_bExpected = true; }
+    void AwaitRegistration() { m_bExpected = true; }
     // Once, from the thread that registers; ignored when nobody expects it.
-    void Decide(bool bRegistered);
+    void ReportRegistration(bool bRegistered);
 
     // Session's thread: waits for the decision, then raises "connected".
     void Begin(uint32_t dwSessionId, const CBB_ADDR_T& client);

@@ -261,7 +261,7 @@ bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
             LOG_LEVEL_ERROR, RTSPS_AT("Error!!! Server can not process more client!!"));
         return false;
     }
-    pSession->ExpectRegistration();
+    pSession->AwaitRegistration();
     if (pSession->Open(sock, &peer) != 0) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
                                                 RTSPS_AT("Open thread to process msg ERROR!!"));

@@ -9,7 +9,7 @@
 namespace {
 
 // Starting and stopping wait for threads, and a callback runs on one of them.
-bool RefuseInCallBack() {
+bool IsInsideCallBack() {
     if (!CSessionEvents::InCallBack()) {
         return false;
     }
@@ -38,14 +38,14 @@ int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType,
 }
 
 int32_t RTSPServer_Start(void) {
-    if (RefuseInCallBack()) {
+    if (IsInsideCallBack()) {
         return -1;
     }
     return CRtspServer::Instance()->Start();
 }
 
 int32_t RTSPServer_Stop(void) {
-    if (RefuseInCallBack()) {
+    if (IsInsideCallBack()) {
         return 0;
     }
     CRtspServer::Instance()->Stop();

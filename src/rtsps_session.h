@@ -54,8 +54,8 @@ class CRtspSession {
     bool TryReap();
 
     // A session that is to be registered announces it before Open; whoever decides says so once.
-    void ExpectRegistration() { m_events.ExpectDecision(); }
-    void DecideRegistration(bool bRegistered) { m_events.Decide(bRegistered); }
+    void AwaitRegistration() { m_events.AwaitRegistration(); }
+    void ReportRegistration(bool bRegistered) { m_events.ReportRegistration(bRegistered); }
 
     // Closes the socket of a session that was never opened; 0.
     int Release();

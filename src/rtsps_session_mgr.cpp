@@ -103,13 +103,13 @@ bool CRtspSessionManager::register_session(CRtspSession* pSession) {
         m_mapRef.erase(dwId);
         return false;
     }
-    pSession->DecideRegistration(true);
+    pSession->ReportRegistration(true);
     return true;
 }
 
 // Kept: a refused session runs on, without media, and Stop does not close it.
 void CRtspSessionManager::keep_refused(CRtspSession* pSession) {
-    pSession->DecideRegistration(false);
+    pSession->ReportRegistration(false);
     {
         const CLockGuard guard(m_Mutex);
         if (m_refused.nCount < RTSPS_MAX_SESSIONS) {

@@ -13,6 +13,7 @@ namespace {
 constexpr int LISTEN_BACKLOG = 24;
 constexpr int ACCEPT_BACKLOG = 1000;
 constexpr uint32_t PEER_TIMEOUT_MS = 1000;
+constexpr int RETRIES_LEFT = 9;  // printed only: there is exactly one attempt
 constexpr uint32_t ACCEPT_STACK_SIZE = 131072;
 // A policy under which the priority is valid; the thread inherits its creator's scheduling anyway.
 constexpr int ACCEPT_POLICY = SCHED_RR;
@@ -135,12 +136,9 @@ void* CTcpTransmitter::accept_connect_svc(void* pTransmitter) {
 }
 
 void CTcpTransmitter::accept_peer() {
-    // Kept: the counter is reported only, there is exactly one attempt.
-    int iRetry = 10;
-    --iRetry;
     const CBB_SOCK_T sock = CBB_Accept(GetHandle(), nullptr, PEER_TIMEOUT_MS);
     if (sock == -1) {
-        RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", iRetry);
+        RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", RETRIES_LEFT);
         close_listener();
         return;
     }

@@ -46,7 +46,7 @@ int32_t GetIntOption(CBB_SOCK_T iSockFd, int nLevel, int nOption, int* pValue) {
     return getsockopt(iSockFd, nLevel, nOption, pValue, &nLength);
 }
 
-int32_t Refuse(int nError) {
+int32_t FailWith(int nError) {
     errno = nError;
     return -1;
 }
@@ -90,7 +90,7 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
     if (nResult < 0) {
         const int nSystemError = GetSystemLastError();
         printf("CBB_ConnectWithTimeOut select/poll return error, %d, Error\n", nSystemError);
-        return Refuse(nSystemError);
+        return FailWith(nSystemError);
     }
     if (nResult == 0 || (fds.revents & POLLWRNORM) == 0) {
         return -1;
@@ -104,7 +104,7 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
         // latter in errno.
         printf("CBB_ConnectWithTimeOut getsockopt !iError return error, %d, Error\n",
                GetSystemLastError());
-        return Refuse(nError);
+        return FailWith(nError);
     }
     return 0;
 }
@@ -112,7 +112,7 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
 int32_t ChangeMembership(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pLocal, const CBB_ADDR_T* pGroup,
                          int nOption4, int nOption6) {
     if (pLocal == nullptr || pGroup == nullptr) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     if (pGroup->SA.sin4.sin_family == AF_INET) {
         ip_mreq request = {};
@@ -127,7 +127,7 @@ int32_t ChangeMembership(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pLocal, const CBB
         request.ipv6mr_interface = pGroup->SA.sin6.sin6_flowinfo;
         return SetOption(iSockFd, IPPROTO_IPV6, nOption6, request);
     }
-    return Refuse(EAFNOSUPPORT);
+    return FailWith(EAFNOSUPPORT);
 }
 
 }  // namespace
@@ -170,7 +170,7 @@ int32_t CBB_ShutDown(CBB_SOCK_T iSockFd, int iHow) {
 
 int32_t CBB_Bind(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr) {
     if (pCBBAddr == nullptr) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     return bind(iSockFd, SysAddr(pCBBAddr), AddrLength(pCBBAddr));
 }
@@ -193,7 +193,7 @@ CBB_SOCK_T CBB_Accept(CBB_SOCK_T iSockFd, CBB_ADDR_T* pCBBAddr, uint32_t nTimeOu
 
 int32_t CBB_ConnectWithTimeOut(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr, uint32_t nTimeOut) {
     if (pCBBAddr == nullptr) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     if (nTimeOut == CBB_INFINITE) {
         // Kept: always the IPv4 length, so an IPv6 connect needs a limited time-out.
@@ -240,7 +240,7 @@ int32_t CBB_SetMultiCastTTL(CBB_SOCK_T iSockFd, int iTTL) {
 
 int32_t CBB_GetTTL(CBB_SOCK_T iSockFd, int* pTTL) {
     if (pTTL == nullptr) {
-        return Refuse(EFAULT);
+        return FailWith(EFAULT);
     }
     // The announced length is 8, so 8 bytes stand ready; the system fills the first four.
     int values[2] = {};
@@ -320,21 +320,21 @@ int32_t CBB_GetBuffSize(CBB_SOCK_T iSockFd, int* pSndBuffSize, int* pRcvBuffSize
 int32_t CBB_Send(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen) {
     // A negative length would reach the system as a huge one, here and below.
     if (iBufLen < 0) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     return static_cast<int32_t>(send(iSockFd, pBuf, static_cast<size_t>(iBufLen), 0));
 }
 
 int32_t CBB_Recv(CBB_SOCK_T iSockFd, void* pBuf, int iBufLen) {
     if (iBufLen < 0) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     return static_cast<int32_t>(recv(iSockFd, pBuf, static_cast<size_t>(iBufLen), 0));
 }
 
 int32_t CBB_SendTo(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, const CBB_ADDR_T* pCBBAddr) {
     if (iBufLen < 0 || pCBBAddr == nullptr) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     return static_cast<int32_t>(sendto(iSockFd, pBuf, static_cast<size_t>(iBufLen), 0,
                                        SysAddr(pCBBAddr), AddrLength(pCBBAddr)));
@@ -342,7 +342,7 @@ int32_t CBB_SendTo(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, const CBB_
 
 int32_t CBB_RecvFrom(CBB_SOCK_T iSockFd, void* pBuf, int iBufLen, CBB_ADDR_T* pCBBAddr) {
     if (iBufLen < 0) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     socklen_t nLength = sizeof(*pCBBAddr);
     return static_cast<int32_t>(recvfrom(iSockFd, pBuf, static_cast<size_t>(iBufLen), 0,
@@ -403,7 +403,7 @@ int32_t CBB_Recvn(CBB_SOCK_T iSockFd, void* pBuf, int iBufCount, uint32_t nTimeO
 
 int32_t CBB_RecvWithTimeOut(CBB_SOCK_T iSockFd, void* pBuf, int iBufLen, uint32_t nTimeOut) {
     if (iBufLen < 0) {
-        return Refuse(EINVAL);
+        return FailWith(EINVAL);
     }
     int iTimeO = PollTime(nTimeOut);
     if (WaitFor(iSockFd, POLLRDNORM, &iTimeO) != EWait::READY) {
