@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <memory>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -21,27 +19,31 @@ std::vector<uint16_t> BorrowAll(CNet_PortPool& pool) {
 }
 
 TEST(NetPortPool, FillsFromItsRange) {
-    // An odd minimum stays odd, also where it steps over 65534.
-    using Ports = std::vector<uint16_t>;
-    const std::tuple<uint16_t, uint16_t, Ports> rows[] = {
-        {30000, 30009, {30000, 30002, 30004, 30006, 30008}},
-        {30001, 30005, {30001, 30003, 30005}},
-        {30000, 30000, {30000}},
-        {30001, 30000, {}},
-        {65531, 65534, {65531, 65533}}};
-    for (const auto& [nMin, nMax, expected] : rows) {
-        const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(nMin, nMax));
+    const struct {
+        const char* why;
+        uint16_t min, max;
+        std::vector<uint16_t> ports;
+    } rows[] = {
+        {"an odd maximum", 30000, 30009, {30000, 30002, 30004, 30006, 30008}},
+        {"an odd minimum stays odd", 30001, 30005, {30001, 30003, 30005}},
+        {"one port", 30000, 30000, {30000}},
+        {"the minimum is above the maximum", 30001, 30000, {}},
+        {"the last ports", 65531, 65534, {65531, 65533}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(row.min, row.max));
         ASSERT_NE(pool, nullptr);
-        EXPECT_EQ(pool->get_max_size(), expected.size());
-        EXPECT_THAT(BorrowAll(*pool), ElementsAreArray(expected));
+        EXPECT_EQ(pool->get_max_size(), row.ports.size());
+        EXPECT_THAT(BorrowAll(*pool), ElementsAreArray(row.ports));
         EXPECT_EQ(pool->get_curr_size(), 0U);
     }
-    // Ranges that would never end.
-    for (const auto& [nMin, nMax] : {std::pair{30001, 65535}, {65535, 65535}, {30000, 65534}}) {
-        EXPECT_EQ(
-            CNet_PortPool::create_new(static_cast<uint16_t>(nMin), static_cast<uint16_t>(nMax)),
-            nullptr);
-    }
+}
+
+TEST(NetPortPool, RefusesRangesThatWouldNeverEnd) {
+    EXPECT_EQ(CNet_PortPool::create_new(30001, 65535), nullptr);
+    EXPECT_EQ(CNet_PortPool::create_new(65535, 65535), nullptr);
+    EXPECT_EQ(CNet_PortPool::create_new(30000, 65534), nullptr);
 }
 
 TEST(NetPortPool, LendsFirstInFirstOut) {

@@ -62,13 +62,40 @@ TEST(RtcpPacket, ReadsReports) {
               std::tuple(0xB1B2B3B4, 0x40U, -2, 0x00010002U, 5U));
     EXPECT_EQ(+sr->report(1)->dlsr, 10U);
     EXPECT_TRUE(sr->report(2) == nullptr && sr->report(-1) == nullptr);
+}
+
+TEST(RtcpPacket, ReadsReceiverReports) {
     CParsed<CRtcpRRPacket> rr(Words(0x81, RTCP_RR, RR_WORDS));
     EXPECT_EQ(rr->sender_ssrc(), 0xA1A2A3A4);
     EXPECT_EQ(+rr->report(0)->lost, 0x7FFFFF);
     EXPECT_EQ(rr->report(1), nullptr);
-    Bytes cut = Words(0x82, RTCP_SR, SR_WORDS);
-    cut.resize(cut.size() - 4);
-    EXPECT_EQ(CParsed<CRtcpSRPacket>(cut)->report(1), nullptr);
+}
+
+TEST(RtcpPacket, ReadsNothingBeyondTheLastByte) {
+    Bytes sr = Words(0x82, RTCP_SR, SR_WORDS);
+    EXPECT_NE(CParsed<CRtcpSRPacket>(sr)->report(1), nullptr);
+    sr.pop_back();
+    EXPECT_EQ(CParsed<CRtcpSRPacket>(sr)->report(1), nullptr) << "the last report is cut";
+    // Kept: the size is the length field alone, so a word may be missing.
+    sr.resize(1 + 4 * SR_WORDS.size());
+    EXPECT_EQ(CParsed<CRtcpSRPacket>(sr)->sender_ssrc(), SR_WORDS[0]);
+    sr.pop_back();
+    EXPECT_EQ(CParsed<CRtcpSRPacket>(sr)->sender_ssrc(), 0U) << "longer than the buffer";
+    EXPECT_EQ(CRtcpByePacket(CRtcpPacket(Bytes{0x80, RTCP_BYE, 0, 0}.data(), 4)).type(), RTCP_BYE);
+    EXPECT_NE(CRtcpByePacket(CRtcpPacket(Bytes{0x80, RTCP_BYE, 0}.data(), 3)).type(), RTCP_BYE);
+}
+
+TEST(RtcpPacket, RecordsItemsThatEndWithTheBuffer) {
+    const std::string chunk("\0\0\0\x11\x01\x02xy", 8);
+    Bytes sdes = Text(0x81, RTCP_SDES, chunk);
+    EXPECT_EQ(CParsed<CRtcpSdesPacket>(sdes)->item_size(0, 0), 2);
+    sdes[4] = 1;  // so that the packet is no longer than what is left of it
+    sdes.pop_back();
+    EXPECT_EQ(CParsed<CRtcpSdesPacket>(sdes)->item_count(0), 0) << "the item is cut";
+    sdes.resize(1 + 4 + 4);
+    EXPECT_EQ(CParsed<CRtcpSdesPacket>(sdes)->chunk_ssrc(0), 0x11U);
+    sdes.pop_back();
+    EXPECT_EQ(CParsed<CRtcpSdesPacket>(sdes)->chunk_count(), 0) << "the SSRC is cut";
 }
 
 TEST(RtcpPacket, ReadsSourceDescriptions) {

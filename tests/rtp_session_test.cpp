@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 
 #include "support/fake_clock.h"
 #include "support/log_capture.h"
@@ -12,7 +11,7 @@
 
 namespace {
 
-// A session on a pair of sockets in the place of the RTSP connection.
+// A session on a pair of sockets that stands for the RTSP connection.
 struct CInterleaved {
     CInterleaved() : info(MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, connection.server.Fd())) {
         EXPECT_EQ(session.open(&info), 0);
@@ -27,31 +26,40 @@ struct CInterleaved {
 };
 
 TEST(RtpSession, ReportsSequenceGapsOfVideoAndSendsOn) {
-    // Payload type, sequence number, and what is reported.
-    const std::tuple<uint8_t, uint16_t, std::string> rows[] = {
-        {96, 10, ""},
-        {96, 12, "cur[12],except[11]"},
-        {96, 13, ""},
-        {8, 500, ""},  // audio is never checked
-        {8, 7, ""},
-        {0x80 | 96, 13, "cur[13],except[14]"},  // the marker is no part of the payload type
-        {96, 65535, "cur[65535],except[14]"},
-        {96, 300, ""},  // kept: behind the wrap nothing is expected
-        {96, 302, "cur[302],except[301]"},
+    const struct {
+        uint8_t payloadType;
+        uint16_t sequence;
+        std::string reported;
+        const char* why;
+    } rows[] = {
+        {96, 10, "", "the first packet"},
+        {96, 12, "cur[12],except[11]", "a gap"},
+        {96, 13, "", "the next one"},
+        {8, 500, "", "audio is never checked"},
+        {8, 7, "", "audio is never checked"},
+        {0x80 | 96, 13, "cur[13],except[14]", "the marker is no part of the payload type"},
+        {96, 65535, "cur[65535],except[14]", "the last number"},
+        {96, 300, "", "kept: after the wrap no number is expected"},
+        {96, 302, "cur[302],except[301]", "a gap again"},
     };
     CFakeClock clock(5000);  // no reports on the shared connection, whatever the time
     CInterleaved interleaved;
-    for (const auto& [payloadType, sequence, line] : rows) {
-        clock.Set(5000 + 5 * sequence);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        clock.Set(5000 + 5 * row.sequence);
         const CLogCapture log;
-        const Bytes unit = MakeUnit({payloadType, sequence, 0, 10, 1});
+        const Bytes unit = MakeUnit({row.payloadType, row.sequence, 0, 10, 1});
         EXPECT_EQ(interleaved.Send(TextOf(unit)), 26);
         EXPECT_EQ(interleaved.connection.ReadAll(), FrameOf(unit, 0x11223344, 6));
-        EXPECT_EQ(log.Count("[RTSPS "), line.empty() ? 0 : 1) << sequence;
-        EXPECT_TRUE(line.empty() || log.Has(" rtp seq error, " + line + "\n")) << sequence;
+        EXPECT_EQ(log.Count("[RTSPS "), row.reported.empty() ? 0 : 1);
+        EXPECT_TRUE(row.reported.empty() || log.Has(" rtp seq error, " + row.reported + "\n"));
     }
-    // The shortest unit that has a number.
+}
+
+TEST(RtpSession, ChecksTheShortestUnitWithASequenceNumber) {
+    CInterleaved interleaved;
     const CLogCapture log;
+    interleaved.Send(TextOf(MakeUnit({96, 302, 0, 10, 1})));
     interleaved.Send(std::string("$\0\0\3\x80\x60\0", 7));
     EXPECT_EQ(log.Text(), "");
     interleaved.Send(std::string("$\0\0\4\x80\x60\1\1", 8));

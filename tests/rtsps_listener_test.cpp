@@ -19,7 +19,7 @@ int Option(int fd, int level, int name) {
 
 using CListenerTest = CLoggedServerTest;
 
-TEST_F(CListenerTest, ClientsArePreparedAndFollowedInDebugMode) {
+TEST_F(CListenerTest, ConnectionsGetTheirOptions) {
     Init(true);
     ASSERT_EQ(RTSPServer_Start(), 0);
     CTestClient client(m_port);
@@ -28,17 +28,26 @@ TEST_F(CListenerTest, ClientsArePreparedAndFollowedInDebugMode) {
     const int fd = std::stoi(text.substr(text.find("ConnectFD [") + 11));
     const CTestSocket model(socket(AF_INET, SOCK_STREAM, 0));
     CBB_SetBuffSize(model.Fd(), 1048576, 262144);
-    const std::pair<int, int> tcp[] = {
-        {TCP_KEEPIDLE, 10}, {TCP_KEEPINTVL, 5}, {TCP_KEEPCNT, 3}, {TCP_NODELAY, 1}};
-    for (const auto& [name, value] : tcp) {
-        EXPECT_EQ(Option(fd, IPPROTO_TCP, name), value) << name;
-    }
-    EXPECT_EQ(Option(fd, SOL_SOCKET, SO_KEEPALIVE), 1);
-    for (const int name : {SO_SNDBUF, SO_RCVBUF}) {
-        EXPECT_EQ(Option(fd, SOL_SOCKET, name), Option(model.Fd(), SOL_SOCKET, name)) << name;
+    const struct {
+        int level, name, value;
+    } rows[] = {{IPPROTO_TCP, TCP_KEEPIDLE, 10},
+                {IPPROTO_TCP, TCP_KEEPINTVL, 5},
+                {IPPROTO_TCP, TCP_KEEPCNT, 3},
+                {IPPROTO_TCP, TCP_NODELAY, 1},
+                {SOL_SOCKET, SO_KEEPALIVE, 1},
+                {SOL_SOCKET, SO_SNDBUF, Option(model.Fd(), SOL_SOCKET, SO_SNDBUF)},
+                {SOL_SOCKET, SO_RCVBUF, Option(model.Fd(), SOL_SOCKET, SO_RCVBUF)}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(Option(fd, row.level, row.name), row.value) << row.level << ", " << row.name;
     }
     EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST_F(CListenerTest, DebugModeFollowsAClient) {
+    Init(true);
+    ASSERT_EQ(RTSPServer_Start(), 0);
+    CTestClient client(m_port);
     EXPECT_TRUE(client.PlayInterleaved());
     client.Socket().Send(std::string("$\1\0\4abcd", 8));
     EXPECT_TRUE(

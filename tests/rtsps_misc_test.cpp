@@ -14,43 +14,71 @@ std::string Session(const std::string& address, bool live) {
            address + "\r\nt=0 0\r\na=control:*\r\n" + (live ? "a=range:npt=0.0-\r\n" : "");
 }
 
-TEST(SdpDescription, EveryLineForEveryCoding) {
-    const std::string live = Session("IP4 0.0.0.0", true);
-    const std::string video = "m=video 0 RTP/AVP 96\r\ni=Video media\r\na=rtpmap:96 ";
-    const std::string h264 = video + "H264/90000\r\na=control:streamid=0\r\n";
-    const std::string h265 =
-        "m=video 0 RTP/AVP 255\r\ni=Video media\r\n"
-        "a=rtpmap:255 H265/90000\r\na=control:streamid=0\r\n";
-    const std::string unknown =
-        video +
-        "MP4V-ES/90000\r\na=control:streamid=0\r\n"
-        "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 MP4V-ES/90000\r\na=control:streamid=1\r\n";
-    const std::string noMatch = "E encode is 0; nof find match!|E encode is 33; nof find match!";
-    const std::string pcma =
-        "m=audio 0 RTP/AVP 8\r\na=rtpmap:8 PCMA/8000\r\na=control:streamid=1\r\n";
-    std::tuple<int, uint8_t, tagRtspServerStreamInfo, std::string, std::string> rows[] = {
-        {0, 0, {96, 8, 0, 0, 32, 1, {}}, live + h264 + pcma, ""},
-        {0, 0, {255, 8, 0, 0, 0, 2, {}}, live + h265, ""},
-        {0, 0, {96, 8, 0, 0, 100, 1, {}}, live + h264, ""},
-        {0, 1, {96, 8, 0, 0, 32, 1, {}}, Session("IP6 ::", true) + h264 + pcma, ""},
-        {1, 0, {96, 8, 0, 0, 32, 1, {}}, Session("IP4 0.0.0.0", false) + h264 + pcma, ""},
-        {0, 0, {96, 97, 0, 0, 33, 0, {}}, live + unknown, noMatch}};
-    for (auto& [reqType, ipv6, info, sdp, lines] : rows) {
-        SCOPED_TRACE(sdp);
+const std::string LIVE = Session("IP4 0.0.0.0", true);
+const std::string VIDEO = "m=video 0 RTP/AVP 96\r\ni=Video media\r\na=rtpmap:96 ";
+const std::string H264 = VIDEO + "H264/90000\r\na=control:streamid=0\r\n";
+const std::string H265 =
+    "m=video 0 RTP/AVP 255\r\ni=Video media\r\na=rtpmap:255 H265/90000\r\n"
+    "a=control:streamid=0\r\n";
+const std::string PCMA = "m=audio 0 RTP/AVP 8\r\na=rtpmap:8 PCMA/8000\r\na=control:streamid=1\r\n";
+const std::string UNKNOWN = VIDEO +
+                            "MP4V-ES/90000\r\na=control:streamid=0\r\n"
+                            "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 MP4V-ES/90000\r\n"
+                            "a=control:streamid=1\r\n";
+
+tagRtspRequestCfg Declare(tagRtspServerStreamInfo info) {
+    CRtspServer::Instance()->SetStreamInfo(3, 2, &info);
+    return {0, 3, 2, 0, {}, {}};
+}
+
+std::string Describe(const tagRtspRequestCfg& cfg) {
+    char text[2048] = {};
+    EXPECT_EQ(GenerateSdpDescription(&cfg, text, sizeof(text)), 0);
+    return text;
+}
+
+TEST(SdpDescription, EveryCoding) {
+    const struct {
+        const char* why;
+        tagRtspServerStreamInfo info;
+        std::string description;
+        std::string lines = {};
+    } rows[] = {
+        {"H.264 and A-law", {96, 8, 0, 0, 32, 1, {}}, LIVE + H264 + PCMA},
+        {"H.265, the largest payload type, no audio", {255, 8, 0, 0, 0, 2, {}}, LIVE + H265},
+        {"audio of no known format", {96, 8, 0, 0, 100, 1, {}}, LIVE + H264},
+        {"formats without a name",
+         {96, 97, 0, 0, 33, 0, {}},
+         LIVE + UNKNOWN,
+         "E encode is 0; nof find match!|E encode is 33; nof find match!"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
         const CLogCapture log;
-        tagRtspRequestCfg cfg{reqType, 3, 2, ipv6, {}, {}};
-        CRtspServer::Instance()->SetStreamInfo(3, 2, &info);
-        EXPECT_EQ(GenerateSdpDescription(&cfg, nullptr, 2048), -1);
-        for (const size_t size : {size_t{1}, size_t{64}, sdp.size(), sdp.size() + 1}) {
-            const bool fits = size > sdp.size();
-            std::string out(2048, 'x');
-            EXPECT_EQ(GenerateSdpDescription(&cfg, out.data(), static_cast<int>(size)),
-                      fits ? 0 : -1);
-            EXPECT_TRUE(!fits || out.c_str() == sdp) << out;
-            EXPECT_EQ(out[size], 'x') << "nothing behind " << size << " bytes";
-        }
-        EXPECT_TRUE(log.HasLines(lines));
-        EXPECT_EQ(log.Text().empty(), lines.empty());
+        EXPECT_EQ(Describe(Declare(row.info)), row.description);
+        EXPECT_TRUE(log.HasLines(row.lines));
+        EXPECT_EQ(log.Text().empty(), row.lines.empty());
+    }
+}
+
+TEST(SdpDescription, NamesTheAddressFamilyAndTheRangeOfLiveStreams) {
+    tagRtspRequestCfg cfg = Declare({96, 8, 0, 0, 32, 1, {}});
+    cfg.byIPV6 = 1;
+    EXPECT_EQ(Describe(cfg), Session("IP6 ::", true) + H264 + PCMA);
+    cfg.byIPV6 = 0;
+    cfg.nReqType = 1;
+    EXPECT_EQ(Describe(cfg), Session("IP4 0.0.0.0", false) + H264 + PCMA);
+}
+
+TEST(SdpDescription, StaysWithinItsBuffer) {
+    const tagRtspRequestCfg cfg = Declare({96, 8, 0, 0, 32, 1, {}});
+    EXPECT_EQ(GenerateSdpDescription(&cfg, nullptr, 2048), -1);
+    const size_t length = (LIVE + H264 + PCMA).size();
+    for (const size_t size : {size_t{1}, size_t{64}, length, length + 1}) {
+        std::string out(2048, 'x');
+        EXPECT_EQ(GenerateSdpDescription(&cfg, out.data(), static_cast<int>(size)),
+                  size > length ? 0 : -1);
+        EXPECT_EQ(out[size], 'x') << "nothing after " << size << " bytes";
     }
 }
 

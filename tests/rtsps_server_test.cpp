@@ -14,11 +14,15 @@ CRtspServer* Server() {
 
 using CServerObjectTest = CLoggedServerTest;
 
-TEST_F(CServerObjectTest, FirstInitDecidesAndEachWantsItsRelease) {
+TEST_F(CServerObjectTest, InitIgnoresSigpipe) {
     signal(SIGPIPE, SIG_DFL);
+    Init();
+    EXPECT_EQ(signal(SIGPIPE, SIG_IGN), SIG_IGN) << "a client that left must not end the host";
+}
+
+TEST_F(CServerObjectTest, FirstInitDecidesAndEachNeedsItsRelease) {
     m_para.szUserName[31] = 'u';
     Init();
-    EXPECT_EQ(signal(SIGPIPE, SIG_IGN), SIG_IGN) << "a client that left must not kill the host";
     TRtspServerPara second{};
     second.byDbg = 1;
     EXPECT_EQ(RTSPServer_Init(&second), 0);
@@ -40,40 +44,57 @@ TEST_F(CServerObjectTest, FirstInitDecidesAndEachWantsItsRelease) {
 TEST_F(CServerObjectTest, FailedStartLeavesNothingAndCanBeRepeated) {
     EXPECT_EQ(RTSPServer_Stop(), 0) << "never started";
     CTestSocket taken = CTestSocket::ListenTcp(m_port);
-    const std::string bound = "E bind " + std::to_string(m_port) + " failed,errno 98|";
-    const std::pair<int32_t, std::string> rows[] = {
-        {65536 + 65535, "E CNet_PortPool::create_new "},
-        {m_para.nMinPort, bound + "E m_pListener open error"}};
-    for (const auto& [maxPort, lines] : rows) {
-        m_para.nMaxPort = maxPort;
+    const struct {
+        const char* why;
+        int32_t maxPort;
+        std::string lines;
+    } rows[] = {
+        {"a range that never ends", 65536 + 65535, "E CNet_PortPool::create_new "},
+        {"the port is taken", m_para.nMinPort,
+         "E bind " + std::to_string(m_port) + " failed,errno 98|E m_pListener open error"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        m_para.nMaxPort = row.maxPort;
         Init();
         EXPECT_EQ(RTSPServer_Start(), -1);
-        EXPECT_TRUE(m_log.HasLines(lines));
-        EXPECT_EQ(Server()->BorrowDataPort(), 0) << "the pool is gone";
+        EXPECT_TRUE(m_log.HasLines(row.lines));
+        EXPECT_EQ(Server()->FreeDataPorts(), 0U) << "the pool is gone";
         RTSPServer_Release();
     }
     taken.Reset();
-    m_para.nMinPort += 65536;  // the low 16 bits count
-    Init();
-    EXPECT_EQ(RTSPServer_Start(), 0);
+    StartServer();
+    EXPECT_EQ(Server()->FreeDataPorts(), 1U);
+}
+
+TEST_F(CServerObjectTest, TheLow16BitsOfDataPortsCount) {
+    m_para.nMinPort += 65536;
+    StartServer();
     EXPECT_EQ(Server()->BorrowDataPort(), m_para.nMinPort - 65536);
     RTSPServer_Stop();
     EXPECT_EQ(Server()->GivebackDataPort(m_para.nMinPort), 0) << "forgotten with the pool";
+    EXPECT_EQ(Server()->BorrowDataPort(), 0);
 }
 
 TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {
-    const int stored[][3] = {{1, 0, 1}, {1, 0, 2}, {0, 1, 3}, {5, -1, 4}, {-1, 0, 5}};
-    for (const auto& [chan, stream, mark] : stored) {
+    struct CRecord {
+        int channel, stream;
+        uint32_t mark;  // 0: none is stored
+    };
+    constexpr CRecord stored[] = {{1, 0, 1}, {1, 0, 2}, {0, 1, 3}, {5, -1, 4}, {-1, 0, 5}};
+    for (const CRecord& record : stored) {
         TRtspServerStreamInfo info{};
-        info.res[5] = static_cast<uint32_t>(mark);
-        EXPECT_EQ(RTSPServer_SetStreamInfo(chan, stream, &info), 0);
+        info.res[5] = record.mark;
+        EXPECT_EQ(RTSPServer_SetStreamInfo(record.channel, record.stream, &info), 0);
     }
-    const int found[][3] = {{1, 0, 2},  {0, 1, 3}, {9, -1, 4}, {-7, -1, 4},
-                            {-1, 0, 5}, {1, 1, 0}, {0, 0, 0},  {-1, -2, 0}};  // 0: none
-    for (const auto& [chan, stream, mark] : found) {
+    // Kept: a negative stream covers the channel.
+    constexpr CRecord found[] = {{1, 0, 2},  {0, 1, 3}, {9, -1, 4}, {-7, -1, 4},
+                                 {-1, 0, 5}, {1, 1, 0}, {0, 0, 0},  {-1, -2, 0}};
+    for (const CRecord& record : found) {
         TRtspServerStreamInfo info{};
-        EXPECT_EQ(Server()->GetStreamInfo(chan, stream, &info), mark != 0 ? 0 : -1);
-        EXPECT_EQ(info.res[5], static_cast<uint32_t>(mark)) << chan << "," << stream;
+        EXPECT_EQ(Server()->GetStreamInfo(record.channel, record.stream, &info),
+                  record.mark != 0 ? 0 : -1);
+        EXPECT_EQ(info.res[5], record.mark) << record.channel << ", " << record.stream;
     }
 }
 

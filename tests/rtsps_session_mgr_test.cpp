@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "support/session_probe.h"
-#include "support/test_net.h"
+#include "support/trans_info.h"
 
 namespace {
 
@@ -31,80 +31,162 @@ bool IsKnown(uint32_t id) {
     return known;
 }
 
-TEST(SessionManager, ReferencesDecideWhenASessionIsDestroyed) {
+enum EStep {
+    TAKE,
+    TAKE_ALL,
+    GIVE,
+    GIVE_BY_POINTER,
+    GIVE_ALL,
+    DROP,
+    DROP_ALL,
+    CLOSE,
+    CLOSE_ALL,
+    SWEEP
+};
+
+// What callers of the manager do with session 7.
+struct CCaller {
+    void Do(EStep step) {
+        const std::map<EStep, std::function<void()>> calls = {
+            {TAKE, [&] { EXPECT_EQ(Manager().getSession(7), session); }},
+            {TAKE_ALL, [&] { all = Manager().getSession(); }},
+            {GIVE, [&] { Manager().releaseSession(7); }},
+            {GIVE_BY_POINTER, [&] { Manager().releaseSession(session); }},
+            {GIVE_ALL, [&] { Manager().releaseSession(all); }},
+            {DROP, [&] { Manager().closeSession(7); }},
+            {DROP_ALL, [&] { Manager().closeSession(all); }},
+            {CLOSE, [&] { EXPECT_EQ(Manager().Close(7U), session == nullptr ? -1 : 0); }},
+            {CLOSE_ALL, [&] { EXPECT_EQ(Manager().Close(), 0); }},
+            {SWEEP, [&] { Manager().DelExceptionSession(); }},
+        };
+        calls.at(step)();
+    }
     CRtspSession* session = nullptr;
     CSessionList all;
-    const std::map<char, std::function<void()>> steps = {
-        {'t', [&] { EXPECT_EQ(Manager().getSession(7), session); }},
-        {'T', [&] { all = Manager().getSession(); }},
-        {'r', [&] { Manager().releaseSession(7); }},
-        {'p', [&] { Manager().releaseSession(session); }},
-        {'R', [&] { Manager().releaseSession(all); }},
-        {'d', [&] { Manager().closeSession(7); }},
-        {'D', [&] { Manager().closeSession(all); }},
-        {'c', [&] { EXPECT_EQ(Manager().Close(7U), session == nullptr ? -1 : 0); }},
-        {'C', [&] { EXPECT_EQ(Manager().Close(), 0); }},
-        {'s', [&] { Manager().DelExceptionSession(); }},
+};
+
+TEST(SessionManager, TheLastReferenceDestroysASession) {
+    const struct {
+        const char* why;
+        std::vector<EStep> keep;  // leave it registered
+        EStep end;                // does not
+    } rows[] = {
+        {"a sweep leaves a running session", {SWEEP}, DROP},
+        {"closed by its id", {}, CLOSE},
+        {"closed with all", {}, CLOSE_ALL},
+        {"a caller holds it", {TAKE, DROP}, GIVE},
+        {"a snapshot holds it", {TAKE_ALL, DROP_ALL}, GIVE_ALL},
+        {"two callers hold it", {TAKE, TAKE, DROP, GIVE_BY_POINTER}, GIVE_BY_POINTER},
+        {"closed while a caller holds it", {TAKE, CLOSE}, GIVE},
+        {"closed with all while a caller holds it", {TAKE, CLOSE_ALL}, GIVE},
+        {"closed and dropped", {TAKE_ALL, CLOSE_ALL, DROP_ALL}, GIVE_ALL},
+        {"a caller and a snapshot", {TAKE, TAKE_ALL, DROP, GIVE_ALL}, GIVE_BY_POINTER},
+        {"the registry's reference goes once", {TAKE, DROP, DROP, CLOSE, SWEEP}, GIVE},
     };
-    // What leaves it registered, and the one step that does not. The registry's own reference goes
-    // once, whoever drops it.
-    const std::pair<std::string, char> rows[] = {
-        {"s", 'd'},  {"", 'c'},   {"", 'C'},    {"td", 'r'},   {"TD", 'R'},   {"ttdp", 'p'},
-        {"tc", 'r'}, {"tC", 'r'}, {"TCD", 'R'}, {"tTdR", 'p'}, {"tddcs", 'r'}};
-    for (const auto& [keep, end] : rows) {
-        session = MakeSession(7);
-        ASSERT_EQ(Manager().AddSession(session), 0);
-        for (const char what : keep) {
-            steps.at(what)();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        CCaller caller;
+        caller.session = MakeSession(7);
+        ASSERT_EQ(Manager().AddSession(caller.session), 0);
+        for (const EStep step : row.keep) {
+            caller.Do(step);
         }
-        EXPECT_TRUE(IsKnown(7)) << keep;
-        steps.at(end)();
-        EXPECT_FALSE(IsKnown(7)) << keep << end;
-    }
-    session = nullptr;
-    for (const char what : std::string("rdRDCcs")) {
-        steps.at(what)();  // unknown ids do nothing
+        EXPECT_TRUE(IsKnown(7));
+        caller.Do(row.end);
+        EXPECT_FALSE(IsKnown(7));
     }
 }
 
-TEST(SessionManager, FullRegistryRefusesUntilSomethingEnds) {
-    const CLogCapture log;
-    std::vector<CRtspSession*> sessions;
-    for (uint32_t i = 0; i < 256; ++i) {
-        EXPECT_TRUE(Manager().CanTakeSession()) << i;
-        sessions.push_back(MakeSession(0x80000040U - i));
-        EXPECT_EQ(Manager().AddSession(sessions[i]), i < 128 ? 0 : -1);
+TEST(SessionManager, UnknownIdsChangeNothing) {
+    CCaller caller;
+    for (const EStep step : {GIVE, DROP, GIVE_ALL, DROP_ALL, CLOSE_ALL, CLOSE, SWEEP}) {
+        caller.Do(step);
     }
-    EXPECT_TRUE(log.HasLines("C m_maxSessions=128, now has 128|W ERROR! add_session,OverSize!!!"));
-    EXPECT_FALSE(Manager().CanTakeSession());
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 0U);
+}
+
+// 128 registered sessions, with falling ids.
+class CFullRegistry : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        for (uint32_t i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
+            m_registered.push_back(MakeSession(HIGHEST - i));
+            EXPECT_EQ(Manager().AddSession(m_registered[i]), 0);
+        }
+    }
+    void TearDown() override { Manager().Close(); }
+    // As a client that leaves: a sweep may destroy it.
+    static void End(CRtspSession* session) { CRtspSessionProbe(*session).bQuit = true; }
+
+    static constexpr uint32_t HIGHEST = 0x80000040U;
+    CLogCapture m_log;
+    std::vector<CRtspSession*> m_registered;
+};
+
+TEST_F(CFullRegistry, SnapshotsAreInTheOrderOfTheIds) {
     const CSessionList snapshot = Manager().getSession();
-    auto rising = sessions.begin() + 128;
+    EXPECT_EQ(snapshot.nCount, m_registered.size());
+    auto rising = m_registered.rbegin();
     for (const tagSessionRef& entry : snapshot) {
-        EXPECT_EQ(entry.pSession, *--rising);
+        EXPECT_EQ(entry.pSession, *rising++);
     }
-    EXPECT_EQ(rising, sessions.begin());
     Manager().releaseSession(snapshot);
+}
 
-    // A refused one has ended: it is freed, and one more may come.
-    CRtspSessionProbe(*sessions[133]).bQuit = true;
-    EXPECT_TRUE(Manager().CanTakeSession());
-    sessions[133] = MakeSession(1);
-    EXPECT_EQ(Manager().AddSession(sessions[133]), -1);
+TEST_F(CFullRegistry, Refuses128MoreAndFreesThemWhenTheyHaveEnded) {
+    std::vector<CRtspSession*> refused;
+    for (uint32_t i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
+        EXPECT_TRUE(Manager().CanTakeSession()) << i;
+        refused.push_back(MakeSession(i + 1));
+        EXPECT_EQ(Manager().AddSession(refused[i]), -1);
+    }
+    EXPECT_TRUE(
+        m_log.HasLines("C m_maxSessions=128, now has 128|W ERROR! add_session,OverSize!!!"));
     EXPECT_FALSE(Manager().CanTakeSession());
-
-    // Registered ones have ended: live clients get their places.
-    CRtspSessionProbe(*sessions[77]).bQuit = true;
-    CRtspSessionProbe(*sessions[78]).bQuit = true;
-    EXPECT_EQ(Manager().AddSession(MakeSession(2)), 0);
-    EXPECT_EQ(Manager().GetCurrSessionNums(), 127U);
-    EXPECT_TRUE(IsKnown(2) && !IsKnown(0x80000040U - 77) && IsKnown(0x80000040U - 79));
-
+    End(refused[5]);
+    EXPECT_TRUE(Manager().CanTakeSession());
+    refused[5] = MakeSession(500);
+    EXPECT_EQ(Manager().AddSession(refused[5]), -1);
+    EXPECT_FALSE(Manager().CanTakeSession());
     Manager().Close();
-    for (size_t i = 128; i < sessions.size(); ++i) {
-        EXPECT_TRUE(sessions[i]->IsRunning()) << "Close leaves refused ones alone";
-        CRtspSessionProbe(*sessions[i]).bQuit = true;
+    for (CRtspSession* session : refused) {
+        EXPECT_TRUE(session->IsRunning()) << "Close leaves refused ones alone";
+        End(session);
     }
     Manager().DelExceptionSession();
+}
+
+TEST_F(CFullRegistry, SessionsThatHaveEndedMakeRoom) {
+    End(m_registered[77]);
+    End(m_registered[78]);
+    EXPECT_EQ(Manager().AddSession(MakeSession(2)), 0);
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 127U);
+    EXPECT_TRUE(IsKnown(2) && IsKnown(HIGHEST - 79));
+    EXPECT_FALSE(IsKnown(HIGHEST - 77) || IsKnown(HIGHEST - 78));
+}
+
+// A session whose host is still inside the event function cannot be destroyed yet.
+TEST_F(CFullRegistry, WaitsAMomentForASessionThatIsAboutToEnd) {
+    static std::atomic<bool> isInside;
+    isInside = false;
+    Manager().SetEventCallBack(
+        [](int32_t event, int32_t, void*, int32_t, void*) {
+            isInside = event == RTSPS_EVENT_CLOSED;
+            CBB_Sleep(event == RTSPS_EVENT_CLOSED ? 20 : 0);
+        },
+        nullptr);
+    EXPECT_EQ(Manager().Close(HIGHEST), 0);
+    CSocketPair connection;
+    auto* leaving = new CRtspSession(7);
+    const CBB_ADDR_T client = MakeAddr("127.0.0.1", 9);
+    leaving->ExpectRegistration();
+    ASSERT_EQ(leaving->Open(connection.server.Take(), &client), 0);
+    EXPECT_EQ(Manager().AddSession(leaving), 0);
+    connection.client.Reset();
+    ASSERT_TRUE(WaitUntil([] { return isInside.load(); }));
+    EXPECT_EQ(Manager().AddSession(MakeSession(8)), 0);
+    EXPECT_FALSE(IsKnown(7));
+    Manager().SetEventCallBack(nullptr, nullptr);
 }
 
 using CSessionManagerServerTest = CLoggedServerTest;
