@@ -157,7 +157,7 @@ class CRtspSession {
     // Media
     bool takes_push(int chan, int streamtype) const;
     void end_from_push(RTSP_SERVER_CLOSE_REASON reason) REQUIRES(m_mutexSend);
-    void count_short_send(int chan, int streamtype, int len, int nSent) REQUIRES(m_mutexSend);
+    int count_short_send() REQUIRES(m_mutexSend);
     tagRtspServerTotals media_totals();
 
     const char* client_text() const {

@@ -59,25 +59,26 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         RTSPS_LOG(ERROR, "send error and exit");
         end_from_push(RTSPS_CLOSE_CONNECTION_ERROR);
     }
-    if (nSent != len) {
-        // Kept: a push of a stream that the client has not set up is a short one too.
-        count_short_send(chan, streamtype, len, nSent);
-    } else {
+    if (nSent == len) {
         m_nSndErrCounter = 0;
+        return nSent;
+    }
+    // Kept: a push of a stream that the client has not set up is a short one too.
+    RTSPS_LOG(ERROR, "send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s", len, nSent,
+              chan, streamtype, client_text());
+    if (count_short_send() > SHORT_SEND_LIMIT) {
+        RTSPS_LOG(ERROR, "send failed over thresold and exit");
+        end_from_push(RTSPS_CLOSE_TOO_SLOW);
     }
     return nSent;
 }
 
-void CRtspSession::count_short_send(int chan, int streamtype, int len, int nSent) {
+// The length of the run of short pushes.
+int CRtspSession::count_short_send() {
     ++m_nSndErrCounter;
     ++m_nShortSends;
     m_nLongestShortRun = std::max(m_nLongestShortRun, static_cast<uint32_t>(m_nSndErrCounter));
-    RTSPS_LOG(ERROR, "send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s", len, nSent,
-              chan, streamtype, client_text());
-    if (m_nSndErrCounter > SHORT_SEND_LIMIT) {
-        RTSPS_LOG(ERROR, "send failed over thresold and exit");
-        end_from_push(RTSPS_CLOSE_TOO_SLOW);
-    }
+    return m_nSndErrCounter;
 }
 
 // Ends the session on a host's thread. The session's own thread may wait for the client just then:
