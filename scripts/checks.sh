@@ -3,10 +3,21 @@
 #
 # What ./scripts/test does beside running the tests; it sources this after common.sh.
 
+# cxx_sources: the files whose layout clang-format decides, each ended by a NUL.
+cxx_sources() {
+    find src include tests examples bench \( -name '*.cpp' -o -name '*.[hc]' \) -print0
+}
+
+# format: lays the sources out as lint expects.
+format() {
+    cxx_sources | xargs -0 clang-format -i
+    say "Formatted"
+}
+
 # lint: judges the sources without running them. All judges speak before it fails.
 lint() {
     local sources scripts failed=()
-    mapfile -t sources < <(find src include tests examples bench -name '*.cpp' -o -name '*.[hc]')
+    mapfile -t -d '' sources < <(cxx_sources)
     # The first line tells: scripts carry no suffix.
     mapfile -t scripts < <(grep -rlE '^#(!.*\<(ba)?sh|.*shellcheck shell=)' scripts .ci examples tests)
 
