@@ -179,7 +179,7 @@ TEST_F(CFullRegistry, WaitsAMomentForASessionThatIsAboutToEnd) {
     CSocketPair connection;
     auto* leaving = new CRtspSession(7);
     const CBB_ADDR_T client = MakeAddr("127.0.0.1", 9);
-    leaving->ExpectRegistration();
+    leaving->AwaitRegistration();
     ASSERT_EQ(leaving->Open(connection.server.Take(), &client), 0);
     EXPECT_EQ(Manager().AddSession(leaving), 0);
     connection.client.Reset();
