@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// One RTP stream as its clients see it. Its packets come from a payloader, and from another one
+// after each restart of the pipeline; sequence numbers, times and payload type continue.
+#ifndef GST_HOST_RTP_TRACK_H
+#define GST_HOST_RTP_TRACK_H
+
+#include <gst/gst.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+constexpr size_t RTP_HEADER_SIZE = 12;
+
+class CRtpTrack {
+  public:
+    // Before the first packet.
+    void Open(uint8_t byPayloadType, uint32_t dwRate) {
+        m_byPayloadType = byPayloadType;
+        m_dwRate = dwRate;
+    }
+
+    // Rewrites the packet's header. time: of its media, on the clock that all pipelines share.
+    void Stamp(uint8_t* pPacket, GstClockTime time) {
+        const uint32_t dwGiven = GST_READ_UINT32_BE(pPacket + 4);
+        const uint32_t dwDue =
+            m_dwStart + static_cast<uint32_t>(gst_util_uint64_scale(time, m_dwRate, GST_SECOND));
+        const auto nAway = static_cast<int32_t>(dwGiven + m_dwOffset - dwDue);
+        if (std::abs(int64_t{nAway}) > m_dwRate / MAX_AWAY)
+            m_dwOffset = dwDue - dwGiven;
+        pPacket[1] = static_cast<uint8_t>((pPacket[1] & 0x80) | m_byPayloadType);
+        GST_WRITE_UINT16_BE(pPacket + 2, m_wSequence);
+        GST_WRITE_UINT32_BE(pPacket + 4, dwGiven + m_dwOffset);
+        ++m_wSequence;
+    }
+
+  private:
+    // The payloader's time stamps are kept, since they are free of jitter. When they are 1/25 s or
+    // more away from the clock (another payloader, a pause), they are moved to it.
+    static constexpr uint32_t MAX_AWAY = 25;
+
+    uint8_t m_byPayloadType = 0;
+    uint32_t m_dwRate = 1;
+    // Sequence numbers and times begin anywhere (RFC 3550, 5.1).
+    uint16_t m_wSequence = static_cast<uint16_t>(g_random_int());
+    const uint32_t m_dwStart = g_random_int();
+    uint32_t m_dwOffset = 0;
+};
+
+#endif
