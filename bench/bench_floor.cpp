@@ -90,7 +90,7 @@ void Accept(int listener, std::vector<CPeer>& peers) {
 }
 
 void StampSequence(std::vector<uint8_t>& units, uint16_t& wNext) {
-    for (size_t pos = 0; pos < units.size(); pos += UnitSize(units.data() + pos)) {
+    for (size_t pos = 0; pos < units.size(); pos += SizeOfUnit(units.data() + pos)) {
         units[pos + 6] = static_cast<uint8_t>(wNext >> 8);
         units[pos + 7] = static_cast<uint8_t>(wNext);
         ++wNext;

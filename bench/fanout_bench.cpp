@@ -206,7 +206,7 @@ void StampPush(benchmark::State& state, ETRANS_MODE emMode) {
     const double begin = ReadClock(THREAD);
     for (auto _ : state) {
         for (size_t pos = 0; pos < picture.size();) {
-            const size_t nUnit = UnitSize(picture.data() + pos);
+            const size_t nUnit = SizeOfUnit(picture.data() + pos);
             session.buff_process(picture.data() + pos, static_cast<int>(nUnit));
             pos += nUnit;
         }

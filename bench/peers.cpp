@@ -148,7 +148,7 @@ std::vector<uint8_t> MakePicture(size_t nPackets, size_t nPacket) {
 }
 
 void StampFrom(std::vector<uint8_t>& picture, uint16_t& wNext) {
-    for (size_t pos = 0; pos < picture.size(); pos += UnitSize(picture.data() + pos)) {
+    for (size_t pos = 0; pos < picture.size(); pos += SizeOfUnit(picture.data() + pos)) {
         picture[pos + 6] = static_cast<uint8_t>(wNext >> 8);
         picture[pos + 7] = static_cast<uint8_t>(wNext & 0xFF);
         ++wNext;

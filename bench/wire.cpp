@@ -97,7 +97,7 @@ void SendDatagrams(int fd, const uint8_t* pUnits, size_t nSize) {
     size_t nParts = 0;
     size_t nBytes = 0;
     for (size_t pos = 0; pos < nSize;) {
-        const size_t nUnit = UnitSize(pUnits + pos);
+        const size_t nUnit = SizeOfUnit(pUnits + pos);
         const size_t nPacket = nUnit - WIRE_PREFIX_SIZE;
         if (nParts == MAX_SEGMENTS || nBytes + nPacket > MAX_BYTES ||
             (nParts > 0 &&
@@ -115,8 +115,9 @@ void SendDatagrams(int fd, const uint8_t* pUnits, size_t nSize) {
 }
 
 void SendEach(int fd, const uint8_t* pUnits, size_t nSize, size_t nSkip) {
-    for (size_t pos = 0; pos < nSize; pos += UnitSize(pUnits + pos))
-        send(fd, pUnits + pos + nSkip, UnitSize(pUnits + pos) - nSkip, MSG_DONTWAIT | MSG_NOSIGNAL);
+    for (size_t pos = 0; pos < nSize; pos += SizeOfUnit(pUnits + pos))
+        send(fd, pUnits + pos + nSkip, SizeOfUnit(pUnits + pos) - nSkip,
+             MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 int LocalPort(int fd) {

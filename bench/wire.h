@@ -8,7 +8,7 @@
 
 constexpr size_t WIRE_PREFIX_SIZE = 4;
 
-inline size_t UnitSize(const uint8_t* pUnit) {
+inline size_t SizeOfUnit(const uint8_t* pUnit) {
     return WIRE_PREFIX_SIZE + (static_cast<size_t>(pUnit[2]) << 8 | pUnit[3]);
 }
 

@@ -27,7 +27,8 @@ lint() {
     say "shellcheck"
     shellcheck --external-sources "${scripts[@]}" || failed+=(shellcheck)
 
-    configure lint -DRTSPSERVER_BUILD_TESTS=ON -DRTSPSERVER_BUILD_EXAMPLES=ON
+    configure lint -DRTSPSERVER_BUILD_TESTS=ON -DRTSPSERVER_BUILD_EXAMPLES=ON \
+        -DRTSPSERVER_BUILD_BENCH=ON
     build lint -- -k 0 || failed+=(clang)
 
     say "doxygen"
