@@ -43,7 +43,7 @@ def parse_arguments():
     arguments.seconds = arguments.seconds or (1 if quick else 3)
     arguments.runs = arguments.runs or (2 if quick else 5)
     arguments.joins = 4 if quick else 12
-    arguments.storms = 3 if quick else 10
+    arguments.storms = 3 if quick else 50
     arguments.memories = 1 if quick else 3
     arguments.repetitions = 1 if quick else 5
     return arguments

@@ -2,8 +2,6 @@
 #include "rtsps_listener.h"
 
 #include <netinet/tcp.h>
-#include <sched.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <memory>
@@ -19,8 +17,8 @@ namespace {
 constexpr int LISTEN_BACKLOG = 24;
 constexpr uint32_t ACCEPT_TIMEOUT_MS = 5000;
 constexpr int REFUSAL_PAUSE_MS = 50;
-constexpr uint32_t COMPANY_PAUSE_MS = 1;
-constexpr std::chrono::milliseconds COMPANY_LIMIT(10);
+constexpr uint32_t ARRIVAL_GAP_MS = 1;
+constexpr std::chrono::milliseconds GATHER_LIMIT(10);
 
 constexpr int RTSP_SEND_BUFFER_SIZE = 1048576;
 constexpr int RTSP_RECV_BUFFER_SIZE = 262144;
@@ -32,37 +30,6 @@ constexpr int KEEPALIVE_PROBES = 3;
 void SetIntOption(CBB_SOCK_T sock, int nLevel, int nName, int nValue) {
     setsockopt(sock, nLevel, nName, &nValue, sizeof(nValue));
 }
-
-// While it lives, the calling thread runs ahead of all ordinary ones, where the process has the
-// right to that: it takes CAP_SYS_NICE or a limit of RLIMIT_RTPRIO. A thread whose scheduling
-// somebody has chosen, before or meanwhile, keeps it. Make no thread meanwhile: it would inherit
-// this.
-class CRunAhead {
-  public:
-    CRunAhead()
-        : m_bAhead(sched_getscheduler(0) == SCHED_OTHER && getpriority(PRIO_PROCESS, 0) <= 0 &&
-                   set_policy(SCHED_FIFO, LOWEST_PRIORITY)) {}
-    ~CRunAhead() {
-        sched_param param{};
-        if (m_bAhead && sched_getscheduler(0) == SCHED_FIFO && sched_getparam(0, &param) == 0 &&
-            param.sched_priority == LOWEST_PRIORITY) {
-            set_policy(SCHED_OTHER, 0);
-        }
-    }
-    CRunAhead(const CRunAhead&) = delete;
-    CRunAhead& operator=(const CRunAhead&) = delete;
-
-  private:
-    static constexpr int LOWEST_PRIORITY = 1;
-
-    static bool set_policy(int nPolicy, int nPriority) {
-        sched_param param{};
-        param.sched_priority = nPriority;
-        return sched_setscheduler(0, nPolicy, &param) == 0;
-    }
-
-    const bool m_bAhead;
-};
 
 }  // namespace
 
@@ -185,19 +152,17 @@ void CRtspListener::accept_clients() {
     }
 }
 
-// Where one client comes others may be right behind: when the power is back, say. The kernel's
-// short queue drops what it cannot hold, and a client that was dropped tries again after a second.
-// So the queue is emptied ahead of other threads, where that is allowed, and no session is made,
-// whose own thread would want a processor, before the clients pause, or are many, or ten
-// milliseconds have passed.
+// Many clients may connect at once: when the power is back, say. The kernel's short queue drops
+// those that it cannot hold, and a dropped client tries again after a second. So the queue is
+// emptied first. Sessions, whose threads compete for the processors, are made when no client
+// arrives within ARRIVAL_GAP_MS, when RTSPS_MAX_SESSIONS have arrived, or after GATHER_LIMIT.
 bool CRtspListener::wait_for_clients(CArrivals* pArrivals) const {
-    const CRunAhead ahead;
     take_arrivals(pArrivals, ACCEPT_TIMEOUT_MS);
-    const auto end = std::chrono::steady_clock::now() + COMPANY_LIMIT;
+    const auto end = std::chrono::steady_clock::now() + GATHER_LIMIT;
     size_t nBefore = 0;
     while (pArrivals->nCount > nBefore && std::chrono::steady_clock::now() < end) {
         nBefore = pArrivals->nCount;
-        take_arrivals(pArrivals, COMPANY_PAUSE_MS);
+        take_arrivals(pArrivals, ARRIVAL_GAP_MS);
     }
     return pArrivals->nCount > 0;
 }

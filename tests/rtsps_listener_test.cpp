@@ -3,7 +3,10 @@
 
 #include <fcntl.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <sys/resource.h>
+
+#include <filesystem>
 
 #include "rtsps_session_mgr.h"
 #include "support/test_net.h"
@@ -17,6 +20,7 @@ int Option(int fd, int level, int name) {
     return value;
 }
 
+using namespace std::chrono_literals;
 using CListenerTest = CLoggedServerTest;
 
 TEST_F(CListenerTest, ConnectionsGetTheirOptions) {
@@ -58,6 +62,20 @@ TEST_F(CListenerTest, DebugModeFollowsAClient) {
                        "I reqtype=0,chan=1,streamtype=0|I RTCP packet recv"));
     EXPECT_TRUE(m_log.Has("pRecvBuf:\n[DESCRIBE rtsp://"));
     EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
+}
+
+// A host decides about priorities itself, with every privilege too.
+TEST_F(CListenerTest, ThreadsKeepTheOrdinaryPriority) {
+    StartServer();
+    CTestClient client(m_port);
+    EXPECT_NE(client.Ask("OPTIONS", "*"), "");
+    int threads = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        const int tid = std::stoi(task.path().filename());
+        EXPECT_FALSE(WaitUntil([&] { return sched_getscheduler(tid) != SCHED_OTHER; }, 20ms));
+        ++threads;
+    }
+    EXPECT_EQ(threads, m_threadsBefore + 2);
 }
 
 TEST_F(CListenerTest, LackOfDescriptorsIsSurvived) {
