@@ -35,6 +35,9 @@ extern "C" {
 /** How many clients may be registered at once. A client beyond them gets replies, but no media. */
 #define RTSPS_MAX_SESSIONS 128
 
+/** Stack of each client's thread, in bytes; see pRtspServerEventCallBack. */
+#define RTSPS_THREAD_STACK_SIZE 262144
+
 /** Bytes in front of each RTP packet of a push; see RTSPServer_SendRealSteam. */
 #define RTSPS_UNIT_PREFIX_SIZE 4
 
@@ -184,6 +187,9 @@ typedef struct tagRtspServerEventInfo {
  * RTSPServer_Stop waits for it too, since it ends that thread. From inside it
  * RTSPServer_SendRealSteam, RTSPServer_SetStreamInfo, RTSPServer_SetEventCallBack and
  * RTSPServer_Release work as always; RTSPServer_Start and RTSPServer_Stop do nothing.
+ *
+ * That thread has a stack of RTSPS_THREAD_STACK_SIZE bytes. The library itself uses less than 64 kB
+ * of it, and the thread-local variables of the process are part of it. Keep large buffers off it.
  *
  * @param[in] nEvent      a RTSP_SERVER_EVENT value.
  * @param[in] nSessionId  id of the client, as in its "Session" header.

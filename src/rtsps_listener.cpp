@@ -2,6 +2,7 @@
 #include "rtsps_listener.h"
 
 #include <netinet/tcp.h>
+#include <sys/prctl.h>
 
 #include <chrono>
 #include <memory>
@@ -11,6 +12,7 @@
 #include "rtsps_debug.h"
 #include "rtsps_session.h"
 #include "rtsps_session_mgr.h"
+#include "rtsps_thread_stack.h"
 
 namespace {
 
@@ -73,7 +75,7 @@ int CRtspListener::start_thread(int port) {
                                             RTSPS_AT("Thread_Create, the port is [%d]"), port);
     {
         const CBlockSignals block;
-        m_ThreadListen = CBB_Thread_Create(accept_handler_svc, this, 0, 0, 0, 0);
+        m_ThreadListen = CBB_Thread_Create(accept_handler_svc, this, THREAD_STACK_SIZE, 0, 0, 0);
     }
     if (m_ThreadListen == CBB_INVALID_HANDLE) {
         CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
@@ -106,6 +108,7 @@ void CRtspListener::close_socket() {
 }
 
 void* CRtspListener::accept_handler_svc(void* pListener) {
+    prctl(PR_SET_NAME, "rtsps_accept");
     auto* pSelf = static_cast<CRtspListener*>(pListener);
     while (pSelf->IsRunning()) {
         try {

@@ -19,6 +19,7 @@
 #include "rtsps_debug.h"
 #include "rtsps_session_mgr.h"
 #include "rtsps_text.h"
+#include "rtsps_thread_stack.h"
 
 namespace {
 
@@ -75,7 +76,7 @@ int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
     CBB_HANDLE hThread = nullptr;
     {
         const CBlockSignals block;
-        hThread = CBB_Thread_Create(process_msg_svc, this, 0, 0, 0, 0);
+        hThread = CBB_Thread_Create(process_msg_svc, this, THREAD_STACK_SIZE, 0, 0, 0);
     }
     if (hThread == nullptr || hThread == CBB_INVALID_HANDLE) {
         RTSPS_LOG(ERROR, "create process_msg_svc! error!, FD[%d]", sock);

@@ -2,11 +2,15 @@
 #include "rtsps_listener.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <netinet/tcp.h>
 #include <sched.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <map>
 
 #include "rtsps_session_mgr.h"
 #include "support/test_net.h"
@@ -18,6 +22,16 @@ int Option(int fd, int level, int name) {
     socklen_t size = sizeof(value);
     getsockopt(fd, level, name, &value, &size);
     return value;
+}
+
+std::string FirstLine(const std::filesystem::path& path) {
+    std::string line;
+    std::getline(std::ifstream(path), line);
+    return line;
+}
+
+long AddressSpaceKb() {
+    return std::stol(FirstLine("/proc/self/statm")) * sysconf(_SC_PAGESIZE) / 1024;
 }
 
 using namespace std::chrono_literals;
@@ -76,6 +90,27 @@ TEST_F(CListenerTest, ThreadsKeepTheOrdinaryPriority) {
         ++threads;
     }
     EXPECT_EQ(threads, m_threadsBefore + 2);
+}
+
+// Hosts that lock their memory pay for the address space of every client.
+TEST_F(CListenerTest, ThreadsAreNamedAndSmall) {
+    mallopt(M_ARENA_MAX, 1);  // as the host guide advises: one heap for all threads
+    StartServer();
+    std::vector<CTestClient> clients;
+    clients.reserve(17);
+    long before = 0;
+    for (int i = 0; i < 17; ++i) {
+        before = i == 1 ? AddressSpaceKb() : before;  // the first one also pays for what all share
+        clients.emplace_back(m_port);
+        EXPECT_TRUE(clients.back().PlayInterleaved(false));
+    }
+    EXPECT_TRUE(!IsPlainBuild() || AddressSpaceKb() - before < 16 * 1024) << "1 MB per client";
+    std::map<std::string, int> names;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        ++names[FirstLine(task.path() / "comm")];
+    }
+    EXPECT_EQ(names["rtsps_accept"], 1);
+    EXPECT_EQ(names["rtsps_process_m"], 17);
 }
 
 TEST_F(CListenerTest, LackOfDescriptorsIsSurvived) {
