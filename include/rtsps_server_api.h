@@ -183,9 +183,8 @@ typedef struct tagRtspServerEventInfo {
  * The host's event function.
  *
  * It runs on the client's own thread, with no lock of the library held, and only that client waits
- * for it; it must not throw. That thread's stack has 256 KiB: keep large buffers off it.
- * RTSPServer_Stop waits for it too, since it ends that thread. From inside it
- * RTSPServer_SendRealSteam, RTSPServer_SetStreamInfo, RTSPServer_SetEventCallBack and
+ * for it; it must not throw. RTSPServer_Stop waits for it too, since it ends that thread. From
+ * inside it RTSPServer_SendRealSteam, RTSPServer_SetStreamInfo, RTSPServer_SetEventCallBack and
  * RTSPServer_Release work as always; RTSPServer_Start and RTSPServer_Stop do nothing.
  *
  * That thread has a stack of RTSPS_THREAD_STACK_SIZE bytes. The library itself uses less than 64 kB
