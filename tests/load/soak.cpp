@@ -28,6 +28,7 @@ constexpr size_t PLAYERS = 60;
 constexpr int TROUBLEMAKERS_OF_EACH_KIND = 4;
 constexpr int TROUBLEMAKER_GROUPS = 3;
 constexpr int PORT_PAIRS = 300;
+constexpr int VISITORS = RTSPS_MAX_SESSIONS + 20;
 constexpr milliseconds PUSH_INTERVAL{40};
 constexpr seconds BUSY{4};  // twice a cycle
 constexpr seconds FIGURES_INTERVAL{10};
@@ -70,7 +71,9 @@ class CSoak {
     void BeBusy();
     void ReplaceOnePlayer();
     void PushAndCheck();
+    void ConnectBeyondTheRegistry();
     void StopAmidEverything();
+    void ExhaustDataPorts();
     void StopWhenQuiet();
     void Stop();
     void PrintFigures();
@@ -84,11 +87,15 @@ class CSoak {
     Clock::time_point m_nextFigures = m_start + FIGURES_INTERVAL;
     uint16_t m_port = FreeTcpPort();
     int m_firstDataPort = FreeDataPortRange(PORT_PAIRS + 10);
+    // After the range that the pool was given, and apart from other processes'.
+    const uint16_t m_foreignPort = static_cast<uint16_t>(m_firstDataPort + 2 * (PORT_PAIRS + 1));
     int m_descriptors = 0;
     int m_threads = 0;
     CMediaSource m_source{8, 1200};
     std::deque<std::unique_ptr<CPlayer>> m_players;
     std::vector<std::unique_ptr<CTroublemakers>> m_bad;
+    std::deque<CTestClient> m_visitors;  // connected, without media
+    int m_portsExhausted = 0;
     int m_playersServed = 0;
     int m_playersRefused = 0;
     size_t m_packetsTaken = 0;
@@ -141,10 +148,8 @@ void CSoak::BeBusy() {
     for (int i = 0; i < TROUBLEMAKERS_OF_EACH_KIND * CTroublemakers::KINDS; ++i) {
         kinds.push_back(static_cast<CTroublemakers::EKind>(i % CTroublemakers::KINDS));
     }
-    // Behind the range that the pool was given, and apart from other processes'.
-    const auto foreign = static_cast<uint16_t>(m_firstDataPort + 2 * (PORT_PAIRS + 1));
     for (int i = 0; i < TROUBLEMAKER_GROUPS; ++i) {
-        m_bad.push_back(std::make_unique<CTroublemakers>(m_port, kinds, foreign));
+        m_bad.push_back(std::make_unique<CTroublemakers>(m_port, kinds, m_foreignPort));
     }
     auto next = Clock::now();
     for (const auto end = next + BUSY; GoesOn() && next < end; next += PUSH_INTERVAL) {
@@ -189,7 +194,20 @@ void CSoak::Stop() {
     Require(!IsPlainBuild() || ms <= STOP_LIMIT_MS, "milliseconds of a stop", ms);
 }
 
+// Some of the last ones are refused by the full registry: they get replies, but no media.
+void CSoak::ConnectBeyondTheRegistry() {
+    for (int i = 0; i < VISITORS && GoesOn(); ++i) {
+        m_visitors.emplace_back(m_port);
+        m_visitors.back().Ask("OPTIONS", "*");
+    }
+}
+
+// Refused clients leave shortly before and shortly after the stop.
 void CSoak::StopAmidEverything() {
+    ConnectBeyondTheRegistry();
+    while (m_visitors.size() > VISITORS - 10) {
+        m_visitors.pop_back();
+    }
     std::atomic<bool> stopped{false};
     std::thread pusher([&] {
         while (!stopped) {
@@ -202,12 +220,37 @@ void CSoak::StopAmidEverything() {
     pusher.join();
     m_players.clear();
     m_bad.clear();
+    m_visitors.clear();
+    WaitUntil([&] { return CountThreads() == m_threads && CountDescriptors() == m_descriptors; });
+    Require(CountThreads() == m_threads, "threads after a stop", CountThreads());
+    Require(CountDescriptors() == m_descriptors, "descriptors after a stop", CountDescriptors());
+}
+
+// Clients set up until the pool is empty, and leave without TEARDOWN. The next player's SETUP finds
+// their ports.
+void CSoak::ExhaustDataPorts() {
+    bool refused = false;
+    for (int i = 0; i < VISITORS && !refused && GoesOn(); ++i) {
+        CTestClient& client = m_visitors.emplace_back(m_port);
+        client.Describe();
+        for (int n = 0; n < 16 && !refused; ++n) {
+            const std::string reply =
+                client.Setup(0, "RTP/AVP;unicast;client_port=" + std::to_string(m_foreignPort));
+            refused = reply.find(" 500 ") != std::string::npos;
+        }
+    }
+    m_visitors.clear();
+    Require(refused || !GoesOn(), "the data ports did not run out", FreePorts());
+    m_portsExhausted += refused ? 1 : 0;
+    const bool plays = WaitUntil([&] { return CPlayer(m_port, CPlayer::UDP).IsPlaying(); });
+    Require(plays || !GoesOn(), "no data port after those who held them had left", FreePorts());
 }
 
 // All leave. The sweep that comes after five idle seconds finds what is left of them.
 void CSoak::StopWhenQuiet() {
     m_players.clear();
     m_bad.clear();
+    ExhaustDataPorts();
     const int running = m_descriptors + 1;  // the listening socket
     WaitUntil([&] { return Sessions() == 0 && CountDescriptors() == running; }, seconds(30));
     Require(Sessions() == 0, "sessions left", Sessions());
@@ -225,10 +268,11 @@ void CSoak::StopWhenQuiet() {
 void CSoak::PrintFigures() {
     fprintf(m_out,
             "%5ld s: %3u sessions, %d clients came, %zu packets taken, %d players refused, "
+            "data ports exhausted %d times, "
             "%d descriptors, %d threads, %ld KB, %u free data ports, longest push %ld us\n",
             std::chrono::duration_cast<seconds>(Clock::now() - m_start).count(), Sessions(),
-            g_came.load(), m_packetsTaken, m_playersRefused, CountDescriptors(), CountThreads(),
-            ResidentKb(), FreePorts(), m_longestPushUs);
+            g_came.load(), m_packetsTaken, m_playersRefused, m_portsExhausted, CountDescriptors(),
+            CountThreads(), ResidentKb(), FreePorts(), m_longestPushUs);
     fflush(m_out);
 }
 
