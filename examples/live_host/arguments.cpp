@@ -26,6 +26,9 @@ const char* const HELP_TEXT =
     "  --seconds N           end after N seconds\n"
     "  --data-ports MIN-MAX  UDP ports for media, MIN even, two for each stream of each client\n"
     "                        (20000-20998)\n"
+    "  --log FILE            append standard output to FILE; a slow FILE or console delays "
+    "nothing,\n"
+    "                        lines without room are dropped and counted (/dev/stdout: as it is)\n"
     "  --debug               print the server's INFO lines too\n"
     "  --help                print this text\n";
 
@@ -47,6 +50,7 @@ enum EOption {
     OPT_NO_CUE,
     OPT_SECONDS,
     OPT_DATA_PORTS,
+    OPT_LOG,
     OPT_DEBUG,
     OPT_HELP
 };
@@ -64,6 +68,7 @@ const option OPTIONS[] = {
     {"no-cue", no_argument, nullptr, OPT_NO_CUE},
     {"seconds", required_argument, nullptr, OPT_SECONDS},
     {"data-ports", required_argument, nullptr, OPT_DATA_PORTS},
+    {"log", required_argument, nullptr, OPT_LOG},
     {"debug", no_argument, nullptr, OPT_DEBUG},
     {"help", no_argument, nullptr, OPT_HELP},
     {nullptr, 0, nullptr, 0},
@@ -163,6 +168,9 @@ bool TakeOption(int option, const char* pValue, CArguments& arguments, CGiven& g
         case OPT_AUDIO:
             arguments.strAudio = pValue;
             return *pValue != '\0' || Complain("--audio wants a file");
+        case OPT_LOG:
+            arguments.strLog = pValue;
+            return *pValue != '\0' || Complain("--log wants a file");
         case OPT_FPS:
             return ReadFrameRate(pValue, arguments) ||
                    Complain("--fps wants a number from 1 to 1000, or a fraction of two numbers");

@@ -17,6 +17,7 @@ struct CArguments {
     int nMaxDataPort = 20998;  // 500 pairs
     std::string strVideo;      // "-" is standard input
     std::string strAudio;      // empty: no audio
+    std::string strLog;        // empty: standard output
     EVideoCodec emCodec = EVideoCodec::eH264;
     int nFrames = 25;  // in nFrameSeconds
     int nFrameSeconds = 1;

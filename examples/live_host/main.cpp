@@ -7,6 +7,7 @@
 #include <random>
 
 #include "arguments.h"
+#include "log_drain.h"
 #include "media_pump.h"
 #include "rtsps_server_api.h"
 #include "urls.h"
@@ -92,6 +93,11 @@ int Serve(const CArguments& arguments) {
     if (stopFd < 0) {
         std::perror("live_host: signalfd");
         return EXIT_FAILED;
+    }
+    CLogDrain log;  // closed after the server has stopped: nothing else prints then
+    if (!arguments.strLog.empty() && !log.Open(arguments.strLog, error)) {
+        std::fprintf(stderr, "live_host: %s\n", error.c_str());
+        return EXIT_USAGE;
     }
     CViewers viewers;
     if (!StartServer(arguments, viewers)) {

@@ -55,14 +55,20 @@ def free_ports():
     sys.exit("no free UDP ports")
 
 
+def log_file(work):
+    return os.path.join(work, "live_host.log")
+
+
 class Host:
     """live_host, serving; its output goes to a file that is shown when something fails."""
 
     def __init__(self, program, arguments, work, feed=None):
-        self.log = os.path.join(work, "live_host.log")
+        self.log = log_file(work)
+        with open(self.log, "wb"):
+            pass
         for _ in range(5):
             self.port, first = free_ports()
-            with open(self.log, "wb") as log:
+            with open(self.log, "ab") as log:
                 self.process = subprocess.Popen(
                     [*program, "--port", str(self.port), "--data-ports", f"{first}-{first + 18}",
                      *arguments],

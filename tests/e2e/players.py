@@ -2,15 +2,17 @@
 # SPDX-License-Identifier: MIT
 """Plays what the example host serves with ffmpeg, over UDP and TCP at once, and compares every
 decoded frame and every byte of the sound with the source.
-Usage: players.py media_dir h264|h265|pipe [emulator...] live_host"""
+Usage: players.py media_dir h264|h265|pipe|console [emulator...] live_host"""
 
+import fcntl
 import os
 import shutil
 import subprocess
 import sys
 import tempfile
+import threading
 
-from playback import FFMPEG, Host, Player, check_recording, clip_frames, left
+from playback import FFMPEG, Host, Player, check_recording, clip_frames, left, log_file
 
 SECONDS = 7           # of media that each player records: a sender report comes in after 5
 RUN_FRAMES = 50       # that must arrive in a row, as they are and in their order
@@ -30,6 +32,22 @@ def make_h265(work):
     return path
 
 
+def make_console(path, log):
+    """A console that takes no more once live_host has said what it serves."""
+    os.mkfifo(path)
+    end = os.open(path, os.O_RDWR)
+    fcntl.fcntl(end, fcntl.F_SETPIPE_SZ, 4096)
+
+    def copy():
+        text = b""
+        while b"Ctrl-C" not in text:
+            text += os.read(end, 1)
+        with open(log, "ab") as copied:
+            copied.write(text)
+
+    threading.Thread(target=copy, daemon=True).start()
+
+
 def check_players(host, frames, audio, work):
     players = [Player(f"{transport} {stream}", host.url(stream), transport, SECONDS, work,
                       with_audio=audio is not None) for transport, stream in PLAYERS]
@@ -45,11 +63,16 @@ def run(program, media, case, work):
         "h264": ([], None),
         "h265": (["--video", video, "--audio", audio], None),
         "pipe": (["--video", "-"], video),
+        "console": (["--debug", "--log", os.path.join(work, "console")], None),
     }[case]
+    if case == "console":
+        make_console(arguments[-1], log_file(work))
     host = Host(program, arguments, work, feed)
     try:
         faults = check_players(host, frames, None if feed else audio, work)
         faults += host.end(feed is not None)
+        if case == "console" and "lines unwritten" not in host.output():
+            faults.append("the console was never full")
         return faults + ["live_host said:\n" + host.output()] if faults else []
     finally:
         host.kill()

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+#include "log_drain.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr size_t LINE_SIZE = 100;
+
+// A pipe as the console: it takes what fits and no more until it is read.
+struct CConsole {
+    CConsole() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
+    ~CConsole() {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    std::string Path() const { return "/proc/self/fd/" + std::to_string(ends[1]); }
+
+    // Everything that comes before the drain is closed.
+    std::string ReadAll(CLogDrain& drain) {
+        std::string text;
+        std::thread reader([&] {
+            char data[4096];
+            ssize_t size = 0;
+            while ((size = read(ends[0], data, sizeof(data))) > 0)
+                text.append(data, static_cast<size_t>(size));
+        });
+        drain.Close();
+        close(ends[1]);
+        ends[1] = -1;
+        reader.join();
+        return text;
+    }
+
+    int ends[2] = {-1, -1};
+};
+
+// A descriptor to print to, as standard output is.
+class LogDrain : public testing::Test {
+  protected:
+    ~LogDrain() override { close(m_out); }
+
+    void Open(CLogDrain& drain, const std::string& path) {
+        std::string error;
+        ASSERT_TRUE(drain.Open(path, error, m_out)) << error;
+    }
+
+    void PrintNumbers(size_t lines) {
+        for (size_t i = 0; i < lines; ++i) {
+            std::string line = std::to_string(i);
+            line.resize(LINE_SIZE - 1, '.');
+            line += '\n';
+            ASSERT_EQ(LINE_SIZE, write(m_out, line.data(), line.size()));
+        }
+    }
+
+    const int m_out = open("/dev/null", O_WRONLY | O_CLOEXEC);
+};
+
+TEST_F(LogDrain, DropsAndCountsWholeLinesWhileTheConsoleTakesNothing) {
+    constexpr size_t LINES = 20000;  // 2 MB, far more than all buffers hold
+    CConsole console;
+    CLogDrain drain;
+    Open(drain, console.Path());
+    PrintNumbers(LINES);  // would not return if anything waited for the console
+    const std::string text = console.ReadAll(drain);
+    EXPECT_LT(text.size(), 4 * CLogDrain::CAPACITY);
+    std::istringstream lines(text);
+    size_t next = 0, dropped = 0, reports = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (std::sscanf(line.c_str(), "... %zu lines of the log were dropped here", &dropped) ==
+            1) {
+            ++reports;
+            next += dropped;
+            continue;
+        }
+        EXPECT_EQ(LINE_SIZE - 1, line.size());
+        EXPECT_EQ(std::to_string(next), line.substr(0, line.find('.')))
+            << "dropped or out of order";
+        ++next;
+    }
+    EXPECT_EQ(LINES, next);
+    EXPECT_GE(reports, 1u);
+    EXPECT_LE(reports, 5u) << "one line for each gap";
+}
+
+TEST_F(LogDrain, LosesNothingAtTheEndWhenTheConsoleIsRead) {
+    CConsole console;
+    CLogDrain drain;
+    Open(drain, console.Path());
+    PrintNumbers(400);
+    ASSERT_EQ(4, write(m_out, "tail", 4));
+    const std::string text = console.ReadAll(drain);
+    EXPECT_EQ(400 * LINE_SIZE + 4, text.size());
+    EXPECT_THAT(text, testing::EndsWith("\ntail"));
+}
+
+TEST_F(LogDrain, GivesAStuckConsoleUpAndReportsWhatRemains) {
+    CConsole console;
+    CLogDrain drain;
+    Open(drain, console.Path());
+    fcntl(console.ends[1], F_SETPIPE_SZ, 4096);
+    PrintNumbers(600);
+    testing::internal::CaptureStderr();
+    const auto begin = std::chrono::steady_clock::now();
+    drain.Close();
+    const auto time = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(time, CLogDrain::FLUSH_TIME);
+    EXPECT_LT(time, CLogDrain::FLUSH_TIME * 5);
+    std::string taken(4096, 0);
+    taken.resize(static_cast<size_t>(read(console.ends[0], taken.data(), taken.size())));
+    const auto lines = 600 - std::count(taken.begin(), taken.end(), '\n');
+    EXPECT_EQ("The log ended with " + std::to_string(lines) + " lines unwritten\n",
+              testing::internal::GetCapturedStderr());
+    EXPECT_EQ(1, write(m_out, "x", 1)) << "the descriptor leads where it led before";
+}
+
+TEST_F(LogDrain, SaysWhyItCannotOpen) {
+    CLogDrain drain;
+    std::string error;
+    EXPECT_FALSE(drain.Open("/no/such/folder/log", error, m_out));
+    EXPECT_THAT(error, HasSubstr("/no/such/folder/log: No such file or directory"));
+}
+
+}  // namespace
