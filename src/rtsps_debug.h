@@ -24,9 +24,6 @@ enum eLOG_LEVEL : int {
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_##level, "%s:%d %s " text "%s\n", __FILE__, \
                                             __LINE__, __func__, __VA_ARGS__)
 
-// The format and the first three arguments of a diagnostic line, for calls in the long form.
-#define RTSPS_AT(text) "%s:%d %s " text "\n", __FILE__, __LINE__, __func__
-
 // The one way in which the library prints diagnostics: a level label and the formatted line, in a
 // single printf to standard output. Any thread may log at any time; nothing is allocated.
 class CDebugInfo {

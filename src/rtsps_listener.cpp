@@ -38,7 +38,7 @@ void SetIntOption(CBB_SOCK_T sock, int nLevel, int nName, int nValue) {
 int CRtspListener::Open(int port) {
     const CBB_SOCK_T sock = CBB_CreateSocket(AF_INET, SOCK_STREAM, 0);
     if (sock == -1) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("CreateSocket failed "));
+        RTSPS_LOG(ERROR, "CreateSocket failed ");
         return -1;
     }
     m_sock.store(sock, std::memory_order_release);
@@ -58,12 +58,11 @@ int CRtspListener::listen_on(int port) {
     CBB_SetNonBlock(GetFd(), 1);
     if (CBB_Bind(GetFd(), &addr) != 0) {
         const int nError = GetSystemLastError();
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("bind %d failed,errno %d"), port, nError);
+        RTSPS_LOG(ERROR, "bind %d failed,errno %d", port, nError);
         return -1;
     }
     if (CBB_Listen(GetFd(), LISTEN_BACKLOG) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Listen failed "));
+        RTSPS_LOG(ERROR, "Listen failed ");
         return -1;
     }
     return 0;
@@ -71,15 +70,13 @@ int CRtspListener::listen_on(int port) {
 
 int CRtspListener::start_thread(int port) {
     m_running.store(1, std::memory_order_release);
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_INFO,
-                                            RTSPS_AT("Thread_Create, the port is [%d]"), port);
+    RTSPS_LOG(INFO, "Thread_Create, the port is [%d]", port);
     {
         const CBlockSignals block;
         m_ThreadListen = CBB_Thread_Create(accept_handler_svc, this, THREAD_STACK_SIZE, 0, 0, 0);
     }
     if (m_ThreadListen == CBB_INVALID_HANDLE) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("create data thread failed "));
+        RTSPS_LOG(ERROR, "create data thread failed ");
         close_socket();
         m_running.store(0, std::memory_order_release);
         return -1;
@@ -195,11 +192,10 @@ void CRtspListener::prepare_socket(CBB_SOCK_T sock) {
 }
 
 void CRtspListener::log_arrival(const CBB_ADDR_T& peer) {
-    CDebugInfo* pDebug = CDebugInfo::Instance();
-    pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("the client connect is arrive!!!!!!!"));
-    pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("Client : family [%s]"),
-                            CBB_GetAddrType(&peer) == AF_INET ? "AF_INET" : "AF_INET6");
-    pDebug->OutputDebugInfo(LOG_LEVEL_INFO, RTSPS_AT("port [%d]"), CBB_GetAddrPort(&peer));
+    RTSPS_LOG(INFO, "the client connect is arrive!!!!!!!");
+    RTSPS_LOG(INFO, "Client : family [%s]",
+              CBB_GetAddrType(&peer) == AF_INET ? "AF_INET" : "AF_INET6");
+    RTSPS_LOG(INFO, "port [%d]", CBB_GetAddrPort(&peer));
 }
 
 void CRtspListener::serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
@@ -220,19 +216,16 @@ bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
         pSession.reset(new (std::nothrow) CRtspSession(dwId));
     }
     if (pSession == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                                RTSPS_AT("New CRtspSession ERROR!!!!!"));
+        RTSPS_LOG(WARN, "New CRtspSession ERROR!!!!!");
         return false;
     }
     if (pSession->Init() != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("Error!!! Server can not process more client!!"));
+        RTSPS_LOG(ERROR, "Error!!! Server can not process more client!!");
         return false;
     }
     pSession->AwaitRegistration();
     if (pSession->Open(sock, &peer) != 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("Open thread to process msg ERROR!!"));
+        RTSPS_LOG(ERROR, "Open thread to process msg ERROR!!");
         pSession->Release();
         return false;
     }

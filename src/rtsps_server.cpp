@@ -37,7 +37,7 @@ int CRtspServer::Init(const TRtspServerPara* pPara) {
         return 0;
     }
     if (CBB_InitNetwork_Inter() < 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("init failed"));
+        RTSPS_LOG(ERROR, "init failed");
         return -1;  // kept: the count stays raised
     }
     m_stuPara = pPara != nullptr ? *pPara : TRtspServerPara{};
@@ -58,7 +58,7 @@ int CRtspServer::Start() {
     const CLockGuard startStop(m_mutexStartStop);
     const CLockGuard guard(m_Mutex);
     if (m_bStarted) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN, RTSPS_AT("already started...."));
+        RTSPS_LOG(WARN, "already started....");
         return 0;
     }
     if (create_parts() != 0) {
@@ -73,25 +73,22 @@ int CRtspServer::Start() {
 // The pool exists before the listener opens, and so before a client can ask for a port.
 int CRtspServer::create_parts() {
     if (m_nInitRef <= 0) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR, RTSPS_AT("Start failed,not init"));
+        RTSPS_LOG(ERROR, "Start failed,not init");
         return -1;
     }
     m_pListener.reset(new (std::nothrow) CRtspListener);
     if (m_pListener == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(
-            LOG_LEVEL_ERROR, RTSPS_AT("new(std::nothrow) CRtspListener failed "));
+        RTSPS_LOG(ERROR, "new(std::nothrow) CRtspListener failed ");
         return -1;
     }
     m_pPortQueue.reset(CNet_PortPool::create_new(static_cast<uint16_t>(m_stuPara.nMinPort),
                                                  static_cast<uint16_t>(m_stuPara.nMaxPort)));
     if (m_pPortQueue == nullptr) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("CNet_PortPool::create_new "));
+        RTSPS_LOG(ERROR, "CNet_PortPool::create_new ");
         return -1;
     }
     if (m_pListener->Open(static_cast<int>(m_stuPara.nServerPort)) == -1) {
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                RTSPS_AT("m_pListener open error"));
+        RTSPS_LOG(ERROR, "m_pListener open error");
         return -1;
     }
     return 0;

@@ -13,8 +13,7 @@ bool IsInsideCallBack() {
     if (!CSessionEvents::InCallBack()) {
         return false;
     }
-    CDebugInfo::Instance()->OutputDebugInfo(
-        LOG_LEVEL_ERROR, RTSPS_AT("start and stop do nothing inside the event callback"));
+    RTSPS_LOG(ERROR, "start and stop do nothing inside the event callback");
     return true;
 }
 

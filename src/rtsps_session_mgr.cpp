@@ -42,13 +42,11 @@ uint32_t CRtspSessionManager::GenerateSessionId() {
         const auto r2 = static_cast<uint32_t>(random());
         const uint32_t dwId = (r1 & ~LOW_BITS) | (r2 & LOW_BITS);
         if (m_mapSession.find(dwId) != m_mapSession.end()) {
-            CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_ERROR,
-                                                    RTSPS_AT("Dup,SRC[0x%x]!!!!!!!!!!!!!"), dwId);
+            RTSPS_LOG(ERROR, "Dup,SRC[0x%x]!!!!!!!!!!!!!", dwId);
             continue;
         }
         // Level CRIT: kept, every new id is printed.
-        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_CRIT, RTSPS_AT("New sessionID [0x%x]"),
-                                                dwId);
+        RTSPS_LOG(CRIT, "New sessionID [0x%x]", dwId);
         return dwId;
     }
 }
@@ -79,14 +77,12 @@ int CRtspSessionManager::AddSession(CRtspSession* pSession) {
         const CLockGuard guard(m_Mutex);
         if (register_session(pSession)) {
             // Level CRIT like the line of a new id; kept.
-            CDebugInfo::Instance()->OutputDebugInfo(
-                LOG_LEVEL_CRIT, RTSPS_AT("m_maxSessions=%u, now has %u"), m_maxSessions,
-                static_cast<uint32_t>(m_mapSession.size()));
+            RTSPS_LOG(CRIT, "m_maxSessions=%u, now has %u", m_maxSessions,
+                      static_cast<uint32_t>(m_mapSession.size()));
             return 0;
         }
     }
-    CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
-                                            RTSPS_AT("ERROR! add_session,OverSize!!!"));
+    RTSPS_LOG(WARN, "ERROR! add_session,OverSize!!!");
     keep_refused(pSession);
     return -1;
 }
