@@ -6,6 +6,7 @@
 #include <functional>
 #include <future>
 #include <mutex>
+#include <stdexcept>
 
 #include "rtsps_session_mgr.h"
 #include "support/test_net.h"
@@ -172,6 +173,23 @@ TEST_F(CEventTest, CallsFromInsideTheFunction) {
     EXPECT_EQ(client.Socket().ReceiveExactly(116), FrameOf(MakeUnit({}), VIDEO_SSRC, 0));
     EXPECT_EQ(m_log.Count("start and stop do nothing inside the event callback"), 2);
     EXPECT_NE(client.Ask("OPTIONS", client.Url()), "");  // still running
+}
+
+TEST_F(CEventTest, AnExceptionOfTheHostEndsNothing) {
+    m_listener.inside = [](const CHeard&) { throw std::runtime_error("the host's own"); };
+    Start();
+    for (int i = 0; i < 2; ++i) {
+        m_listener.Clear();
+        CTestClient client(m_port);
+        EXPECT_TRUE(client.PlayInterleaved(false));
+        Push(MakeUnit({}));
+        EXPECT_EQ(client.Socket().ReceiveExactly(116), FrameOf(MakeUnit({}), VIDEO_SSRC, 0));
+        client.Socket().Reset();
+        ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
+        EXPECT_EQ(m_listener.Events(), "12346") << "no event is left out";
+    }
+    CRtspSessionManager::Instance()->DelExceptionSession();
+    EXPECT_TRUE(WaitUntil([] { return CountThreads() == OwnThreads() + 1; }));
 }
 
 TEST_F(CEventTest, OnlyTheClientItIsAboutWaits) {

@@ -121,6 +121,86 @@ TEST_F(CMediaTest, OnlyPlayersOfTheStreamReceiveIt) {
     EXPECT_TRUE(main.GetsNothing());
 }
 
+// A stream that is declared again keeps its earlier clients as they are.
+TEST_F(CMediaTest, ANewDeclarationReachesLaterClients) {
+    StartServer();
+    CTestClient earlier(m_port);
+    EXPECT_TRUE(earlier.PlayInterleaved(false));
+    TRtspServerStreamInfo info = MakeStreamInfo();
+    info.byVideoPayload = 101;
+    info.dwVideoSSrc = 0xABCDEF01;
+    info.dwVideoFormat = RTSPS_VIDEO_STREAM_TYPE_H265;
+    EXPECT_EQ(RTSPServer_SetStreamInfo(1, RTSPS_STREAM_MAIN, &info), 0);
+    CTestClient later(m_port);
+    EXPECT_NE(later.Describe().find("a=rtpmap:101 H265/90000"), std::string::npos);
+    EXPECT_NE(later.Setup(0, "RTP/AVP/TCP;unicast;interleaved=0-1").find("ssrc=abcdef01"),
+              std::string::npos);
+    EXPECT_EQ(later.Play().substr(9, 3), "200");
+    const Bytes before = MakeUnit({VIDEO});
+    const Bytes after = MakeUnit({101});
+    Push(before);
+    Push(after);
+    EXPECT_EQ(earlier.Socket().ReceiveExactly(before.size()), FrameOf(before, VIDEO_SSRC, 0));
+    EXPECT_EQ(later.Socket().ReceiveExactly(after.size()), FrameOf(after, 0xABCDEF01, 0));
+    EXPECT_EQ(earlier.Socket().Receive(1, 0) + later.Socket().Receive(1, 0), "");
+    EXPECT_EQ(m_log.Count("unkown payload type"), 2) << "each client knows one of them";
+}
+
+// The longest unit is 65539 bytes with its prefix. The length field cannot announce more.
+TEST_F(CMediaTest, TheLongestUnitArrivesWhole) {
+    StartServer();
+    CPlayer player(m_port, RTPOVERRTSP_MODE);
+    const Bytes unit = MakeUnit({VIDEO, 1, 0, 65535 - 12, 1});
+    ASSERT_EQ(unit.size(), 65539U);
+    Push(unit);
+    EXPECT_TRUE(player.Gets(unit));
+}
+
+// An interleaved client that does not read while the host pushes, until frames wait in the server.
+struct CLaggingClient : CTestClient {
+    CLaggingClient(uint16_t port, const CLogCapture& log) : CTestClient(port, 4096) {
+        EXPECT_TRUE(PlayInterleaved(false));
+        Bytes unit = MakeUnit({VIDEO, NO_GAP, 0, 60000, 1});
+        for (int i = 0; i < 400 && !log.Has(" remain bufsize="); ++i) {
+            pushed += FrameOf(unit, SSRCS[0], 0);
+            RTSPServer_SendRealSteam(1, 0, unit.data(), static_cast<int>(unit.size()));
+        }
+    }
+    // Everything that arrives before there is a pause.
+    std::string ReadAll() {
+        std::string received;
+        for (std::string more = "x"; !more.empty(); received += more) {
+            more = Socket().Receive(1 << 20, 200);
+        }
+        return received;
+    }
+    std::string pushed;
+};
+
+TEST_F(CMediaTest, TeardownIsAnsweredAfterTheMediaThatWaited) {
+    StartServer();
+    CLaggingClient client(m_port, m_log);
+    const std::string received = client.ReadAll();
+    client.Socket().Send("TEARDOWN " + client.Url() + " RTSP/1.0\r\nCSeq: 9\r\n\r\n");
+    const std::string rest = client.ReadAll();
+    const size_t waited = client.pushed.size() - received.size();
+    EXPECT_TRUE(waited > 0 && received + rest.substr(0, waited) == client.pushed);
+    EXPECT_EQ(rest.substr(waited, 17), "RTSP/1.0 200 OK\r\n");
+}
+
+// Kept: the transport closes right after the reply, with all that still waits in it.
+TEST_F(CMediaTest, TeardownOfAClientThatDoesNotReadLosesItsReply) {
+    StartServer();
+    CLaggingClient client(m_port, m_log);
+    client.Socket().Send("TEARDOWN " + client.Url() + " RTSP/1.0\r\nCSeq: 9\r\n\r\n");
+    ASSERT_TRUE(WaitUntil([&] { return m_log.Count(" remain bufsize=") == 2; }))
+        << "the reply waits";
+    const std::string received = client.ReadAll();
+    EXPECT_TRUE(received == client.pushed.substr(0, received.size()));
+    EXPECT_LT(received.size(), client.pushed.size());
+    EXPECT_FALSE(client.Socket().AtEnd(0)) << "the client closes";
+}
+
 TEST_F(CMediaTest, OddPushesAreTold) {
     StartServer();
     CPlayer player(m_port, RTPOVERRTSP_MODE);

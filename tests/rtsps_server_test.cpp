@@ -2,7 +2,9 @@
 #include "rtsps_server.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <list>
 
 #include "support/test_net.h"
 
@@ -95,6 +97,63 @@ TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {
         EXPECT_EQ(Server()->GetStreamInfo(record.channel, record.stream, &info),
                   record.mark != 0 ? 0 : -1);
         EXPECT_EQ(info.res[5], record.mark) << record.channel << ", " << record.stream;
+    }
+}
+
+TEST_F(CServerObjectTest, StopMayRunInTwoThreadsAtOnce) {
+    Init();
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(RTSPServer_Start(), 0);
+        std::list<CTestClient> players;
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_TRUE(players.emplace_back(m_port).PlayInterleaved());
+        }
+        std::thread other([] { EXPECT_EQ(RTSPServer_Stop(), 0); });
+        EXPECT_EQ(RTSPServer_Stop(), 0);
+        EXPECT_LE(CountThreads(), m_threadsBefore + 1) << "all threads of the library have ended";
+        other.join();
+        for (CTestClient& player : players) {
+            EXPECT_TRUE(player.Socket().AtEnd());
+        }
+    }
+}
+
+TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
+    EXPECT_EXIT(
+        {
+            StartServer();
+            std::list<CTestClient> players;
+            for (int i = 0; i < 4; ++i) {
+                EXPECT_TRUE(players.emplace_back(m_port).PlayInterleaved());
+            }
+            std::thread([this] {
+                for (;;) {
+                    Push(MakeUnit({}));
+                }
+            }).detach();
+            players.front().Socket().Receive();
+            exit(HasFailure() ? 1 : 0);  // as return from main: the destructors run
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CServerObjectTest, AnyChannelNumberHasThreeStreams) {
+    StartServer();
+    TRtspServerStreamInfo info = MakeStreamInfo();
+    for (const int channel : {0, 2147483647}) {
+        for (const char* stream : {"main", "sub", "third"}) {
+            const std::string url =
+                "rtsp://127.0.0.1/chan" + std::to_string(channel) + "/" + stream;
+            EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "404") << url;
+        }
+        for (int stream = RTSPS_STREAM_MAIN; stream <= RTSPS_STREAM_THIRD; ++stream) {
+            EXPECT_EQ(RTSPServer_SetStreamInfo(channel, stream, &info), 0);
+        }
+        for (const char* stream : {"main", "sub", "third"}) {
+            const std::string url =
+                "rtsp://127.0.0.1/chan" + std::to_string(channel) + "/" + stream;
+            EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "200") << url;
+        }
     }
 }
 
