@@ -2,10 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <tuple>
+#include <algorithm>
 #include <utility>
+#include <vector>
 
+#include "annexb_reader.h"
+#include "parameter_sets.h"
 #include "rtp_packetizer.h"
 #include "slot_clock.h"
 
@@ -13,6 +15,7 @@ namespace {
 
 using testing::ElementsAre;
 using CBytes = std::vector<uint8_t>;
+constexpr EVideoCodec H264 = EVideoCodec::eH264, H265 = EVideoCodec::eH265;
 
 // The first slice of a picture, of a given size.
 CBytes Nal(EVideoCodec codec, int type, size_t size) {
@@ -27,8 +30,8 @@ CBytes Nal(EVideoCodec codec, int type, size_t size) {
     return nal;
 }
 
-// Reads a push as the server does; players prove the headers of fragments (RFC 6184, 5.8; RFC 7798,
-// 4.4.3). `sizes`: of the payloads, negative with a marker.
+// Reads a push as the server does; the players check the headers of fragments (RFC 6184, 5.8; RFC
+// 7798, 4.4.3). `sizes`: of the payloads, negative with a marker.
 CBytes Received(EVideoCodec codec, const CBytes& units, std::vector<int>& sizes) {
     const bool h264 = codec == EVideoCodec::eH264;
     CBytes joined;
@@ -46,29 +49,118 @@ CBytes Received(EVideoCodec codec, const CBytes& units, std::vector<int>& sizes)
 }
 
 TEST(LiveHostPacketizer, CutsAtTheRightSizesAndLosesNothing) {
-    constexpr EVideoCodec H264 = EVideoCodec::eH264, H265 = EVideoCodec::eH265;
-    const std::tuple<EVideoCodec, size_t, std::vector<int>> rows[] = {
-        {H264, 1, {-1}},
-        {H264, 1400, {-1400}},
-        {H264, 1401, {1400, -4}},             // header goes, 2 bytes of FU come
-        {H264, 1 + 2 * 1398, {1400, -1400}},  // no empty last fragment
-        {H265, 1401, {1400, -5}},
-        {H265, 2 + 3 * 1397, {1400, 1400, -1400}},
+    const struct {
+        const char* why;
+        EVideoCodec codec;
+        size_t size;
+        std::vector<int> payloads;  // negative: with the marker
+    } rows[] = {
+        {"the smallest", H264, 1, {-1}},
+        {"fits one packet", H264, 1400, {-1400}},
+        {"the header goes, 2 bytes of FU come", H264, 1401, {1400, -4}},
+        {"no empty last fragment", H264, 1 + 2 * 1398, {1400, -1400}},
+        {"3 bytes of FU come", H265, 1401, {1400, -5}},
+        {"three fragments", H265, 2 + 3 * 1397, {1400, 1400, -1400}},
     };
-    for (const auto& [codec, size, expected] : rows) {
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
         // Types that RTP uses itself are left out; the marker is on the last one sent.
-        CBytes nal = Nal(codec, 1, size);
+        CBytes nal = Nal(row.codec, 1, row.size);
         CBytes units;
         CAccessUnit picture;
-        for (const CBytes& each : {nal, Nal(codec, codec == H264 ? 28 : 49, 9)})
-            picture.Append(codec, each.data(), each.size());
-        CRtpPacketizer(96, 65535).AppendPicture(codec, picture, 0xFFFFFFF0, units);
+        for (const CBytes& each : {nal, Nal(row.codec, row.codec == H264 ? 28 : 49, 9)})
+            picture.Append(row.codec, each.data(), each.size());
+        CRtpPacketizer(96, 65535).AppendPicture(row.codec, picture, 0xFFFFFFF0, units);
         std::vector<int> sizes;
-        if (size > 1400)  // cut up, it has no header of its own
-            nal.erase(nal.begin(), nal.begin() + static_cast<int>(NalHeaderSize(codec)));
-        EXPECT_EQ(Received(codec, units, sizes), nal);
-        EXPECT_EQ(expected, sizes);
+        if (row.size > 1400)  // cut up, it has no header of its own
+            nal.erase(nal.begin(), nal.begin() + static_cast<int>(NalHeaderSize(row.codec)));
+        EXPECT_EQ(Received(row.codec, units, sizes), nal);
+        EXPECT_EQ(row.payloads, sizes);
     }
+}
+
+// The bytes of NAL units behind start codes, and what the reader makes of them.
+CBytes AnnexB(const std::vector<CBytes>& nals) {
+    CBytes stream;
+    for (const CBytes& nal : nals) {
+        stream.insert(stream.end(), {0, 0, 0, 1});
+        stream.insert(stream.end(), nal.begin(), nal.end());
+    }
+    return stream;
+}
+
+std::vector<size_t> NalSizes(const CAccessUnit& unit) {
+    std::vector<size_t> sizes;
+    for (const CAccessUnit::CNal& nal : unit.Nals())
+        sizes.push_back(nal.nSize);
+    return sizes;
+}
+
+using EResult = CAnnexBReader::EResult;
+
+TEST(LiveHostReader, CutsAStreamIntoPicturesHoweverItArrives) {
+    const CBytes stream = AnnexB({Nal(H264, 9, 2), Nal(H264, 7, 20), Nal(H264, 8, 5),
+                                  Nal(H264, 5, 300), Nal(H264, 1, 40), Nal(H264, 1, 41)});
+    for (const size_t step : {size_t{1}, size_t{7}, stream.size()}) {
+        SCOPED_TRACE(step);
+        CAnnexBReader reader(H264);
+        CAccessUnit unit;
+        std::vector<std::vector<size_t>> pictures;
+        const auto take = [&] {
+            while (reader.Take(unit) == EResult::eReady)
+                pictures.push_back(NalSizes(unit));
+        };
+        for (size_t at = 0; at < stream.size(); at += step) {
+            reader.Append(&stream[at], std::min(step, stream.size() - at));
+            take();
+        }
+        EXPECT_EQ(pictures.size(), 2U) << "the last one may go on";
+        reader.End();
+        take();
+        EXPECT_THAT(pictures,
+                    ElementsAre(ElementsAre(2, 20, 5, 300), ElementsAre(40), ElementsAre(41)));
+        EXPECT_EQ(reader.Take(unit), EResult::eEnd);
+    }
+}
+
+TEST(LiveHostReader, RefusesWhatIsNoStreamAndWhatNeverEnds) {
+    CAccessUnit unit;
+    CAnnexBReader text(H264);
+    text.Append(reinterpret_cast<const uint8_t*>("no start code"), 13);
+    EXPECT_EQ(text.Take(unit), EResult::eNoStream);
+    text.Restart();
+    EXPECT_EQ(text.Take(unit), EResult::eNeedData);
+
+    CAnnexBReader endless(H264);
+    const CBytes largest = AnnexB({Nal(H264, 5, CAnnexBReader::MAX_UNIT_SIZE)});
+    endless.Append(largest.data(), largest.size());
+    EXPECT_EQ(endless.Take(unit), EResult::eNeedData);
+    endless.Append(largest.data() + 10, 1);
+    EXPECT_EQ(endless.Take(unit), EResult::eTooLarge);
+}
+
+TEST(LiveHostParameterSets, EachKeyPictureHasThem) {
+    const auto picture = [](const std::vector<CBytes>& nals) {
+        CAccessUnit unit;
+        for (const CBytes& nal : nals)
+            unit.Append(H264, nal.data(), nal.size());
+        return unit;
+    };
+    CParameterSets sets(H264);
+    CAccessUnit early = picture({Nal(H264, 5, 300)});
+    EXPECT_FALSE(sets.Complete(early)) << "a key picture, and no sets were seen yet";
+    CAccessUnit full = picture({Nal(H264, 7, 20), Nal(H264, 8, 5), Nal(H264, 5, 300)});
+    EXPECT_TRUE(sets.Complete(full));
+    EXPECT_THAT(NalSizes(full), ElementsAre(20, 5, 300));
+    CAccessUnit other = picture({Nal(H264, 1, 40)});
+    EXPECT_TRUE(sets.Complete(other));
+    EXPECT_THAT(NalSizes(other), ElementsAre(40));
+    CAccessUnit bare = picture({Nal(H264, 9, 2), Nal(H264, 5, 301)});
+    EXPECT_TRUE(sets.Complete(bare));
+    EXPECT_THAT(NalSizes(bare), ElementsAre(2, 20, 5, 301)) << "the delimiter stays first";
+    CAccessUnit half = picture({Nal(H264, 8, 6), Nal(H264, 5, 302)});
+    EXPECT_TRUE(sets.Complete(half));
+    EXPECT_THAT(NalSizes(half), ElementsAre(20, 6, 302)) << "its own picture set is the newer one";
 }
 
 TEST(LiveHostClock, DoesNotDrift) {
