@@ -74,4 +74,30 @@ TEST(RtcpSession, ReportBytes) {
     EXPECT_EQ(udp.Receive(100, 0) + connection.ReadAll(), "");
 }
 
+// A report that a client of many days gets, and the next one.
+TEST(RtcpSession, CountersAndSecondsWrap) {
+    constexpr int64_t LAST_SECOND_OF_THE_ERA = 2085978495;  // in 2036
+    const CSocketPair connection;
+    TRANS_INFO info = MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, connection.server.Fd());
+    CFakeClock clock(LAST_SECOND_OF_THE_ERA);
+    CRtcpSession session(RTPOVERRTSP_MODE);
+    ASSERT_EQ(session.open(&info), 0);
+    const uint8_t header[12] = {0x80, 0x60, 0, 1, 0, 0, 0, 7};
+    session.is_time();
+    session.count_packets(header, 0, 0xFFFFFFFF);
+    session.send_sr(0);
+    EXPECT_EQ(connection.ReadAll().substr(12), std::string("\xFF\xFF\xFF\xFF"  // seconds
+                                                           "\0\0\0\0\0\0\0\7"
+                                                           "\xFF\xFF\xFF\xFF"  // packets
+                                                           "\0\0\0\x0C",       // octets
+                                                           20));
+    clock.Set(LAST_SECOND_OF_THE_ERA + 5);
+    EXPECT_EQ(session.is_time(), 1U);
+    session.count_packets(header, 0, 2);
+    session.send_sr(0);
+    EXPECT_EQ(connection.ReadAll().substr(12), std::string("\0\0\0\4\0\0\0\0\0\0\0\7"
+                                                           "\0\0\0\1\xFF\xFF\xFF\xF4",
+                                                           20));
+}
+
 }  // namespace

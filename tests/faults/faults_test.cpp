@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <set>
 #include <string>
 #include <thread>
@@ -342,6 +343,71 @@ TEST_F(CFaultTest, PeerThatSendsOneByteAtATime) {
         EXPECT_TRUE(Ok(slow.ReadReply())) << method;
     }
     EXPECT_EQ(PushUntilReceived(slow.Socket()).size(), 116U);
+}
+
+// Runs of equal units leave in one call per client, unless the kernel does not segment UDP.
+TEST_F(CFaultTest, RunsLeaveInFewSystemCalls) {
+    constexpr int UNITS = 40;
+    const struct {
+        const char* why;
+        std::string transport;
+        bool segments;
+        int polls, sends, sendmsgs;
+    } rows[] = {
+        {"UDP with segmentation", UDP, true, 1, 0, 1},
+        {"UDP without segmentation", UDP, false, UNITS, UNITS, 0},
+        {"interleaved", INTERLEAVED, true, 1, 1, 0},
+        {"interleaved needs no segmentation", INTERLEAVED, false, 1, 1, 0},
+    };
+    StartServer();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const CFailingCall noSegmentation(SEGMENT, row.segments ? 1000 : 1, ENOPROTOOPT);
+        CPeer client(m_port, PLAYING, row.transport);
+        ASSERT_TRUE(Ok(client.reply));
+        const auto& media = row.transport == UDP ? client.media : client.Socket();
+        for (int push = 0; push < 3; ++push) {  // the first one starts the reports' interval
+            const int before[] = {g_scripts[POLL].calls, g_scripts[SEND].calls,
+                                  g_scripts[SENDMSG].calls};
+            const std::string frames = PushRun(UNITS, 200, row.transport == UDP ? &media : nullptr);
+            EXPECT_TRUE(row.transport == UDP || media.ReceiveExactly(frames.size()) == frames);
+            if (push == 0) {
+                continue;
+            }
+            EXPECT_EQ(g_scripts[POLL].calls - before[0], row.polls);
+            EXPECT_EQ(g_scripts[SEND].calls - before[1], row.sends);
+            EXPECT_EQ(g_scripts[SENDMSG].calls - before[2], row.sendmsgs);
+        }
+        client.Socket().Reset();
+        CRtspSessionManager::Instance()->Close();
+    }
+}
+
+// A year of a client that plays, in short. At 8 Mbit/s, about 750 packets of 1400 bytes per second,
+// these wrap within a year: the 16 bits of RTP sequence numbers (87 s) and the 32 bits of RTP time
+// stamps (13 h) here; the 32 bits of a report's octets (5 days) and packets (66 days), and of its
+// seconds (in 2036), in rtcp_session_test.cpp. The milliseconds in which a client sent nothing stop
+// at 31 bits (24 days). All other counters have 64 bits, or count pushes: 1.5e9 at 50 per second.
+TEST_F(CFaultTest, CountersThatWrapWhileAClientPlays) {
+    constexpr int WAIT_MS = 3000;
+    StartServer();
+    CPeer client(m_port, PLAYING, UDP);
+    ASSERT_TRUE(Ok(client.reply));
+    g_skippedWaits = INT_MAX / WAIT_MS + 10;
+    EXPECT_TRUE(Ok(client.Ask("OPTIONS", "*"))) << "wakes the thread from its first wait";
+    EXPECT_TRUE(WaitUntil([] { return g_skippedWaits == 0; }));
+    EXPECT_TRUE(Ok(client.Ask("OPTIONS", "*"))) << "a client that was quiet for 24 days";
+    m_sequence = 65530;
+    for (int i = 0; i < 4; ++i) {
+        PushRun(4, 1388, &client.media);
+    }
+    const Bytes early = MakeUnit({96, 10, 0xFFFFFFFF, 100, 1});
+    const Bytes late = MakeUnit({96, 11, 0x00000E0F, 100, 2});
+    for (const Bytes& unit : {early, late}) {
+        Push(unit);
+        EXPECT_EQ(client.media.Receive(), PacketOf(unit, VIDEO_SSRC));
+    }
+    EXPECT_FALSE(m_log.Has("[RTSPS ERROR]"));
 }
 
 TEST_F(CFaultTest, SteadyPushesAllocateNothing) {

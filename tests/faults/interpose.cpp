@@ -2,8 +2,10 @@
 #include "faults/interpose.h"
 
 #include <dlfcn.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/select.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -53,10 +55,25 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*start)
                          : Real(&pthread_create, "pthread_create", thread, attr, start, param);
 }
 
+int setsockopt(int fd, int level, int name, const void* value, socklen_t size) noexcept {
+    return level == IPPROTO_UDP && Fails(SEGMENT)
+               ? -1
+               : Real(&setsockopt, "setsockopt", fd, level, name, value, size);
+}
+
+int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout) {
+    if (t_isLibrary && g_skippedWaits > 0) {
+        --g_skippedWaits;
+        return 0;
+    }
+    return Real(&select, "select", count, read, write, except, timeout);
+}
+
 // Under another name, since the system's header says that poll() only writes there.
 int OurPoll(pollfd* fds, nfds_t count, int timeout) __asm__("poll");
 int OurPoll(pollfd* fds, nfds_t count, int timeout) {
     if (t_model == nullptr) {
+        (void)Fails(POLL);
         return Real(&OurPoll, "poll", fds, count, timeout);
     }
     fds[0].revents = t_model->Poll(fds[0].fd);
@@ -64,11 +81,13 @@ int OurPoll(pollfd* fds, nfds_t count, int timeout) {
 }
 
 ssize_t send(int fd, const void* data, size_t size, int flags) {
+    (void)Fails(SEND);
     return t_model != nullptr ? t_model->Send(fd, static_cast<const char*>(data), size)
                               : Real(&send, "send", fd, data, size, flags);
 }
 
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
+    (void)Fails(SENDMSG);
     return t_model != nullptr ? t_model->SendMessage(fd, *message)
                               : Real(&sendmsg, "sendmsg", fd, message, flags);
 }

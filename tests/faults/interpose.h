@@ -10,9 +10,22 @@
 #include <cstddef>
 
 // Counted, and made to fail, in the library only: on all threads but the main one, and there
-// inside a CInLibrary. MALLOC is never made to fail, and sanitized builds do not see it: there
-// malloc is the sanitizer's.
-enum ECall { SOCKET, BIND, LISTEN, ACCEPT, THREAD, NEW, MALLOC, CALLS };
+// inside a CInLibrary. SEGMENT asks a socket for UDP segmentation. MALLOC is never made to fail,
+// and sanitized builds do not see it: there malloc is the sanitizer's.
+enum ECall {
+    SOCKET,
+    BIND,
+    LISTEN,
+    ACCEPT,
+    THREAD,
+    NEW,
+    MALLOC,
+    POLL,
+    SEND,
+    SENDMSG,
+    SEGMENT,
+    CALLS
+};
 
 struct CScript {
     std::atomic<int> calls{0};    // so far
@@ -43,6 +56,9 @@ class CFailingCall {
     CScript& m_script;
     int m_failing;
 };
+
+// So many waits of the library in select() end at once, as if their time was over.
+inline std::atomic<int> g_skippedWaits{0};
 
 class CSocketModel;
 inline thread_local CSocketModel* t_model = nullptr;
