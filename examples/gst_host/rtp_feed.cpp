@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "nal.h"
+
 namespace {
 
 using CSamplePtr = std::unique_ptr<GstSample, decltype(&gst_sample_unref)>;
@@ -107,21 +109,38 @@ void CRtpFeed::Append(GstBuffer* pPacket, GstClockTime time) {
         gst_buffer_extract(pPacket, 0, header, sizeof(header)) < sizeof(header))
         return;
     // A marker is missing: the pipeline was restarted within an access unit, say.
-    const uint32_t dwUnitTime = GST_READ_UINT32_BE(header + 4);
+    const uint32_t dwUnitTime = ReadBe32(header + 4);
     if (!m_units.empty() && dwUnitTime != m_dwUnitTime)
         Push();
     m_dwUnitTime = dwUnitTime;
+    uint8_t payload[NAL_HEAD_SIZE];
+    const gsize nalSize = gst_buffer_extract(pPacket, RTP_HEADER_SIZE, payload, sizeof(payload));
+    if (m_bVideo && IsStraySet(payload, nalSize))
+        return;
     const size_t at = m_units.size();
     m_units.resize(at + RTSPS_UNIT_PREFIX_SIZE + size);
     uint8_t* pUnit = m_units.data() + at;
     pUnit[0] = '$';
     pUnit[1] = 0;
-    GST_WRITE_UINT16_BE(pUnit + 2, static_cast<guint16>(size));
+    WriteBe16(pUnit + 2, static_cast<uint16_t>(size));
     gst_buffer_extract(pPacket, 0, pUnit + RTSPS_UNIT_PREFIX_SIZE, size);
     m_track.Stamp(pUnit + RTSPS_UNIT_PREFIX_SIZE, time);
     const bool bMarker = (pUnit[RTSPS_UNIT_PREFIX_SIZE + 1] & 0x80) != 0;
     if (bMarker || !m_bVideo)
         Push();
+}
+
+// Payloaders that repeat parameter sets do so before each slice of a key frame. Decoders take those
+// between two slices for the beginning of another picture.
+bool CRtpFeed::IsStraySet(const uint8_t* pPayload, size_t size) {
+    const bool bH264 = m_format.dwCoding == RTSPS_VIDEO_STREAM_TYPE_H264;
+    const CNalTraits traits =
+        ClassifyNal(bH264 ? EVideoCodec::eH264 : EVideoCodec::eH265, pPayload, size);
+    if (traits.emParameterSet != PARAMETER_SET_NONE)
+        return m_bInPicture;
+    // What only RTP has is a fragment of a slice.
+    m_bInPicture = m_bInPicture || traits.bSlice || !traits.bSendable;
+    return false;
 }
 
 // The server leaves the buffer in a state that allows a second push.
@@ -133,4 +152,5 @@ void CRtpFeed::Push() {
             pStream->PushSound(m_units);
     }
     m_units.clear();
+    m_bInPicture = false;
 }

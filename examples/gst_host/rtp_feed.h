@@ -46,6 +46,7 @@ class CRtpFeed {
     bool CheckCaps(GstAppSink* pSink, const GstCaps* pCaps);
     void Take(GstElement* pSink, const GstSegment* pSegment, GstBuffer* pPacket);
     void Append(GstBuffer* pPacket, GstClockTime time);
+    bool IsStraySet(const uint8_t* pPayload, size_t size);
     void Push();
 
     const bool m_bVideo;
@@ -62,6 +63,7 @@ class CRtpFeed {
     CRtpTrack m_track;
     std::vector<uint8_t> m_units;  // of the access unit that is not complete yet
     uint32_t m_dwUnitTime = 0;     // its RTP time
+    bool m_bInPicture = false;     // a slice of it was there
 };
 
 #endif

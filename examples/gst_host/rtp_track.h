@@ -11,6 +11,19 @@
 
 constexpr size_t RTP_HEADER_SIZE = 12;
 
+// Packets lie at any address.
+inline uint32_t ReadBe32(const uint8_t* p) {
+    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | uint32_t{p[3]};
+}
+inline void WriteBe16(uint8_t* p, uint16_t value) {
+    p[0] = static_cast<uint8_t>(value >> 8);
+    p[1] = static_cast<uint8_t>(value);
+}
+inline void WriteBe32(uint8_t* p, uint32_t value) {
+    WriteBe16(p, static_cast<uint16_t>(value >> 16));
+    WriteBe16(p + 2, static_cast<uint16_t>(value));
+}
+
 class CRtpTrack {
   public:
     // Before the first packet.
@@ -21,15 +34,15 @@ class CRtpTrack {
 
     // Rewrites the packet's header. time: of its media, on the clock that all pipelines share.
     void Stamp(uint8_t* pPacket, GstClockTime time) {
-        const uint32_t dwGiven = GST_READ_UINT32_BE(pPacket + 4);
+        const uint32_t dwGiven = ReadBe32(pPacket + 4);
         const uint32_t dwDue =
             m_dwStart + static_cast<uint32_t>(gst_util_uint64_scale(time, m_dwRate, GST_SECOND));
         const auto nAway = static_cast<int32_t>(dwGiven + m_dwOffset - dwDue);
         if (std::abs(int64_t{nAway}) > m_dwRate / MAX_AWAY)
             m_dwOffset = dwDue - dwGiven;
         pPacket[1] = static_cast<uint8_t>((pPacket[1] & 0x80) | m_byPayloadType);
-        GST_WRITE_UINT16_BE(pPacket + 2, m_wSequence);
-        GST_WRITE_UINT32_BE(pPacket + 4, dwGiven + m_dwOffset);
+        WriteBe16(pPacket + 2, m_wSequence);
+        WriteBe32(pPacket + 4, dwGiven + m_dwOffset);
         ++m_wSequence;
     }
 
