@@ -66,7 +66,7 @@ class RTSPS_EXPORT CMemPool {
 
     /// Appends one record with a copy of the data.
     ///
-    /// Kept: a record that ends at the ring's length or up to 7 bytes behind it leaves the write
+    /// A record that ends at the ring's length or up to 7 bytes after it leaves the write
     /// position there, where the reader does not look, and the record appended after it is lost.
     /// Writers who cannot live with that use the other two ways to append.
     ///

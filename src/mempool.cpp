@@ -33,6 +33,8 @@ bool CMemPool::Init(uint32_t dwRingLen, uint32_t dwTailLen) {
         return false;
     }
     Release();
+    // Kept (hosts): [mempool-positions] the positions stay where they were; a pool that has been in
+    // use needs a Clear.
     m_pBuf = pBuf;
     m_nBlockLen = nBlockLen;
     m_dwRingLen = dwRingLen;
@@ -48,6 +50,8 @@ bool CMemPool::Release() {
 
 bool CMemPool::InputData(const void* pData, uint32_t dwDataLen) {
     if (pData == nullptr || dwDataLen == 0) {
+        // Kept (hosts): [mempool-texts] plain text on standard output, past the log; only the text
+        // for two empty pieces ends its line.
         printf("invalid input para,dwDataLen = %u", dwDataLen);
         return false;
     }
@@ -59,7 +63,8 @@ bool CMemPool::InputData(const void* pData, uint32_t dwDataLen) {
     PutHeader(pos.dwWrite, dwDataLen);
     memcpy(m_pBuf + pos.dwWrite + RECORD_OVERHEAD, pData, dwDataLen);
 
-    // Kept: this advance alone compares without the 8 bytes in front of the data.
+    // Kept (hosts): [mempool-one-piece] this advance alone compares without the 8 bytes in front of
+    // the data.
     const bool bInRing = uint64_t{pos.dwWrite} + dwDataLen < m_dwRingLen;
     m_dwWidx.store(bInRing ? pos.dwWrite + dwDataLen + RECORD_OVERHEAD : 0,
                    std::memory_order_release);
@@ -122,7 +127,8 @@ bool CMemPool::GetData(uint8_t** ppBuf, uint32_t* pdwLen) {
     if (m_pBuf == nullptr || (Used(pos) < RECORD_OVERHEAD && pos.dwRead <= pos.dwWrite)) {
         return false;
     }
-    uint32_t dwLen = 0;  // kept: the marker in front of it is not checked
+    // Kept (hosts): [mempool-marker] the marker in front of the length is not checked.
+    uint32_t dwLen = 0;
     memcpy(&dwLen, m_pBuf + pos.dwRead + sizeof(RECORD_MARKER), sizeof(dwLen));
     // A commit of more than was offered, or a consumed length that was not the reported one, must
     // not lead the reader out of the block.

@@ -14,7 +14,9 @@ bool EndsWord(int c) {
     return c < ' ' || c == 0x7F || strchr(" \t=:;,-", c) != nullptr;
 }
 
-// A NUL byte is always a delimiter, a line feed never: line ends have rules of their own.
+// A line feed is never a delimiter: line ends have rules of their own.
+//
+// Kept (clients): [nul-delimiter] a NUL byte divides a header like a delimiter does.
 bool IsDelimiter(int c, const char* szDelimiters) {
     return c == '\0' || (c != '\n' && strchr(szDelimiters, c) != nullptr);
 }
@@ -107,7 +109,8 @@ CMimeToken CMimeScanner::next_word() {
     return token;
 }
 
-// Kept: the slice still begins at the opening quote, which its length does not count.
+// Kept (clients): [quoted-slice] the slice still begins at the opening quote, which its length does
+// not count.
 void CMimeScanner::read_quoted(CMimeToken& token) {
     for (int c = m_input.read(); c != '"' && c != -1; c = m_input.read()) {
         ++token.m_conten.len;
@@ -129,7 +132,8 @@ void CMimeScanner::read_unquoted(CMimeToken& token) {
     token.m_lastChar = static_cast<unsigned char>(c);
 }
 
-// Kept: leading blanks are skipped, trailing ones belong to the token.
+// Kept (clients): [trailing-blanks] leading blanks are skipped, trailing ones belong to the token.
+// So "Session :" is another header.
 CMimeToken CMimeScanner::next_delimited(const char* szDelimiters) {
     CMimeToken token;
     token.m_conten.value = m_input.ptr();
@@ -149,12 +153,15 @@ CMimeToken CMimeScanner::next_delimited(const char* szDelimiters) {
             continue;
         }
         skip_line_end_pair(c);
-        // Kept: an empty token is not folded, so that a body may begin with a blank.
+        // Kept (clients): [empty-token-fold] an empty token is not folded, so that a body may begin
+        // with a blank.
         if (!token.hasValue() || !IsBlank(m_input.peek())) {
             token.m_lastChar = CMimeToken::END_OF_LINE;
             return token;
         }
-        SkipWS();  // kept: nothing takes the place of the line end and its blanks
+        // Kept (clients): [fold-without-blank] nothing takes the place of the line end and its
+        // blanks, where RFC 2326 has one blank.
+        SkipWS();
         if (fold == Fold::NONE) {
             fold = begin_join(token) ? Fold::JOINED : Fold::CUT;
         }

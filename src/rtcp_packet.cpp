@@ -14,7 +14,8 @@ constexpr int SDES_ITEM_HEADER_SIZE = 2;
 constexpr int APP_NAME_OFFSET = 8;
 constexpr int APP_DATA_OFFSET = 12;
 
-// Kept: a packet without report blocks is converted as if it had one, into what follows it.
+// Kept (clients): [rtcp-absent-block] a packet without report blocks is converted as if it had one,
+// into what follows it.
 int ReportWords(int nCount, size_t nSizeWithOne) {
     return (std::max(nCount - 1, 0) * REPORT_SIZE + static_cast<int>(nSizeWithOne)) / 4;
 }
@@ -28,14 +29,16 @@ CRtcpPacket::CRtcpPacket(void* buf, int len)
     }
     m_rtcp = static_cast<rtcp_packet*>(buf);
     m_rtcp->common.length = ntohs(m_rtcp->common.length);
-    // Kept: the size is the length field alone, without the word that RFC 3550 has it leave out.
+    // Kept (clients): [rtcp-length-word] the size is the length field alone, without the word that
+    // RFC 3550 has it leave out.
     const int nSize = m_rtcp->common.length * 4;
     if (nSize > len) {
         return;
     }
     m_length = nSize;
     if (m_rtcp->common.padding != 0 && nSize > 0) {
-        m_length -= Bytes()[nSize - 1] & 3;  // kept: only the low two bits of the count
+        // Kept (clients): [rtcp-padding-bits] only the low two bits of the padding count.
+        m_length -= Bytes()[nSize - 1] & 3;
     }
     switch (m_rtcp->common.type) {
         case RTCP_SR:

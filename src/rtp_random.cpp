@@ -50,7 +50,8 @@ uint32_t GetRandom32_Default() {
     const uint32_t a = GetRandom16_Default();
     const uint32_t b = GetRandom16_Default();
     const uint32_t c = GetRandom16_Default();
-    return a ^ (b << 8) ^ (c << 16);  // kept: the parts overlap
+    // Kept (hosts): [random32-overlap] the parts overlap. A seed of the host keeps its sequence.
+    return a ^ (b << 8) ^ (c << 16);
 }
 
 double GetRandomDouble_Default() {

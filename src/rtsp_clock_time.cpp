@@ -25,14 +25,16 @@ void ClockTime::FromString(const char* text) {
         return;
     }
     tm when = {};
-    // Kept: fields that are missing read as 0, and what comes of that is the time.
+    // Kept (clients): [clock-missing-fields] fields that are missing read as 0, and the time is
+    // what results from that.
     // NOLINTNEXTLINE(cert-err34-c): at most four digits a field cannot overflow
     (void)sscanf(text + strspn(text, " "), "%4d%2d%2dT%2d%2d%2d", &when.tm_year, &when.tm_mon,
                  &when.tm_mday, &when.tm_hour, &when.tm_min, &when.tm_sec);
     when.tm_year -= 1900;
     when.tm_mon -= 1;
     when.tm_isdst = -1;
-    // Kept: mktime reads the fields in the local time zone, while to_string writes UTC.
+    // Kept (clients): [clock-local-zone] mktime reads the fields in the local time zone, while
+    // to_string writes UTC.
     Set(mktime(&when), 0);
 }
 

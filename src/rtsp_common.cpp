@@ -5,8 +5,9 @@
 
 namespace {
 
-// Kept: no row for RTSP_RESPONSE, RTSP_RANDOMPLAY and RTSP_CHANGERATE, and "UNKNOW" without its N.
-// Clients and logs see these words; they must not be repaired.
+// Kept (operators): [method-table] the words "ERROR" and "UNKNOW", without its N, are rows like the
+// methods, and three methods have no row. The number in the log line of an unknown method depends
+// on the rows.
 constexpr RTSP_METHOD_MAP s_g_RtspMethodMapTable[] = {
     {RTSP_ERROR, "ERROR"},
     {RTSP_UNKNOWN, "UNKNOW"},

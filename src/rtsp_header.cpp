@@ -118,7 +118,8 @@ const CRtspParameter* CRtspHeaderValue::GetParameter(const char* attr) const {
 }
 
 const char* CRtspHeaderValue::GetParameterValue(const char* attr) const {
-    // Kept: the attribute, not the value. Callers use it as a presence test.
+    // Kept (clients): [parameter-presence] the attribute, not the value. Callers use it as a
+    // presence test.
     const CRtspParameter* pParameter = GetParameter(attr);
     return pParameter == nullptr ? nullptr : pParameter->get_attr();
 }
@@ -175,6 +176,8 @@ void CRtspHeader::append_text(CTextAppender& out) const {
     out.Append("\r\n");
 }
 
+// Kept (clients): [header-name-case] names are compared with their case, although RFC 2326 ignores
+// it. A request with "Cseq" gets a reply without CSeq.
 bool CRtspHeader::IsTypeByName(const char* name) const {
     return strcmp(m_szName, name) == 0;
 }
@@ -259,6 +262,8 @@ const char* FirstValueText(const CRtspHeader& header, const char* attr) {
 
 // The leading number of a port or port pair, cut to 16 bits.
 unsigned short PortFromText(const char* szPort) {
+    // Kept (clients): [client-port-16-bits] the low 16 bits of the leading number count: 70000 is
+    // port 4464.
     return szPort == nullptr ? static_cast<unsigned short>(0)
                              : static_cast<unsigned short>(TextToInt(szPort));
 }
@@ -271,6 +276,8 @@ trans_protocol CRtspTransport::GetTransProtocol(const CRtspHeader& header) {
         return protocol_udp;
     }
     if (HasParameter(*pValue, "RTP/AVP/TCP")) {
+        // Kept (clients): [separate-tcp-by-port] "client_port" next to "RTP/AVP/TCP" selects a
+        // connection of its own, whatever "interleaved" says.
         return HasParameter(*pValue, "client_port") ? protocol_tcp : protocol_over_rtsp;
     }
     if (HasParameter(*pValue, "RTP/AVP") || HasParameter(*pValue, "RTP/AVP/UDP")) {
@@ -278,11 +285,13 @@ trans_protocol CRtspTransport::GetTransProtocol(const CRtspHeader& header) {
             HasParameter(*pValue, "multicast") || HasParameter(*pValue, "mcast");
         return bMulticast ? protocol_mcast : protocol_udp;
     }
+    // Kept (clients): [transport-default-udp] a transport that the server does not know, or writes
+    // in another case, is served over UDP.
     return protocol_udp;
 }
 
 trans_type CRtspTransport::GetTransType(const CRtspHeader& header) {
-    // Kept: a bare "mcast" makes the protocol multicast but not the type.
+    // Kept (clients): [mcast-type] a bare "mcast" makes the protocol multicast but not the type.
     const CRtspHeaderValue* pValue = header.GetHeaderValue();
     const bool bMulticast = pValue != nullptr && !HasParameter(*pValue, "unicast") &&
                             HasParameter(*pValue, "multicast");
@@ -319,7 +328,9 @@ int CRtspTransport::GetInterleavedFlag(const CRtspHeader& header, int* first, in
     }
     const char* szValue = FirstValueText(header, "interleaved");
     if (szValue == nullptr) {
-        fputs("can not find interleaved para! \n", stderr);  // kept: past the log
+        // Kept (operators): [interleaved-on-stderr] the text goes to standard error, past the log
+        // and its switch.
+        fputs("can not find interleaved para! \n", stderr);
         return -1;
     }
     const int n = TextToIntPair(szValue, first, second);
@@ -331,6 +342,8 @@ namespace {
 
 // Appends one end of a range in its unit; an open end (0) appends nothing.
 void AppendRangeEnd(CTextAppender& out, unsigned long nTime, RangeType type) {
+    // Kept (clients): [range-open-end-zero] 0 stands for an open end, so "npt=0-" is written back
+    // as "npt=-".
     if (nTime == 0) {
         return;
     }
@@ -373,7 +386,9 @@ CRtspRangeValue::CRtspRangeValue(unsigned long begin, unsigned long end, RangeTy
 
 void CRtspRangeValue::append_text(CTextAppender& out) const {
     if (m_parameters.empty()) {
-        out.Clear();  // kept: a range without text erases what the output held before it
+        // Kept (clients): [range-without-text] a range without text erases what the output held
+        // before it.
+        out.Clear();
         return;
     }
     out.Append(RangeUnit(m_rtype));

@@ -34,6 +34,8 @@ void AddTtl(CRtspHeaderValue& value) {
 
 void SetSsrc(CRtspHeaderValue& value, unsigned int ssrc) {
     char szSsrc[NUMBER_TEXT_SIZE];
+    // Kept (clients): [ssrc-unpadded] lower case without leading zeros, where RFC 2326 has eight
+    // digits.
     snprintf(szSsrc, sizeof(szSsrc), "%x", ssrc);
     CRtspParameter* pSsrc = value.GetParameter("ssrc");
     if (pSsrc != nullptr) {
@@ -43,6 +45,8 @@ void SetSsrc(CRtspHeaderValue& value, unsigned int ssrc) {
     }
 }
 
+// Kept (clients): [interleaved-channel-bits] 255 stands for "not given", and channel 0 is used
+// then. Of other numbers the low 8 bits count: 256 is channel 0, and 511 is channel 255.
 void StoreChannel(int nChannel, unsigned char* pChannel) {
     if (pChannel != nullptr && nChannel != NO_CHANNEL) {
         *pChannel = static_cast<unsigned char>(nChannel);
@@ -242,6 +246,8 @@ const char* CRtspResponse::Msg() const {
     return pStatus == nullptr ? nullptr : pStatus->msg;
 }
 
+// Kept (clients): [reason-ignored] a received reason phrase is discarded; the phrase is always the
+// one of the status table.
 void CRtspResponse::Msg(const char*) {}
 
 bool CRtspResponse::append_head(CTextAppender& out) const {
@@ -286,6 +292,8 @@ std::unique_ptr<CRtspHeader> CRtspResponse::copy_header(const CRtspMsg* req, con
 }
 
 void CRtspResponse::append_cseq(const CRtspMsg* req) {
+    // Kept (clients): [cseq-as-it-came] the copy is not checked: a text is repeated, and without
+    // the header the reply has none.
     AddHeader(copy_header(req, "CSeq").release());
 }
 
@@ -314,13 +322,15 @@ void CRtspResponse::append(const char* name, const char* text) {
 }
 
 void CRtspResponse::append_range_time_now(const CRtspMsg*, time_t now) {
-    // Kept: the bare time, without "clock=" before it and "-" behind it.
+    // Kept (clients): [range-now-bare] the bare time, without "clock=" before it and "-" after it.
     AddHeader("Range", ClockTime(static_cast<unsigned long>(now)).to_string());
 }
 
 void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,
                                      unsigned short port1, unsigned short port2, const char* source,
                                      unsigned char* chan1, unsigned char* chan2) {
+    // Kept (clients): [transport-alternatives] a list of alternatives is repeated whole, and only
+    // the first one is read and completed.
     std::unique_ptr<CRtspHeader> header = copy_header(req, "Transport");
     CRtspHeaderValue* pValue = header == nullptr ? nullptr : header->GetHeaderValue();
     if (pValue == nullptr) {
@@ -346,6 +356,8 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
     if (source != nullptr && pValue->GetParameter("destination") != nullptr) {
         pValue->AddParameter("source", source);
     }
+    // Kept (clients): [separate-tcp-no-ssrc] no "ssrc" over separate TCP, although the packets
+    // carry it.
     if (proto != protocol_tcp && ssrc != 0) {
         SetSsrc(*pValue, ssrc);
     }
@@ -365,14 +377,17 @@ void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ss
     if (szGroup != nullptr) {
         TextCopy(szAddress, szGroup);
     }
-    // Kept: behind a "destination" of the client's own, while its "ssrc" is replaced.
+    // Kept (clients): [mcast-second-destination] appended even when the client named a
+    // "destination", while its "ssrc" is replaced.
     pValue->AddParameter("destination", szAddress);
     AddPortPair(*pValue, "port", port1, port2);
     AddTtl(*pValue);
-    SetSsrc(*pValue, ssrc);  // kept: 0 too, unlike in append_transport
+    // Kept (clients): [mcast-ssrc-zero] an SSRC of 0 is written too, unlike in append_transport.
+    SetSsrc(*pValue, ssrc);
     AddHeader(header.release());
 }
 
+// Kept (clients): [mul-address-unread] a placeholder that leaves both outputs untouched.
 void CRtspResponse::GetMulAddressPort(const CRtspMsg*, unsigned short&, unsigned long&) const {}
 
 int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
@@ -389,7 +404,8 @@ int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
     char szSession[SESSION_TEXT_SIZE] = {};
     CTextAppender session(szSession, sizeof(szSession));
     pValue->append_text(session);
-    // Kept: found anywhere in the text, so that "12345678;timeout=60" matches "12345678".
+    // Kept (clients): [session-id-substring] found anywhere in the text, so that
+    // "12345678;timeout=60" matches "12345678", and so does any text that contains the id.
     if (strstr(szSession, id) != nullptr) {
         return 0;
     }

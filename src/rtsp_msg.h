@@ -162,7 +162,7 @@ class CRtspResponse : public CRtspMsg {
     void append_mul_address_port(const CRtspMsg* req, unsigned int ssrc, unsigned short port1,
                                  unsigned short port2, const tagCBB_ADDR_T* addr);
 
-    // Kept as a placeholder: leaves both outputs untouched.
+    // A placeholder: leaves both outputs untouched.
     void GetMulAddressPort(const CRtspMsg* req, unsigned short& port, unsigned long& addr) const;
 
     // 0 when the request's "Session" value contains `id` anywhere in its text, otherwise -1 and a

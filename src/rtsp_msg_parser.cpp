@@ -55,7 +55,7 @@ bool BeginsWithProtocol(const string_node& slice) {
 
 // Headers whose value is one text that commas and semicolons do not divide.
 bool IsWholeTextHeader(const CRtspHeader& header) {
-    // Kept: exactly these spellings.
+    // Kept (clients): [whole-text-names] exactly these spellings, "Content-base" among them.
     static constexpr const char* NAMES[] = {"WWW-Authenticate", "Authenticate", "Authorization",
                                             "Location", "Content-base"};
     return std::any_of(std::begin(NAMES), std::end(NAMES),
@@ -70,7 +70,10 @@ unsigned long ReadTime(const CMimeToken& token) {
 }
 
 // Reads "begin-end". All three units give whole seconds here, while a TR_SMPTE value counts
-// milliseconds. Kept: the server reads npt ranges only.
+// milliseconds.
+//
+// Kept (clients): [range-smpte-unit] a parsed smpte range is written back with its times divided by
+// 1000. The server reads npt ranges only.
 template <class Time>
 CRtspRangeValue* ReadRange(CMimeScanner& scanner, RangeType type) {
     const unsigned long nBegin = ReadTime<Time>(scanner.next_token("-"));
@@ -122,7 +125,9 @@ int CRtspMsgParser::ScanHeaders(const char* data, int len) {
             m_lines.push_back(line);
         }
         if (bEndOfData) {
-            return nSkipped;  // kept: without a blank line the header block counts as empty
+            // Kept (clients): [blank-line-missing] without a blank line the header block counts as
+            // empty, and the lines are parsed all the same.
+            return nSkipped;
         }
         bAfterLineEnd = line.m_lastChar == CMimeToken::END_OF_LINE;
     }
@@ -138,7 +143,8 @@ std::unique_ptr<CRtspMsg> CRtspMsgParser::parse_lines() {
 int CRtspMsgParser::take_body(std::unique_ptr<CRtspMsg>& msg, const char* data, int len,
                               int nHeaderLen) {
     int nBody = 0;
-    // Kept: this spelling only, "Content-Length" is not recognised.
+    // Kept (clients): [content-length-spelling] this spelling only, "Content-Length" is not
+    // recognised.
     if (!msg->GetHeaderValue("Content-length", nBody)) {
         return nHeaderLen;
     }
@@ -216,6 +222,8 @@ std::unique_ptr<CRtspRequest> CRtspMsgParser::ParseRequestLine(const char* line,
     if (ParseProtocolVersion(version.m_conten.value, version.m_conten.len, &nMajor, &nMinor)) {
         request->Version(nMajor, nMinor);
     } else {
+        // Kept (clients): [request-version-default] any other text is version 1.0, so a request
+        // that ends in "HTTP/1.1" is served.
         request->Version(1, 0);
     }
     return request;
@@ -238,7 +246,8 @@ std::unique_ptr<CRtspResponse> CRtspMsgParser::ParseResponseLine(const char* lin
     if (ParseProtocolVersion(version.m_conten.value, version.m_conten.len, &nMajor, &nMinor)) {
         response->Version(nMajor, nMinor);
     } else {
-        response->Version(0, 0);  // kept: 0.0 here, 1.0 for a request
+        // Kept (clients): [response-version-default] 0.0 here, 1.0 for a request.
+        response->Version(0, 0);
     }
     const CMimeToken code = scanner.next_token(nullptr);
     if (!code.hasValue()) {
@@ -293,9 +302,12 @@ void CRtspMsgParser::DefaultParseHeaderValues(const char* text, int len, CRtspHe
     CMimeStream stream(text, len);
     CMimeScanner scanner(stream);
     for (;;) {
-        const CMimeToken element = scanner.next_token(",");  // kept: quotes protect nothing
+        // Kept (clients): [quotes-ignored] quotes protect nothing: a comma inside them divides the
+        // value.
+        const CMimeToken element = scanner.next_token(",");
         if (!element.hasValue()) {
-            return;  // kept: an empty element ends the list, "a,,b" is "a"
+            // Kept (clients): [empty-element] an empty element ends the list, "a,,b" is "a".
+            return;
         }
         ParseHeaderValue(element.m_conten.value, element.m_conten.len, header);
         if (element.m_lastChar == CMimeToken::END_OF_LINE ||
@@ -317,7 +329,7 @@ void CRtspMsgParser::ParseHeaderValue(const char* text, int len, CRtspHeader* he
         header->MarkIncomplete();
         return;
     }
-    // Kept: an empty parameter ends the value, "a;;b" is "a".
+    // Kept (clients): [empty-parameter] an empty parameter ends the value, "a;;b" is "a".
     while (token.hasValue() && value->ParameterCount() < MAX_PARAMETERS) {
         const CSliceText<ATTRIBUTE_SIZE> attribute(token.m_conten);
         if (token.m_lastChar == '=') {
@@ -335,8 +347,8 @@ void CRtspMsgParser::ParseRangeValue(const char* text, int len, CRtspHeader* hea
     CMimeStream stream(text, len);
     CMimeScanner scanner(stream);
     const CSliceText<ATTRIBUTE_SIZE> unit(scanner.next_token("=").m_conten);
-    // Kept: compared over the length of the received word only, so a shortened word selects its
-    // unit, and an empty one selects smpte.
+    // Kept (clients): [range-unit-prefix] compared over the length of the received word only, so a
+    // shortened word selects its unit, and an empty one selects smpte.
     const auto is_unit = [&unit](const char* szUnit) {
         return strncmp(unit.c_str(), szUnit, strlen(unit.c_str())) == 0;
     };
@@ -404,7 +416,8 @@ void CRtspMsgParser::SetRTPInfoEntry(const char* entry, int len, CRtspHeader* he
             ReadRTPInfoEntry(szText, field.nBegin, field.nKeyLen, nEnd, &slice);
         }
     }
-    // Kept: an empty value marks the entry; its fields are not stored and nothing reads them.
+    // Kept (clients): [rtp-info-fields] an empty value stands for the entry; its fields are not
+    // stored, and nothing reads them.
     header->AddNewHeaderValue(new (std::nothrow) CRtspHeaderValue);
 }
 

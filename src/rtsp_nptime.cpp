@@ -31,6 +31,8 @@ int SplitFields(const char* text, double (&fields)[MAX_FIELDS]) {
     TextCopy(szText, text);
     int nFields = 0;
     char* pSave = nullptr;
+    // Kept (clients): [npt-empty-fields] empty fields do not count: "1::7" is 1 minute and 7
+    // seconds, not 1 hour and 7 seconds.
     for (char* szField = strtok_r(szText, ":", &pSave); szField != nullptr;
          szField = strtok_r(nullptr, ":", &pSave)) {
         if (nFields == MAX_FIELDS) {
@@ -70,7 +72,8 @@ bool NPTime::FromString(const char* text) {
     }
     const double fSeconds = fields[nFields - 1];
     int64_t nSec = ToWhole(fSeconds);
-    // Kept: each field is cut to whole seconds by itself; only the last one gives a fraction.
+    // Kept (clients): [npt-field-cut] each field is cut to whole seconds by itself; only the last
+    // one gives a fraction.
     for (int i = 1; i < nFields; ++i) {
         // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): at most MAX_FIELDS
         nSec += ToWhole(fields[nFields - 1 - i] * SECONDS_PER_UNIT[i]);
@@ -81,6 +84,8 @@ bool NPTime::FromString(const char* text) {
 }
 
 const char* NPTime::to_string() {
+    // Kept (clients): [npt-negative] the fraction counts from the lower whole second, so -1.5 s is
+    // written "-2.500000".
     if (m_usec < 1) {
         snprintf(m_szChunk, sizeof(m_szChunk), "%d", m_sec);
     } else {

@@ -15,11 +15,13 @@ namespace {
 constexpr int DUMP_ROW_SIZE = 16;
 
 void AppendSessionLines(const tagRtspRequestCfg& cfg, CTextAppender& sdp) {
+    // Kept (clients): [sdp-family-from-url] brackets in the URL select IPv6, not the connection,
+    // which is always IPv4.
     const bool bIpv6 = cfg.byIPV6 != 0;
     const char* szFamily = bIpv6 ? "IP6" : "IP4";
     const char* szAnyAddr = bIpv6 ? "::" : "0.0.0.0";
     sdp.Append("v=0\r\n");
-    // Kept: one session id and version for every description.
+    // Kept (clients): [sdp-fixed-origin] one session id and version for every description.
     sdp.AppendFormat("o=%s %s %s IN %s %s\r\n", "-", "1109162014219182", "0", szFamily, szAnyAddr);
     sdp.Append("s=Media Server\r\n");
     sdp.Append("i=Media Server Session Description : standard\r\n");
@@ -32,6 +34,8 @@ void AppendSessionLines(const tagRtspRequestCfg& cfg, CTextAppender& sdp) {
     }
 }
 
+// Kept (clients): [sdp-no-parameter-sets] no "a=fmtp" line: parameter sets travel in the stream,
+// before each key frame.
 void AppendVideoLines(const tagRtspServerStreamInfo& info, CTextAppender& sdp) {
     sdp.AppendFormat("m=video 0 RTP/AVP %d\r\n", info.byVideoPayload);
     sdp.Append("i=Video media\r\n");
@@ -40,7 +44,7 @@ void AppendVideoLines(const tagRtspServerStreamInfo& info, CTextAppender& sdp) {
     sdp.Append("a=control:streamid=0\r\n");
 }
 
-// Audio has no "i=" line, unlike video; kept.
+// Kept (clients): [sdp-audio-title] audio has no "i=" line, unlike video.
 void AppendAudioLines(const tagRtspServerStreamInfo& info, CTextAppender& sdp) {
     if (info.dwAudioFormat == 0 || info.dwAudioFormat == RTSPS_AUDIO_STREAM_TYPE_UNDEF) {
         return;
@@ -62,7 +66,8 @@ const char* get_encoding_name_for_sdp(unsigned int format) {
         case RTSPS_AUDIO_STREAM_TYPE_G711A:
             return "PCMA/8000";
         default:
-            // Kept: one fallback for every other value, AAC included.
+            // Kept (clients): [sdp-unknown-coding] one fallback for every other value, AAC
+            // included.
             RTSPS_LOG(ERROR, "encode is %u; nof find match!", format);
             return "MP4V-ES/90000";
     }
@@ -92,7 +97,8 @@ void RtspsDebugHex(unsigned char* data, int len) {
     fprintf(stderr, "%s", RULE);
     for (int i = 0; i < len; ++i) {
         if (i % DUMP_ROW_SIZE == 0) {
-            fprintf(stderr, "\n %04d |", i + 1);  // kept: rows are numbered from 1
+            // Kept (operators): [hex-dump-rows] rows are numbered from 1.
+            fprintf(stderr, "\n %04d |", i + 1);
         }
         fprintf(stderr, "%02x ", data[i]);
     }

@@ -17,7 +17,8 @@ constexpr int MSECS_PER_25_FPS_FRAME = 40;
 }  // namespace
 
 SMPTETimeCode::SMPTETimeCode(unsigned long msecs)
-    : m_msecs(msecs), m_secs(uint64_t{msecs} * 1000) {  // kept: times, not divided by, 1000
+    // Kept (clients): [smpte-seconds-unread] times 1000, not divided by it. Nothing reads m_secs.
+    : m_msecs(msecs), m_secs(uint64_t{msecs} * 1000) {
     from_msec();
 }
 
@@ -53,6 +54,8 @@ void SMPTETimeCode::FromString(const char* text) {
     char* pSave = nullptr;
     char* pFrom = szText;
     for (const Field& field : fields) {
+        // Kept (clients): [smpte-empty-fields] empty fields do not count, so "1::3" is 1 hour and 3
+        // minutes.
         const char* szField = strtok_r(pFrom, field.szEnd, &pSave);
         if (szField == nullptr) {
             break;
@@ -68,7 +71,9 @@ void SMPTETimeCode::to_msec() {
     int64_t nMsecs =
         int64_t{m_hour} * 3600000 + int64_t{m_minute} * 60000 + int64_t{m_second} * 1000;
     if (m_frame >= frames_per_sec()) {
-        m_frame = 0;  // kept: dropped, not carried over
+        // Kept (clients): [smpte-frame-dropped] a frame count at or above the rate is dropped, not
+        // carried over.
+        m_frame = 0;
     } else if (m_framesPerSec == FPS_25) {
         nMsecs += int64_t{m_frame} * MSECS_PER_25_FPS_FRAME;
     } else {
@@ -80,7 +85,8 @@ void SMPTETimeCode::to_msec() {
     m_msecs = static_cast<uint64_t>(nMsecs);
 }
 
-// Kept: rounds down, so a frame read from text may come out one lower.
+// Kept (clients): [smpte-rounds-down] rounds down, so a frame that was read from text may be one
+// lower when it is written.
 void SMPTETimeCode::from_msec() {
     const uint64_t fps = static_cast<uint64_t>(frames_per_sec());
     // m_msecs * fps / 1000 in two steps, because the product may exceed 64 bits.

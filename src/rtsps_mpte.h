@@ -50,7 +50,7 @@ class SMPTETimeCode {
     int m_second = 0;
     int m_frame = 0;
     uint64_t m_msecs = 0;
-    [[maybe_unused]] uint64_t m_secs = 0;  // kept: written by one constructor, read by none
+    [[maybe_unused]] uint64_t m_secs = 0;  // written by one constructor, read by none
     DropFrame m_dropFrame = DROP_FRAME;
     FramesPerSec m_framesPerSec = FPS_30;
     char m_szChunk[1024] = {};  // the text that to_string returns

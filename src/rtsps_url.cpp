@@ -15,14 +15,15 @@ constexpr int PROTOCOL_HTTP = 2;
 
 constexpr size_t NUMBER_SIZE = 64;
 
-// Kept: a host and port text must be longer than this.
+// Kept (clients): [url-short-host] a host and port text must be longer than this.
 constexpr size_t SHORT_HOST_LENGTH = 6;
 
 struct StreamName {
     const char* szName;
     int nStreamtype;
 };
-// Searched in this order, as substrings.
+// Kept (clients): [url-stream-substring] searched in this order, as substrings, so "third-sub-main"
+// is main.
 constexpr StreamName STREAM_NAMES[] = {{"main", 0}, {"sub", 1}, {"third", 2}};
 
 }  // namespace
@@ -69,6 +70,7 @@ void CRtspUrl::parse(const char* url) {
 const char* CRtspUrl::parse_scheme() {
     const char* szMark = CBB_Strstr(m_szUrl, "://");
     if (szMark == nullptr) {
+        // Kept (clients): [url-without-scheme] without "://" the URL begins with the host.
         return m_szUrl;
     }
     char szScheme[URL_SIZE] = {};
@@ -121,7 +123,8 @@ bool CRtspUrl::split_host_and_port() {
 void CRtspUrl::parse_port(char* szColon) {
     *szColon = '\0';
     if (szColon[1] != '\0') {
-        // Kept: the first digit is skipped, so 8554 reads as 554. Nothing connects to this port.
+        // Kept (clients): [url-port-digit] the first digit is skipped, so 8554 reads as 554.
+        // Nothing connects to this port.
         m_port = static_cast<uint16_t>(TextToInt(szColon + 2));
     }
 }
@@ -137,6 +140,8 @@ bool CRtspUrl::parse_path(const char* szPath) {
     if (szSlash == nullptr) {
         return false;
     }
+    // Kept (clients): [url-channel-number] text that is no number is channel 0, so "/channel/main"
+    // is channel 0.
     m_ReqCfg.nChan = atoin(szChan, static_cast<int>(szSlash - szChan));
     m_ReqCfg.nReqType = 0;
     for (const StreamName& stream : STREAM_NAMES) {

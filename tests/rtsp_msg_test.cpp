@@ -148,6 +148,7 @@ TEST(RtspResponse, InterleavedChannelsAreStored) {
         {";interleaved=x", UNTOUCHED, UNTOUCHED},
         {";interleaved=255-254", UNTOUCHED, 254},  // kept: 255 stands for none
         {";interleaved=256-1", 0, 1},
+        {";interleaved=511-1", 255, 1},
         {"", UNTOUCHED, UNTOUCHED},
     };
     for (const auto& row : rows) {

@@ -29,6 +29,7 @@ TEST(SmpteTime, ReadsFields) {
         {"all fields", "01:02:03.15", 3723501},
         {"hours and minutes", "01:02", 3720000},
         {"hours", "5", 18000000},
+        {"empty fields do not count", "1::3", 3780000},
         {"the last frame", "0:0:0.29", 968},
         {"kept: a frame too many is dropped", "0:0:0.30", 0},
         {"the frame ends at a blank", "0:0:1.7 9", 1234},

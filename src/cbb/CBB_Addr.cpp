@@ -14,7 +14,8 @@ constexpr size_t IPV6_BYTES = 16;
 constexpr int IPV6_GROUPS = 8;
 constexpr size_t ADDR_TEXT_SIZE = 128;
 
-// Kept: leading zeros are decimal here (010 is 10), unlike in CBB_MakeAddrByString.
+// Kept (hosts): [dotted-leading-zeros] leading zeros are decimal here (010 is 10), unlike in
+// CBB_MakeAddrByString.
 bool ParseIpv4(const char* szText, uint8_t* pOut) {
     uint8_t octets[IPV4_BYTES] = {};
     size_t nOctets = 0;
@@ -61,9 +62,10 @@ size_t CountColons(const char* szText) {
     return nColons;
 }
 
-// Reads an IPv6 text in one pass. Kept as it is, and not to be "repaired", because callers rely on
-// what it yields: a leading "::" is noted but not expanded ("::1" gives 1::), missing groups
-// at the end count as zero, and a wrong character that ends the text is taken for a colon.
+// Reads an IPv6 text in one pass.
+//
+// Kept (hosts): [ipv6-text] a leading "::" is noted but not expanded ("::1" gives 1::), missing
+// groups at the end count as zero, and a wrong character that ends the text is taken for a colon.
 class CIpv6Parser {
   public:
     bool Parse(const char* szText, uint8_t* pOut) {
@@ -158,8 +160,8 @@ const char* FormatIpv4(const uint8_t* p, char* szOut, int32_t nSize) {
     const int nLen = snprintf(szText, sizeof(szText), "%u.%u.%u.%u", static_cast<unsigned>(p[0]),
                               static_cast<unsigned>(p[1]), static_cast<unsigned>(p[2]),
                               static_cast<unsigned>(p[3]));
-    // Kept: the size does not count the NUL, so an exactly filled buffer gets it one byte past the
-    // end: callers say 8 for "10.0.0.1". Do not repair.
+    // Kept (hosts): [ipv4-size-without-nul] the size does not count the NUL, so an exactly filled
+    // buffer gets it one byte past the end: callers say 8 for "10.0.0.1".
     if (nSize < nLen) {
         return nullptr;
     }
@@ -187,7 +189,8 @@ TZeroRun LongestZeroRun(const uint16_t* pGroups) {
 }
 
 const char* FormatIpv6(const uint8_t* p, char* szOut, int32_t nSize) {
-    // Kept: an embedded IPv4 address must fit 8 characters, a longer one fails the conversion.
+    // Kept (hosts): [embedded-ipv4-size] an embedded IPv4 address must fit 8 characters, a longer
+    // one fails the conversion.
     constexpr int32_t EMBEDDED_SIZE = 8;
     uint16_t groups[IPV6_GROUPS];
     for (int i = 0; i < IPV6_GROUPS; ++i) {
@@ -243,8 +246,8 @@ int32_t CBB_MakeAddrByString(int32_t nFamily, const char* szAddr, uint16_t nPort
         if (szAddr != nullptr) {
             nAddr = inet_addr(szAddr);
         }
-        // Kept: all ones means failure, so 255.255.255.255 cannot be made from text; the address
-        // field is written all the same, family and port are not.
+        // Kept (hosts): [broadcast-address] all ones means failure, so 255.255.255.255 cannot be
+        // made from text; the address field is written all the same, family and port are not.
         pAddr->SA.sin4.sin_addr.s_addr = nAddr;
         if (nAddr == INADDR_NONE) {
             return -1;
@@ -284,7 +287,7 @@ int32_t CBB_MakeAddr(const void* pBytes, uint32_t nLength, CBB_ADDR_T* pAddr) {
     if (pBytes == nullptr || pAddr == nullptr || nLength == 0) {
         return -1;
     }
-    // Kept: a longer length is no error; only what fits is copied.
+    // Kept (hosts): [address-bytes-cut] a longer length is no error; only what fits is copied.
     memcpy(pAddr, pBytes, nLength < sizeof(*pAddr) ? nLength : sizeof(*pAddr));
     return 0;
 }
@@ -330,8 +333,8 @@ int32_t CBB_GetAddr4Int(const CBB_ADDR_T* pAddr, uint32_t* pAddr4) {
 }
 
 int32_t CBB_GetAddr6Int(const CBB_ADDR_T* pAddr, uint8_t* pAddr6) {
-    // Kept: not the mirror image of the IPv4 getter. Every family but IPv4 is taken, so that a
-    // record without a family can be read too.
+    // Kept (hosts): [addr6-any-family] not the mirror image of the IPv4 getter. Every family but
+    // IPv4 is taken, so that a record without a family can be read too.
     if (pAddr == nullptr || pAddr->SA.sin4.sin_family == AF_INET) {
         return -1;
     }
@@ -355,13 +358,14 @@ int32_t CBB_GetAddrBySockFd(CBB_SOCK_T iSockFd, CBB_ADDR_T* pLocal, CBB_ADDR_T* 
     if (pLocal == nullptr && pPeer == nullptr) {
         return -1;
     }
+    // Kept (hosts): [peer-before-local] the peer comes first, so the local record stays as it was
+    // when the socket has no peer. The second query may write as many bytes as the first one did.
     socklen_t nLength = sizeof(CBB_ADDR_T);
     if (pPeer != nullptr) {
         if (getpeername(iSockFd, reinterpret_cast<sockaddr*>(pPeer), &nLength) != 0) {
             return -1;
         }
-        // The length serves the second query as the first left it; a family whose addresses are
-        // longer than the record reports more than the record holds.
+        // A family whose addresses are longer than the record reports more than the record holds.
         nLength = nLength < sizeof(CBB_ADDR_T) ? nLength : sizeof(CBB_ADDR_T);
     }
     if (pLocal != nullptr &&

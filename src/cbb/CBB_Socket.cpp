@@ -100,8 +100,8 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
         nError = errno;
     }
     if (nError != 0) {
-        // Kept: prints the system's error number, not the socket's pending error; callers find the
-        // latter in errno.
+        // Kept (hosts): [connect-error-text] prints the system's error number, not the socket's
+        // pending error; callers find the latter in errno.
         printf("CBB_ConnectWithTimeOut getsockopt !iError return error, %d, Error\n",
                GetSystemLastError());
         return FailWith(nError);
@@ -123,7 +123,8 @@ int32_t ChangeMembership(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pLocal, const CBB
     if (pGroup->SA.sin4.sin_family == AF_INET6) {
         ipv6_mreq request = {};
         request.ipv6mr_multiaddr = pGroup->SA.sin6.sin6_addr;
-        // Kept: the interface index travels in the flow-label word, not in sin6_scope_id.
+        // Kept (hosts): [multicast-interface] the interface index travels in the flow-label word,
+        // not in sin6_scope_id.
         request.ipv6mr_interface = pGroup->SA.sin6.sin6_flowinfo;
         return SetOption(iSockFd, IPPROTO_IPV6, nOption6, request);
     }
@@ -139,6 +140,8 @@ int GetSystemLastError(void) {
 int32_t CBB_InitNetwork_Inter(void) {
     struct sigaction action = {};
     action.sa_handler = SIG_IGN;
+    // Kept (hosts): [sigpipe] for the whole process, and for good: CBB_FiniNetwork_Inter does not
+    // undo it.
     (void)sigaction(SIGPIPE, &action, nullptr);
     return 0;
 }
@@ -196,15 +199,18 @@ int32_t CBB_ConnectWithTimeOut(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr, u
         return FailWith(EINVAL);
     }
     if (nTimeOut == CBB_INFINITE) {
-        // Kept: always the IPv4 length, so an IPv6 connect needs a limited time-out.
+        // Kept (hosts): [connect-ipv4-length] always the IPv4 length, so an IPv6 connect needs a
+        // limited time-out.
         return connect(iSockFd, SysAddr(pCBBAddr), sizeof(sockaddr_in));
     }
     (void)CBB_SetNonBlock(iSockFd, 1);
-    // Kept: what connect says at once does not count, the socket's state after the wait does.
+    // Kept (hosts): [connect-result-unread] what connect reports at once does not count, the
+    // socket's state after the wait does.
     (void)connect(iSockFd, SysAddr(pCBBAddr), AddrLength(pCBBAddr));
     const int32_t nResult = FinishConnect(iSockFd, nTimeOut);
     const int nError = errno;
-    (void)CBB_SetNonBlock(iSockFd, 0);  // kept: blocking afterwards, whatever it was before
+    // Kept (hosts): [connect-leaves-blocking] blocking afterwards, whatever it was before.
+    (void)CBB_SetNonBlock(iSockFd, 0);
     errno = nError;
     return nResult;
 }
@@ -257,7 +263,8 @@ int32_t CBB_SetTOS(CBB_SOCK_T iSockFd, int iTOS) {
 }
 
 int32_t CBB_GetTOS(CBB_SOCK_T iSockFd, int* pTOS) {
-    return CBB_GetTTL(iSockFd, pTOS);  // kept: reads the TTL, not the type of service
+    // Kept (hosts): [tos-reads-ttl] reads the time to live, not the type of service.
+    return CBB_GetTTL(iSockFd, pTOS);
 }
 
 int32_t CBB_SetReuseAddr(CBB_SOCK_T iSockFd, int bReuse) {
@@ -265,8 +272,8 @@ int32_t CBB_SetReuseAddr(CBB_SOCK_T iSockFd, int bReuse) {
 }
 
 int32_t CBB_SetTimeOut(CBB_SOCK_T iSockFd, int iSndTimeO, int iRcvTimeO) {
-    // Kept: each limit is set from the other's value, and the remainder goes unscaled into the
-    // microseconds. Equal values in whole seconds show neither; do not repair.
+    // Kept (hosts): [time-outs-crossed] each limit is set from the other's value, and the remainder
+    // goes unscaled into the microseconds. Equal values in whole seconds show neither.
     int32_t nResult = 0;
     if (iRcvTimeO != 0) {
         const timeval timeOut = {iSndTimeO / 1000, iSndTimeO % 1000};
@@ -350,6 +357,8 @@ int32_t CBB_RecvFrom(CBB_SOCK_T iSockFd, void* pBuf, int iBufLen, CBB_ADDR_T* pC
                                          pCBBAddr == nullptr ? nullptr : &nLength));
 }
 
+// Kept (hosts): [sendn-never-negative] the number of bytes sent, never -1: after an error too, the
+// caller compares it with the length.
 int32_t CBB_Sendn(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, uint32_t nTimeOut) {
     const char* pData = static_cast<const char*>(pBuf);
     int iTimeO = PollTime(nTimeOut);
@@ -376,6 +385,8 @@ int32_t CBB_Sendn(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, uint32_t nT
     return nSent;
 }
 
+// Kept (hosts): [recvn-partial] -1 when the peer closes before the buffer is full, also when bytes
+// have been received.
 int32_t CBB_Recvn(CBB_SOCK_T iSockFd, void* pBuf, int iBufCount, uint32_t nTimeOut) {
     char* pData = static_cast<char*>(pBuf);
     int iTimeO = PollTime(nTimeOut);

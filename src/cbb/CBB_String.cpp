@@ -82,7 +82,9 @@ int ResolveBase(const char** ppText, int iBase) {
     if (iBase == 0) {
         return *p == '0' ? 8 : 10;
     }
-    return iBase < 2 || iBase > 16 ? 0 : iBase;  // kept: CBB_Itoa writes up to base 36
+    // Kept (hosts): [number-base-16] bases above 16 are refused here, while CBB_Itoa writes up to
+    // base 36.
+    return iBase < 2 || iBase > 16 ? 0 : iBase;
 }
 
 template <typename T>
@@ -99,7 +101,8 @@ T TextToInteger(const char* szText, char** ppEnd, int iBase, T nLowest, T nHighe
     T nValue = 0;
     bool bOverflow = false;
     bool bDigits = false;
-    // Kept: a digit equal to the base is taken, so "1a" in base 10 reads as 20.
+    // Kept (hosts): [digit-of-the-base] a digit equal to the base is taken, so "1a" in base 10
+    // reads as 20.
     for (int nDigit = DigitValue(*p); nBase != 0 && nDigit >= 0 && nDigit <= nBase;
          nDigit = DigitValue(*++p)) {
         bDigits = true;
@@ -107,7 +110,8 @@ T TextToInteger(const char* szText, char** ppEnd, int iBase, T nLowest, T nHighe
                     __builtin_add_overflow(nValue, bNegative ? -nDigit : nDigit, &nValue);
     }
     if (ppEnd != nullptr) {
-        // Kept: without digits the end is the start of the text, behind "0x" too.
+        // Kept (hosts): [number-end] without digits the end is the start of the text, also after
+        // "0x".
         *ppEnd = const_cast<char*>(bDigits ? p : szText);
     }
     if (bOverflow) {
@@ -140,7 +144,8 @@ int32_t CBB_StrToi32(const char* szText, char** ppEnd, int iBase) {
 }
 
 int64_t CBB_StrToi64(const char* szText, char** ppEnd, int iBase) {
-    // Kept: an overflow gives -1 on both sides here, and the limits in the 32-bit form.
+    // Kept (hosts): [overflow-64] an overflow gives -1 on both sides here, and the limits in the
+    // 32-bit form.
     return TextToInteger<int64_t>(szText, ppEnd, iBase, -1, -1);
 }
 
@@ -184,7 +189,8 @@ int32_t CBB_Strncasecmp(const char* szA, const char* szB, size_t n) {
 }
 
 char* CBB_Strchr(const char* szText, int c) {
-    // Kept: unlike the standard function, the NUL that ends a non-empty text is not found.
+    // Kept (hosts): [strchr-nul] unlike the standard function, the NUL that ends a non-empty text
+    // is not found.
     if (*szText == '\0') {
         return static_cast<char>(c) == '\0' ? const_cast<char*>(szText) : nullptr;
     }
@@ -197,6 +203,8 @@ char* CBB_Strchr(const char* szText, int c) {
 }
 
 char* CBB_Strnchr(const char* szText, int c, size_t n) {
+    // Kept (hosts): [strnchr-past-nul] the search does not stop at a NUL; all `n` bytes must be
+    // readable.
     return static_cast<char*>(const_cast<void*>(memchr(szText, c, n)));
 }
 
@@ -205,7 +213,8 @@ char* CBB_Strstr(const char* szHaystack, const char* szNeedle) {
 }
 
 char* CBB_Strnstr(const char* szText, const char* szNeedle, size_t n) {
-    // Kept: `n` is the number of bytes that must match, not the length of the text to search.
+    // Kept (hosts): [strnstr-length] `n` is the number of bytes that must match, not the length of
+    // the text to search.
     const size_t nLen = strlen(szText);
     for (size_t nStart = 0; n <= nLen && nStart <= nLen - n; ++nStart) {
         // Stops at the needle's NUL: no byte of the text equals it.

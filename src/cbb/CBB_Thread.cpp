@@ -76,8 +76,9 @@ CBlockSignals::~CBlockSignals() {
 
 CBB_HANDLE CBB_Thread_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_t StackSize,
                              uint32_t /*IsSuspend*/, int Priority, int SchedPolicy) {
-    // The attribute goes on inheriting the creator's scheduling: policy and priority are checked
-    // here but take no privilege. The policy comes first, it decides which priorities are valid.
+    // Kept (hosts): [thread-scheduling-inherited] the attribute inherits the scheduling of the
+    // creating thread: policy and priority are checked here but not applied, and take no privilege.
+    // The policy comes first, it decides which priorities are valid.
     CThreadAttr attr;
     if (!attr.Valid() || !attr.SetPolicy(SchedPolicy) || !attr.SetStackSize(StackSize) ||
         !attr.SetPriority(Priority)) {
@@ -91,7 +92,7 @@ CBB_HANDLE CBB_Thread_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_
 }
 
 int32_t CBB_ThreadDetached_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_t StackSize) {
-    // Kept: 1 is success and 0 failure here, unlike everywhere else.
+    // Kept (hosts): [detached-result] 1 is success and 0 failure here, unlike everywhere else.
     CThreadAttr attr;
     pthread_t thread = {};
     const bool bCreated = attr.Valid() && attr.SetDetached() && attr.SetStackSize(StackSize) &&
@@ -111,6 +112,8 @@ CBB_HANDLE CBB_Thread_GetSelfId(void) {
     return ToHandle(pthread_self());
 }
 
+// Kept (hosts): [thread-suspend] suspending is not supported: -2 here and from CBB_Thread_Resume,
+// and CBB_Thread_Create ignores IsSuspend.
 int32_t CBB_Thread_Suspend(CBB_HANDLE /*hThread*/) {
     return -2;
 }
@@ -133,7 +136,8 @@ int32_t CBB_Thread_SetPriority(CBB_HANDLE hThread, int iPriority) {
 }
 
 int32_t CBB_Thread_SetSchedPolicy(CBB_HANDLE hThread, int iPolicy) {
-    // Kept: the policy is only checked, the running thread is not changed.
+    // Kept (hosts): [thread-policy-checked] the policy is only checked, the running thread is not
+    // changed.
     CThreadAttr attr;
     return hThread != CBB_INVALID_HANDLE && attr.Valid() && attr.SetPolicy(iPolicy) ? 0 : -1;
 }

@@ -5,7 +5,7 @@
 #include "cbb.h"
 
 void CBB_Sleep(int iMilliSec) {
-    // Kept: the product wraps at 32 bits, so 5000000 ms sleep about 705 s.
+    // Kept (hosts): [sleep-wraps] the product wraps at 32 bits, so 5000000 ms sleep about 705 s.
     const uint32_t nMicroSec = static_cast<uint32_t>(iMilliSec) * 1000U;
     CBB_USleep(nMicroSec);
 }
@@ -18,6 +18,8 @@ void CBB_USleep(long lMicroSec) {
     (void)nanosleep(&duration, nullptr);
 }
 
+// Kept (hosts): [wall-clock-ticks] the wall clock, so ticks jump when the time of the machine is
+// set.
 uint64_t CBB_GetTimeTick(void) {
     timeval now = {};
     gettimeofday(&now, nullptr);
