@@ -66,11 +66,12 @@ typedef struct tagRtspServerPara {
     uint8_t byDbg;
     /** Reserved, zero. */
     uint8_t byRes[15];
-    /** Multicast group as dotted text, NUL-terminated. Kept, not used: SETUP refuses multicast. */
+    /** Multicast group as dotted text, NUL-terminated. Stored, not used: SETUP refuses multicast.
+     */
     char szMultiAddr[16];
-    /** User name, NUL-terminated. Kept, not used: no request is authenticated. */
+    /** User name, NUL-terminated. Stored, not used: no request is authenticated. */
     char szUserName[32];
-    /** Password, NUL-terminated. Kept, not used, like the name. */
+    /** Password, NUL-terminated. Stored, not used, like the name. */
     char szPasswd[32];
     /**
      * TCP port on which clients are accepted, 1 to 65535. RTSPServer_Start does not check it: only
@@ -110,6 +111,8 @@ typedef struct tagRtspServerStreamInfo {
     /**
      * A RTSP_SERVER_STREAM_TYPE value. Audio stands before video here, unlike in the other pairs.
      */
+    // Kept (hosts): [audio-format-first] the audio format stands before the video format, the
+    // reverse of the other pairs.
     uint32_t dwAudioFormat;
     /** A RTSP_SERVER_STREAM_TYPE value. */
     uint32_t dwVideoFormat;

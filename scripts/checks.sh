@@ -51,22 +51,25 @@ lint() {
 }
 
 # check_kept: compares the marks of kept behaviour in the code with the rows of docs/kept.md: who
-# depends on it, its key and the source file. Each test that the page names exists.
+# depends on it, its key and the source file. Each mark has the form that the page shows, and each test
+# that the page names exists.
 check_kept() {
-    local mark='// Kept \((clients|hosts|operators)\): \[[a-z0-9-]+\]' differences test missing=()
+    local mark='// Kept \((clients|hosts|operators)\): \[[a-z0-9-]+\]' differences malformed test missing=()
     differences=$(diff \
         <(grep -rnoE "$mark" src include |
             sed -E 's,^(.*/)?([^/:]+):[0-9]+:// Kept \((.*)\): \[(.*)\]$,\3 \4 \2,' | sort) \
         <(awk -F ' *[|] *' '
             /^## / { audience = tolower(substr($0, 4)) }
             /^[|] `/ { gsub(/`/, ""); sub(/:.*/, "", $5); print audience, $2, $5 }' docs/kept.md | sort))
+    malformed=$(grep -rniE '\<kept *(\([^)]*\))? *:' src include | grep -vE "$mark ")
     # shellcheck disable=SC2016  # the backquotes are those of the page
     for test in $(grep -oE '`[A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+`' docs/kept.md | tr -d '\140' | sort -u); do
         grep -rqE "^TEST.*\(${test%.*}, ${test#*.}\)" tests || missing+=("$test")
     done
     [[ -z $differences ]] || printf 'Only in the code (<) or in docs/kept.md (>):\n%s\n' "$differences" >&2
+    [[ -z $malformed ]] || printf 'Not in the form of docs/kept.md:\n%s\n' "$malformed" >&2
     [[ ${#missing[@]} -eq 0 ]] || printf 'docs/kept.md names no test of: %s\n' "${missing[*]}" >&2
-    [[ -z $differences && ${#missing[@]} -eq 0 ]]
+    [[ -z $differences$malformed && ${#missing[@]} -eq 0 ]]
 }
 
 # forget_coverage: what earlier runs have reached does not count any more.

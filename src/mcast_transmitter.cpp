@@ -62,6 +62,8 @@ int CMcastTransmitter::match_families() {
     const bool bLocal6 = CBB_GetAddrType(&LocalAddr) == AF_INET6;
     const bool bGroup6 = CBB_GetAddrType(&RemoteAddr) == AF_INET6;
     if (bLocal6 && IsMappedAddr4(LocalAddr)) {
+        // Kept (clients): [mcast-mapped-family] a mapped local address skips the comparison of the
+        // families below, also for an IPv6 group.
         LocalAddr = UnmapAddr4(LocalAddr);
         return 0;
     }
@@ -80,6 +82,7 @@ void CMcastTransmitter::set_multicast_options() {
     if (CBB_GetAddrType(&RemoteAddr) == AF_INET6) {
         const int nLoop = 0;
         const int nHops = MULTICAST_TTL;
+        // Kept (clients): [mcast-loopback] loopback is switched off for IPv6 only.
         setsockopt(m_mcastsock, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, &nLoop, sizeof(nLoop));
         setsockopt(m_mcastsock, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &nHops, sizeof(nHops));
     } else {
@@ -90,7 +93,8 @@ void CMcastTransmitter::set_multicast_options() {
 
 int CMcastTransmitter::bind_and_join() {
     if (CBB_Bind(m_mcastsock, &LocalAddr) != 0) {
-        // Kept: this failure alone leaves the socket open until Close.
+        // Kept (clients): [mcast-bind-socket] this failure alone leaves the socket open until
+        // Close.
         RTSPS_LOG(ERROR, "ERROR !! Bind");
         return -1;
     }

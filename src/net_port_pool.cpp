@@ -50,8 +50,12 @@ int32_t CNet_PortPool::crete_port_pairs(uint16_t min, uint16_t max) {
         return -1;
     }
     try {
+        // Kept (operators): [pool-pairs] an odd minimum gives odd RTP ports, and the RTCP port of
+        // the last pair may be one above the maximum.
         for (uint16_t port = min; max >= port; port = static_cast<uint16_t>(port + 2)) {
             m_portqueue.push_back(port);
+            // Kept (operators): [pool-size-adds] a second fill adds to the size of the first,
+            // although it empties the queue.
             ++m_Size;
         }
     } catch (const std::bad_alloc&) {
@@ -77,7 +81,8 @@ int32_t CNet_PortPool::reuse_port_pair(uint16_t port) {
     if (port == 0) {
         return -1;
     }
-    // Kept: a port given back twice is queued twice, and a foreign port joins the pool.
+    // Kept (operators): [pool-any-port] a port given back twice is queued twice, and a foreign port
+    // joins the pool.
     CLockGuard lock(m_mutex_lock);
     if (m_portqueue.size() >= MAX_QUEUED_PORTS) {
         return -1;

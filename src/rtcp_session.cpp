@@ -43,12 +43,15 @@ void CRtcpSession::count_packets(const uint8_t* pLastHeader, int len, uint32_t n
     m_ssrc = ReadBe32(pLastHeader + RTP_OFFSET_SSRC);
     m_lastTimeStamp = ReadBe32(pLastHeader + RTP_OFFSET_TIMESTAMP);
     m_pSend += nPackets;
-    // Kept: the callers pass 0, so the octet count falls by 12 with every packet, modulo 2^32.
+    // Kept (clients): [report-octets] the callers pass 0, so the octet count falls by 12 with every
+    // packet, modulo 2^32.
     m_oSend += nPackets * static_cast<uint32_t>(len - RTP_HEADER_SIZE);
 }
 
 void CRtcpSession::calc_next_time() {
     gettimeofday(&m_nextTime, nullptr);
+    // Kept (clients): [report-interval] whole seconds count, so a report may leave little more than
+    // 4 s after the start or the last one.
     m_nextTime.tv_sec += REPORT_INTERVAL_SEC;
 }
 
@@ -85,7 +88,8 @@ int CRtcpSession::send_sr(int timeout) {
     }
     timeval now{};
     gettimeofday(&now, nullptr);
-    // Kept: a lone sender report without report blocks, no SDES behind it.
+    // Kept (clients): [report-alone] a lone sender report without report blocks and without the
+    // SDES that RFC 3550 asks for.
     uint8_t packet[RTP_PREFIX_SIZE + SENDER_REPORT_SIZE] = {};
     uint8_t* pReport = packet + RTP_PREFIX_SIZE;
     pReport[0] = RTP_VERSION << 6;
@@ -93,7 +97,8 @@ int CRtcpSession::send_sr(int timeout) {
     WriteBe16(pReport + 2, SENDER_REPORT_WORDS);
     WriteBe32(pReport + 4, m_ssrc);
     WriteBe32(pReport + 8, static_cast<uint32_t>(now.tv_sec) + NTP_EPOCH_OFFSET);
-    WriteBe32(pReport + 12, static_cast<uint32_t>(now.tv_usec));  // kept: not scaled to 2^32
+    // Kept (clients): [report-fraction] the microseconds, not scaled to 2^32.
+    WriteBe32(pReport + 12, static_cast<uint32_t>(now.tv_usec));
     WriteBe32(pReport + 16, m_lastTimeStamp);
     WriteBe32(pReport + 20, m_pSend);
     WriteBe32(pReport + 24, m_oSend);
@@ -103,8 +108,9 @@ int CRtcpSession::send_sr(int timeout) {
         WriteBe16(packet + 2, SENDER_REPORT_SIZE);
         pTransmitter->SendPacket(packet, sizeof(packet), timeout);
     } else {
-        // Kept: handed over without a prefix, so the UDP transmitter cuts off the common header
-        // and the datagram holds the 24 bytes from the SSRC on.
+        // Kept (clients): [report-without-header] handed over without a prefix, so the UDP
+        // transmitter cuts off the common header and the datagram holds the 24 bytes from the SSRC
+        // on.
         pTransmitter->SendPacket(pReport, SENDER_REPORT_SIZE, timeout);
     }
     return 0;

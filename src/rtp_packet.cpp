@@ -44,7 +44,8 @@ rtp_buf* CRtpPacket::pack(rtp_param* param) {
     m_rtphdr->extension = 0;
     m_rtphdr->count = 0;
     m_rtphdr->marker = (param->marker & 1) != 0;
-    m_rtphdr->payload = RTP_PAYLOAD_VIDEO;  // kept: the payload type of `param` is not used
+    // Kept (hosts): [pack-payload-96] the payload type of `param` is not used.
+    m_rtphdr->payload = RTP_PAYLOAD_VIDEO;
     m_rtphdr->sequence = htons(param->sequence);
     m_rtphdr->timestamp = param->timestamp;
     m_rtphdr->ssrc = param->ssrc;

@@ -43,6 +43,9 @@ inline int UnitSize(const uint8_t* pUnit) {
 
 // Interleaved, replies pass through the media path, so that both share the connection's pending
 // buffer. Whether a buffer is one: it begins with "RTSP", in any case.
+//
+// Kept (hosts): [reply-like-unit] a unit of the host that begins with these letters, in any case,
+// passes for a reply and is not stamped.
 inline bool IsReplyText(const void* pBuf, int len) {
     return len >= RTP_PREFIX_SIZE &&
            strncasecmp(static_cast<const char*>(pBuf), "RTSP", RTP_PREFIX_SIZE) == 0;
@@ -79,12 +82,14 @@ inline void StampUnit(uint8_t* pUnit, int len, const CUnitStamp& stamp) {
 // stores the number to expect after it. Packets of other payload types always pass. Reads the first
 // 4 bytes of the header.
 inline bool CheckVideoSequence(const uint8_t* pHeader, uint16_t* pnExpected) {
+    // Kept (hosts): [sequence-of-96] only payload type 96 is checked, whatever the host has
+    // declared for video.
     if ((pHeader[RTP_OFFSET_PAYLOAD] & RTP_PAYLOAD_MASK) != RTP_PAYLOAD_VIDEO) {
         return true;
     }
     const uint16_t nSequence = ReadBe16(pHeader + RTP_OFFSET_SEQUENCE);
     const bool bAsExpected = *pnExpected == 0 || *pnExpected == nSequence;
-    // Kept: after the wrap to 0 the next packet is not checked.
+    // Kept (hosts): [sequence-after-wrap] after the wrap to 0 the next packet is not checked.
     *pnExpected = static_cast<uint16_t>(nSequence + 1);
     return bAsExpected;
 }

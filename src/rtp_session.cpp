@@ -46,7 +46,8 @@ void CRtpSession::open_rtcp(const TRANS_INFO& info) {
     }
     RTSPS_LOG(INFO, "rtcp create_new OK == [%d]", GetTransMode());
     if (GetTransMode() != UDP_MODE) {
-        return;  // kept: never opened when interleaved, so no report leaves there
+        // Kept (clients): [rtcp-udp-only] never opened when interleaved, so no report leaves there.
+        return;
     }
     TRANS_INFO rtcpInfo = info;
     ToRtcpPort(&rtcpInfo.clientAddr);
@@ -100,7 +101,7 @@ CUnitStamp CRtpSession::stamp() const {
     if (GetTransMode() == RTPOVERRTSP_MODE) {
         stamp.prefix = CUnitStamp::INTERLEAVED;
     } else if (GetTransMode() == TCP_MODE) {
-        // Kept: the four bytes are sent, with channel 0 and length 0.
+        // Kept (clients): [tcp-empty-prefix] the four bytes are sent, with channel 0 and length 0.
         stamp.prefix = CUnitStamp::EMPTY;
     }
     return stamp;

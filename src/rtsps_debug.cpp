@@ -45,7 +45,8 @@ void CDebugInfo::OutputDebugInfo(int nLevel, const char* fmt, ...) {
     char szLine[LINE_SIZE] = {};
     const int nLabel = snprintf(szLine, sizeof(szLine), "%s", szLabel);
 
-    // 1023 - n, not 1024 - n: kept, the longest line is 1022 characters.
+    // Kept (operators): [log-line-length] 1023 - n, not 1024 - n: the longest line is 1022
+    // characters.
     va_list args;
     va_start(args, fmt);
     vsnprintf(szLine + nLabel, static_cast<size_t>(LINE_SIZE - 1 - nLabel), fmt, args);

@@ -12,8 +12,8 @@ enum eLOG_LEVEL : int {
     LOG_LEVEL_INFO = 4,
 };
 
-// The texts of the messages are part of the output contract too, misspellings and trailing blanks
-// included: operators' filters match them.
+// Kept (operators): [log-texts] the texts of the messages are part of the output contract too,
+// misspellings and trailing blanks included: operators' filters match them.
 //
 // Prints one diagnostic line: RTSPS_LOG(ERROR, "bind %d failed", port). The level is a name of
 // eLOG_LEVEL without its prefix, the text a literal. Each line begins with the source file, the

@@ -138,6 +138,8 @@ void CRtspListener::accept_clients() {
     CArrivals arrivals;
     if (!wait_for_clients(&arrivals)) {
         if (IsRunning()) {
+            // Kept (operators): [sweep-when-idle] no sweep while clients keep arriving, so ended
+            // sessions keep their connection and place until then.
             CRtspSessionManager::Instance()->DelExceptionSession();
             CBB_Sleep(REFUSAL_PAUSE_MS);
         }

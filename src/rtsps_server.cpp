@@ -12,8 +12,8 @@
 
 namespace {
 
-// Kept: both halves are sign-extended, so a negative stream erases the channel and all channels
-// share one record for it.
+// Kept (hosts): [stream-key] both halves are sign-extended, so a negative stream erases the channel
+// and all channels share one record for it.
 uint64_t StreamInfoKey(int nChan, int nStreamType) {
     const auto nHigh = static_cast<uint64_t>(static_cast<int64_t>(nChan)) << 32;
     return nHigh | static_cast<uint64_t>(static_cast<int64_t>(nStreamType));
@@ -33,13 +33,18 @@ CRtspServer::~CRtspServer() = default;
 int CRtspServer::Init(const TRtspServerPara* pPara) {
     const CLockGuard guard(m_Mutex);
     ++m_nInitRef;
+    // Kept (hosts): [init-first-counts] later calls change neither the configuration nor the debug
+    // switch.
     if (m_nInitRef >= 2) {
         return 0;
     }
     if (CBB_InitNetwork_Inter() < 0) {
         RTSPS_LOG(ERROR, "init failed");
-        return -1;  // kept: the count stays raised
+        // Kept (hosts): [failed-init-counts] the count stays raised.
+        return -1;
     }
+    // Kept (hosts): [config-unused] szMultiAddr, szUserName and szPasswd are stored, and nothing
+    // reads them.
     m_stuPara = pPara != nullptr ? *pPara : TRtspServerPara{};
     CDebugInfo::Instance()->SetDebugSwitch(m_stuPara.byDbg != 0);
     return 0;
@@ -47,6 +52,8 @@ int CRtspServer::Init(const TRtspServerPara* pPara) {
 
 int CRtspServer::Release() {
     const CLockGuard guard(m_Mutex);
+    // Kept (hosts): [release-no-floor] the count has no floor: a Release too many takes an Init
+    // more before Start succeeds.
     --m_nInitRef;
     if (m_nInitRef < 1) {
         CBB_FiniNetwork_Inter();
@@ -81,6 +88,8 @@ int CRtspServer::create_parts() {
         RTSPS_LOG(ERROR, "new(std::nothrow) CRtspListener failed ");
         return -1;
     }
+    // Kept (hosts): [port-range-16-bits] only the low 16 bits of the range count: 70000 is port
+    // 4464.
     m_pPortQueue.reset(CNet_PortPool::create_new(static_cast<uint16_t>(m_stuPara.nMinPort),
                                                  static_cast<uint16_t>(m_stuPara.nMaxPort)));
     if (m_pPortQueue == nullptr) {

@@ -20,7 +20,8 @@ bool IsInsideCallBack() {
 }  // namespace
 
 int32_t RTSPServer_Init(tagRtspServerPara* pPara) {
-    CRtspServer::Instance()->Init(pPara);  // kept: its result is not the host's
+    // Kept (hosts): [init-result] the result of Init is not passed on.
+    CRtspServer::Instance()->Init(pPara);
     CRtspSessionManager::Instance()->Init();
     return 0;
 }
@@ -52,7 +53,7 @@ int32_t RTSPServer_Stop(void) {
     return 0;
 }
 
-// Spelled so on purpose: hosts link against this name.
+// Kept (hosts): [sendrealsteam] spelled so; hosts link against this name.
 int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType, void* pData, int32_t nLen) {
     return CRtspSessionManager::Instance()->SendRealStream(nChan, nStreamType, pData, nLen);
 }

@@ -25,6 +25,8 @@ namespace {
 
 constexpr int POLL_INTERVAL_MS = 3000;
 constexpr int IDLE_LIMIT_MS = 30000;
+// Kept (clients): [frames-below-8] a frame on a higher channel is taken for the beginning of a
+// request, although SETUP accepts such channels.
 constexpr unsigned char INTERLEAVED_CHANNELS = 8;
 constexpr size_t CSEQ_SIZE = 16;
 constexpr char HEAD_END[] = "\r\n\r\n";
@@ -43,6 +45,9 @@ int FrameLength(const char* data, int len) {
 
 // The length of the message head that the NUL-terminated data begin with, its empty line included.
 // 0 while the empty line is missing.
+//
+// Kept (clients): [nul-in-head] bytes after a NUL are not searched: such a head never ends, and is
+// dropped when it is too long.
 int HeadLength(const char* data) {
     const char* pEnd = CBB_Strstr(data, HEAD_END);
     return pEnd == nullptr ? 0 : static_cast<int>(pEnd - data) + HEAD_END_SIZE;
@@ -151,9 +156,10 @@ void* CRtspSession::process_msg_svc(void* pSession) {
         // Out of memory: this client ends, the process does not.
         pSelf->m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
     }
-    // Kept: neither the socket nor the transport is closed here but by the next sweep; and every
-    // end is printed, at level CRIT.
+    // Kept (clients): [ended-session-waits] neither the socket nor the transport is closed here but
+    // by the next sweep. The client of a session that has ended waits until then.
     pSelf->m_bQuit = true;
+    // Kept (operators): [exit-line] every end is printed, at level CRIT.
     RTSPS_LOG(CRIT, "exit");
     pSelf->m_events.End(pSelf->media_totals());
     pSelf->m_bEnded.store(true, std::memory_order_release);
@@ -231,6 +237,8 @@ int CRtspSession::wait_readable(int nMilliSec) const {
 }
 
 bool CRtspSession::idle_too_long(int nIdleMs) {
+    // Kept (operators): [no-idle-limit] the idle limit is switched off for the whole life of a
+    // session. A silent client keeps its place.
     if (!m_bUseHeartBeat || nIdleMs <= IDLE_LIMIT_MS) {
         return false;
     }
@@ -262,8 +270,8 @@ int CRtspSession::receive_size(const CReceiveBuffer& buffer, int nPeeked) {
 }
 
 bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
-    // Kept: a frame longer than the buffer leaves no room, and the receive of 0 bytes then ends the
-    // session.
+    // Kept (clients): [frame-beyond-buffer] a frame longer than the buffer leaves no room, and the
+    // receive of 0 bytes then ends the session.
     const int nRoom = RECV_BUFFER_SIZE - pBuffer->nHeld;
     char* pFree = pBuffer->data + pBuffer->nHeld;
     // The end of the stream and errors are met here: an error is reported once only.
@@ -294,10 +302,10 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
 
 // Takes one message or frame out of the buffer; false ends the session.
 //
-// Kept: only the count shrinks, the remaining bytes are not moved to the front, and the next
-// receive appends after the reduced count. One message per receive leaves the buffer empty; with a
-// second message, or a body, the framing shifts. Frames never share a receive, see
-// receive_size.
+// Kept (clients): [receive-not-moved] only the count shrinks, the remaining bytes are not moved to
+// the front, and the next receive appends after the reduced count. One message per receive leaves
+// the buffer empty; with a second message, or a body, the framing shifts. Frames never share a
+// receive, see receive_size.
 bool CRtspSession::consume(CReceiveBuffer* pBuffer) {
     int nMsgLen = 0;
     switch (check_packet(pBuffer->data, RECV_BUFFER_SIZE, pBuffer->nHeld, nMsgLen)) {
@@ -324,7 +332,7 @@ bool CRtspSession::handle_message(const char* buf, int msgLen) {
         return false;
     }
     const int nResult = proc_rtsp_msg_hook(msg.get());
-    // Kept: a received response gives -1, which is ignored.
+    // Kept (clients): [response-ignored] a received response gives -1, which is ignored.
     return nResult == 0 || !msg->IsRequest();
 }
 
@@ -341,14 +349,16 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
         RTSPS_LOG(INFO, "RTCP packet recv");
         return 1;
     }
-    // Kept: a body is neither waited for nor counted. A request that announces one as
-    // "Content-length" does not parse and ends its session. After every other request the body
-    // counts as the beginning of the next one.
+    // Kept (clients): [body-not-awaited] a body is neither waited for nor counted. A request that
+    // announces one as "Content-length" does not parse and ends its session. After every other
+    // request the body counts as the beginning of the next one.
     const int nHead = HeadLength(buf);
     if (nHead > 0) {
         msgLen = nHead;
         return 0;
     }
+    // Kept (clients): [long-head-dropped] more than 4096 bytes without an empty line are dropped,
+    // without a reply or a log line.
     return len <= bufSize / 2 ? 2 : -1;
 }
 

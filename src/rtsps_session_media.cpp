@@ -14,6 +14,8 @@ constexpr int SHORT_SEND_LIMIT = 20;
 constexpr int OFFSET_PAYLOAD_TYPE = RTP_PREFIX_SIZE + RTP_OFFSET_PAYLOAD;
 constexpr int NO_PAYLOAD_TYPE = -2;  // matches no stream
 
+// Kept (hosts): [push-first-payload] the first unit decides for the whole push; the payload types
+// of the others are not read.
 int FirstPayloadType(const void* data, int len) {
     if (len <= OFFSET_PAYLOAD_TYPE) {
         return NO_PAYLOAD_TYPE;
@@ -47,9 +49,11 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         return -1;
     }
     const int nPayloadType = FirstPayloadType(data, len);
-    // Video first: equal payload types always go to video.
+    // Kept (hosts): [equal-payload-types] video first, so equal payload types always go to video.
     const bool bVideo = nPayloadType == m_nVideoPT;
     if (!bVideo && nPayloadType != m_nAudioPT) {
+        // Kept (hosts): [unknown-payload] not counted as a short push, so a client is never ended
+        // by it.
         RTSPS_LOG(ERROR, "unkown payload type");
         return -1;
     }
@@ -63,7 +67,8 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         m_nSndErrCounter = 0;
         return nSent;
     }
-    // Kept: a push of a stream that the client has not set up is a short one too.
+    // Kept (hosts): [push-not-set-up] a push of a stream that the client has not set up is a short
+    // one too.
     RTSPS_LOG(ERROR, "send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s", len, nSent,
               chan, streamtype, client_text());
     if (count_short_send() > SHORT_SEND_LIMIT) {
@@ -100,6 +105,7 @@ tagRtspServerTotals CRtspSession::media_totals() {
     return totals;
 }
 
+// Kept (hosts): [file-data-unsent] sends nothing and reports success.
 int CRtspSession::SendFileStream(void* /*data*/, int /*len*/) {
     const CLockGuard guard(m_mutexSend);
     return 0;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The answers to the requests, and the session's protocol state.
 //
-// A reply's headers leave in the order in which they are appended; clients match replies byte for
-// byte, so the orders below stay, differences between methods included.
+// Kept (clients): [header-order] a reply's headers leave in the order in which they are appended,
+// and the order differs between methods. Clients match replies byte for byte.
 #include <cstring>
 #include <new>
 
@@ -22,7 +22,7 @@ constexpr size_t AUTH_VALUE_SIZE = 1024;
 constexpr int AUTH_BASIC = 1;
 constexpr int AUTH_DIGEST = 2;
 
-// Kept: no comma before HEARTBEAT.
+// Kept (clients): [options-comma] there is no comma before HEARTBEAT. Clients compare the text.
 constexpr char PUBLIC_OPTIONS[] = "OPTIONS, DESCRIBE, SETUP, TEARDOWN, PLAY, PAUSE HEARTBEAT";
 
 // A session id as it stands in "Session" headers. Ids from the manager are below 2^31, so the
@@ -95,6 +95,8 @@ int CRtspSession::proc_rtsp_msg_hook(CRtspMsg* msg) {
     return nResult;
 }
 
+// Kept (clients): [options-open] OPTIONS, HEARTBEAT and TEARDOWN are never authenticated, whatever
+// the mode is.
 int CRtspSession::proc_options(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     resp.append_cseq(msg);
@@ -105,6 +107,8 @@ int CRtspSession::proc_options(CRtspMsg* msg) {
 int CRtspSession::proc_describe(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     const CRtspUrl url(UrlOf(msg));
+    // Kept (clients): [describe-once] a second DESCRIBE is 455 and ends the session. One connection
+    // selects one stream.
     if (m_emRtspStat != RTSP_UNKNOWN) {
         RTSPS_LOG(ERROR, "describe timing sequence is illegal");
         send_response_method_not_valid_in_this_state(msg);
@@ -173,14 +177,17 @@ struct CRtspSession::CSetup {
 int CRtspSession::proc_setup(CRtspMsg* msg) {
     tagRtspServerStreamInfo streamInfo{};
     CRtspServer* pServer = CRtspServer::Instance();
-    // Kept: the stream is looked up before the state is checked, so a SETUP that comes first is
-    // answered with 404 where channel 0 main is not declared, and with 455 where it is.
+    // Kept (clients): [setup-stream-first] the stream is looked up before the state is checked, so
+    // a SETUP that comes first is answered with 404 where channel 0 main is not declared, and with
+    // 455 where it is.
     if (pServer->GetStreamInfo(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype, &streamInfo) < 0) {
         RTSPS_LOG(ERROR, "get stream info failed,reqtype[%d],chan[%d],streamtype[%d]",
                   m_stuReqCfg.nReqType, m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
         send_response_nothis_streaming(msg);
         return -1;
     }
+    // Kept (clients): [setup-payload-types] stored before the state is checked, so a SETUP that is
+    // refused changes them too. It ends the session.
     m_nVideoPT = streamInfo.byVideoPayload;
     m_nAudioPT = streamInfo.byAudioPayload;
     const eRTSP_METHOD_INDEX state = m_emRtspStat;
@@ -189,7 +196,8 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
         RTSPS_LOG(ERROR, " bad m_rtspstat : %d", state);
         return -1;
     }
-    // Kept: unlike at DESCRIBE, a refusal ends the session, here and at PLAY and PAUSE.
+    // Kept (clients): [refusal-of-setup] unlike at DESCRIBE, a refusal ends the session, here and
+    // at PLAY and PAUSE.
     if (check_authentication(msg) < 0) {
         RTSPS_LOG(ERROR, "check_authentication");
         return -1;
@@ -201,7 +209,8 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
         if (setup.nServerPort != 0) {
             pServer->GivebackDataPort(setup.nServerPort);
         }
-        // Kept: the client's own port number is handed to the pool as well.
+        // Kept (operators): [client-port-in-pool] the client's own port number is handed to the
+        // pool as well.
         if (setup.nClientPort != 0) {
             pServer->GivebackDataPort(setup.nClientPort);
         }
@@ -238,6 +247,8 @@ int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
     return 0;
 }
 
+// Kept (clients): [setup-channel-ignored] only "streamid=0" or "streamid=1" of the URL counts.
+// DESCRIBE has selected channel and stream, whatever else a SETUP names.
 int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
     const char* szUrl = pSetup->url.get_rtsp_url();
     TRANS_INFO* pInfo = &pSetup->transInfo;
@@ -272,6 +283,7 @@ int CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
         case protocol_udp:
         case protocol_tcp:
             return setup_with_ports(msg, pSetup, protocol);
+        // Kept (clients): [multicast-501] multicast is 501, not 461, and ends the session.
         case protocol_mcast:
             pSetup->transInfo.mode = MCAST_MODE;
             RTSPS_LOG(ERROR, "setup not support mcast");
@@ -297,7 +309,7 @@ int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_pr
     pInfo->mode = protocol == protocol_tcp ? TCP_MODE : UDP_MODE;
     pSetup->nClientPort = CRtspTransport::GetClientPort(*msg->GetHeader("Transport"));
     if (pSetup->nClientPort == 0) {
-        // Kept: the same text as for a missing stream id.
+        // Kept (operators): [client-port-text] the same text as for a missing stream id.
         RTSPS_LOG(ERROR, "bad streamid ");
         send_response_bad_request(msg);
         return -1;
@@ -347,6 +359,8 @@ int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
 int CRtspSession::proc_play(CRtspMsg* msg) {
     const CRtspUrl url(UrlOf(msg));  // for its log lines only
     CRtspResponse resp(RTSP_STATUS_200);
+    // Kept (clients): [play-without-transport] without a transport the reply is 500, not 455, in
+    // every state.
     if (m_pTransCtrl == nullptr) {
         send_response_internal_server_error(msg);
         RTSPS_LOG(ERROR, "m_pTransCtrl == NULL");
@@ -365,7 +379,7 @@ int CRtspSession::proc_play(CRtspMsg* msg) {
         RTSPS_LOG(ERROR, "rtsp status invalid");
         return -1;
     }
-    // Kept: neither Range nor RTP-Info.
+    // Kept (clients): [play-headers] neither Range nor RTP-Info.
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     resp.append_cseq(msg);
     if (send_response(&resp, EAfterReply::PLAYS) < 0) {
@@ -385,9 +399,11 @@ int CRtspSession::proc_pause(CRtspMsg* msg) {
     if (m_emRtspStat != RTSP_PLAY && m_emRtspStat != RTSP_PAUSE) {
         send_response_method_not_valid_in_this_state(msg);
         RTSPS_LOG(WARN, "pause timing sequence is illegal");
-        return 0;  // kept: unlike the other methods, the session goes on
+        // Kept (clients): [pause-goes-on] unlike the other methods, the session goes on.
+        return 0;
     }
     if (m_stuReqCfg.nReqType == 0) {
+        // Kept (clients): [pause-live] a live stream is not paused: 405, and the media go on.
         const int nResult = send_response_method_not_allowed(msg);
         RTSPS_LOG(WARN, "preview mode no support pause!");
         return nResult;
@@ -415,17 +431,20 @@ int CRtspSession::proc_teardown(CRtspMsg* msg) {
     }
     resp.SetResponseCode(RTSP_STATUS_200);
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
+    // Kept (clients): [teardown-connection] the header is sent, and the connection stays open: the
+    // client closes it.
     resp.append_connection("close");
     if (send_response(&resp) < 0) {
         RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
-    // The state first, so that a waiting push is dropped whole. The connection stays open: the
-    // client closes it.
+    // The state first, so that a waiting push is dropped whole.
     {
         const CLockGuard guard(m_mutexSend);  // a push that is on its way ends first
         m_emRtspStat = RTSP_TEARDOWN;
     }
+    // Kept (clients): [teardown-lagging] what waits in the pending buffer of an interleaved client
+    // is dropped here, the reply above included. A client that lags never gets its 200.
     if (m_pTransCtrl != nullptr) {
         m_pTransCtrl->Close();
     }
@@ -457,7 +476,7 @@ int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
         return 0;
     }
     RTSPS_LOG(ERROR, "BadSessionID!!!, FD[%d]", m_sockfd.load());
-    // Kept: a 454 that went out counts as 0, and the handler carries on.
+    // Kept (clients): [bad-id-goes-on] a 454 that went out counts as 0, and the handler carries on.
     return send_response_bad_session_id(msg);
 }
 
@@ -502,7 +521,8 @@ void CRtspSession::refuse_authentication(const CRtspMsg* msg) {
             break;
         case AUTH_DIGEST:
             RTSPS_LOG(WARN, "Need Authorization Digest");
-            resp.append("Authorization", "Digest");  // kept: not "WWW-Authenticate"
+            // Kept (clients): [digest-header] not "WWW-Authenticate".
+            resp.append("Authorization", "Digest");
             break;
         default:
             RTSPS_LOG(WARN, "m_CheckUserPwdMode ERROR %d", m_nCheckUserPwdMode);
@@ -527,7 +547,7 @@ int CRtspSession::send_response_bad_session_id(const CRtspMsg* msg) {
 }
 
 int CRtspSession::send_response_no_support_transport(const CRtspMsg* msg) {
-    // Kept: the text names 454 while the code is 461.
+    // Kept (operators): [log-454-for-461] the text names 454 while the code is 461.
     RTSPS_LOG(WARN, "ERROR!!! RTSP_STATUS_454, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_461);
 }

@@ -35,7 +35,8 @@ uint32_t CRtspSessionManager::GenerateSessionId() {
     for (;;) {
         timeval now{};
         gettimeofday(&now, nullptr);
-        // The process-wide generator, seeded anew for every id: kept, hosts are told.
+        // Kept (hosts): [srandom-per-id] the process-wide generator is seeded again for every id.
+        // The header tells hosts.
         srandom(static_cast<unsigned int>(now.tv_usec));
         const auto r1 = static_cast<uint32_t>(random());
         srandom(static_cast<unsigned int>(now.tv_usec) + 1);
@@ -45,7 +46,7 @@ uint32_t CRtspSessionManager::GenerateSessionId() {
             RTSPS_LOG(ERROR, "Dup,SRC[0x%x]!!!!!!!!!!!!!", dwId);
             continue;
         }
-        // Level CRIT: kept, every new id is printed.
+        // Kept (operators): [new-id-line] every new id is printed, at level CRIT.
         RTSPS_LOG(CRIT, "New sessionID [0x%x]", dwId);
         return dwId;
     }
@@ -76,7 +77,8 @@ int CRtspSessionManager::AddSession(CRtspSession* pSession) {
     {
         const CLockGuard guard(m_Mutex);
         if (register_session(pSession)) {
-            // Level CRIT like the line of a new id; kept.
+            // Kept (operators): [registration-line] every registration is printed, at level CRIT
+            // like the new id.
             RTSPS_LOG(CRIT, "m_maxSessions=%u, now has %u", m_maxSessions,
                       static_cast<uint32_t>(m_mapSession.size()));
             return 0;
@@ -103,7 +105,8 @@ bool CRtspSessionManager::register_session(CRtspSession* pSession) {
     return true;
 }
 
-// Kept: a refused session runs on, without media, and Stop does not close it.
+// Kept (clients): [refused-clients] a refused session runs on, without media, and Stop does not
+// close it.
 void CRtspSessionManager::keep_refused(CRtspSession* pSession) {
     pSession->ReportRegistration(false);
     {
@@ -296,6 +299,7 @@ void CRtspSessionManager::make_room() {
     sweep_refused();
 }
 
+// Kept (hosts): [push-result] 0 whatever becomes of the push, also when no client takes it.
 int CRtspSessionManager::SendRealStream(int nChan, int nStreamType, void* pData, int nLen) {
     const CSessionList sessions = getSession();
     for (size_t i = 0; i < sessions.nCount; ++i) {
@@ -315,8 +319,9 @@ int CRtspSessionManager::SendFileStream(int nSessionId, void* pData, int nLen) {
         return -1;
     }
     const int nResult = pSession->SendFileStream(pData, nLen);
-    // Kept: the lookup's reference is not given back, so this session is never destroyed. Once is
-    // enough for that; the others go back, or the count would overflow some day.
+    // Kept (hosts): [file-data-place] the lookup's reference is not given back, so this session is
+    // never destroyed. Once is enough for that; the others go back, or the count would overflow
+    // some day.
     const CLockGuard guard(m_Mutex);
     if (pSession->m_bKeptForFileData) {
         drop_reference(static_cast<uint32_t>(nSessionId));

@@ -63,6 +63,9 @@ int CTransCtrl::Open(const tagRtspRequestCfg* /*pCfg*/, ETransStreamId id) {
 
 // Puts a new, unopened media session in place. False when none can be made or when too many were
 // replaced already; the one in place then stays, since replies may go through it.
+//
+// Kept (clients): [repeated-setup] a repeated SETUP leaves the earlier media session open, with its
+// port and socket, until the transport closes.
 bool CTransCtrl::replace_session(const CMediaStream& stream) {
     CSupersededSessions& superseded = stream.superseded;
     if (stream.pSession != nullptr && superseded.nCount == CSupersededSessions::MAX_KEPT) {
@@ -100,7 +103,8 @@ int CTransCtrl::Close() {
     // may hold here (m_mutexClose).
     close_session(std::move(pVideoSession));
     close_session(std::move(pAudioSession));
-    // Kept: the records are not cleared, so a second Close gives the same ports back again.
+    // Kept (operators): [ports-returned-twice] the records are not cleared, so a second Close gives
+    // the same ports back again.
     give_back_port(videoInfo);
     give_back_port(audioInfo);
     close_superseded(&supersededVideo);
@@ -167,7 +171,8 @@ void CTransCtrl::GetTotals(tagRtspServerTotals* pTotals) {
 
 int CTransCtrl::SendMsg(void* buf, int len, int timeout) {
     const CLockGuard guard(m_mutexMedia);
-    // Kept: a client that has audio alone, or has torn down, gets no replies.
+    // Kept (clients): [replies-need-video] a client that has audio alone, or has torn down, gets no
+    // replies.
     if (m_pVideoSession == nullptr) {
         RTSPS_LOG(ERROR, "m_pVideoSession is NULL");
         return -1;

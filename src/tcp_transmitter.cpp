@@ -13,7 +13,9 @@ namespace {
 constexpr int LISTEN_BACKLOG = 24;
 constexpr int ACCEPT_BACKLOG = 1000;
 constexpr uint32_t PEER_TIMEOUT_MS = 1000;
-constexpr int RETRIES_LEFT = 9;  // printed only: there is exactly one attempt
+// Kept (operators): [one-accept] there is exactly one attempt to accept; the number is only
+// printed.
+constexpr int RETRIES_LEFT = 9;
 constexpr uint32_t ACCEPT_STACK_SIZE = 131072;
 // A policy under which the priority is valid; the thread inherits its creator's scheduling anyway.
 constexpr int ACCEPT_POLICY = SCHED_RR;
@@ -36,7 +38,8 @@ int CPendingTransmitter::send_pending(const void* buf, int len, int timeout) {
             set_status(STAUTS_ERROR);
             return nSent;
         }
-        // Kept: what remains is not moved to the front, the next drain starts there again.
+        // Kept (clients): [pending-not-moved] what remains is not moved to the front, the next
+        // drain starts there again.
         m_nBufDataSize -= nSent;
     }
     if (m_nBufDataSize == 0) {
@@ -123,7 +126,9 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
         return -1;
     }
     RTSPS_LOG(INFO, "Open OK, Need Recv 4 Byte!");
-    return 0;  // kept: the status becomes OK now; until a peer comes, packets wait in the buffer
+    // Kept (clients): [tcp-counted-as-taken] the status becomes OK now. Until a peer comes, and
+    // also when none ever does, packets wait in the buffer and count as taken.
+    return 0;
 }
 
 void* CTcpTransmitter::accept_connect_svc(void* pTransmitter) {
@@ -136,6 +141,8 @@ void* CTcpTransmitter::accept_connect_svc(void* pTransmitter) {
 }
 
 void CTcpTransmitter::accept_peer() {
+    // Kept (operators): [tcp-any-peer] the address of the peer is not compared with that of the
+    // client: the first one that connects gets the media.
     const CBB_SOCK_T sock = CBB_Accept(GetHandle(), nullptr, PEER_TIMEOUT_MS);
     if (sock == -1) {
         RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", RETRIES_LEFT);

@@ -74,8 +74,10 @@ class CTcpTransmitter final : public CPendingTransmitter {
 };
 
 // Interleaved on the RTSP connection, which belongs to the client session and is never closed here.
-// Kept: video and audio have a pending buffer each, on one connection. While one holds the rest of
-// a unit the other sends on, so the framing of a client that cannot keep up may break.
+//
+// Kept (clients): [interleaved-buffers] video and audio have a pending buffer each, on one
+// connection. While one holds the rest of a unit the other sends on, so the framing of a client
+// that cannot keep up may break.
 class CRtpOverRtspTransmitter final : public CPendingTransmitter {
   public:
     explicit CRtpOverRtspTransmitter(ETRANS_MODE mode);

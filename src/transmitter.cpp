@@ -27,6 +27,7 @@ int CTransmitter::send_datagram(CBB_SOCK_T sock, const void* buf, int len, int t
     return nSent == nPacket ? len : 0;
 }
 
+// Kept (operators): [setup-dump] to standard error, whatever the debug switch says.
 void dump_addr(const CBB_ADDR_T& addr) {
     unsigned char bytes[sizeof(addr)];
     memcpy(bytes, &addr, sizeof(addr));
