@@ -156,6 +156,7 @@ class RTSPS_EXPORT CMemPool {
     void PutHeader(uint32_t dwWidx, uint32_t dwLen);
     void AdvanceWrite(uint32_t dwWidx, uint32_t dwLen);
 
+    // Block and lengths: written by Init and Release, which need both sides to be idle.
     uint8_t* m_pBuf = nullptr;
     uint32_t m_dwTailLen = 0;
     uint32_t m_dwRingLen = 0;

@@ -52,15 +52,17 @@ class CNet_PortPool {
   private:
     CNet_PortPool();
 
-    static std::atomic<uint32_t> m_nRefer;  // live pools; informational
+    static std::atomic<uint32_t> m_nRefer;  // atomic: live pools; informational
 
+    // Written by the fill, before the pool is shared, and read without the lock: the ports, the
+    // flags and the size.
     uint16_t m_minport;
     uint16_t m_maxport;
     PortQueue m_portqueue GUARDED_BY(m_mutex_lock);
     CMutex m_mutex_lock;
     uint32_t m_bCreated;
     [[maybe_unused]] uint32_t m_bInitMutex;
-    uint32_t m_Size;  // written by the fill only, so it is read without the lock
+    uint32_t m_Size;
 };
 
 #endif

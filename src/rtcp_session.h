@@ -10,7 +10,7 @@
 
 // The RTCP side of one media stream (RFC 3550, 6.4.1): counts what is sent and emits a sender
 // report every 5 seconds at most, while media is being sent. Incoming RTCP is never read.
-// Not thread-safe: CTransCtrl serialises.
+// Not thread-safe: all fields are under the owning CTransCtrl's m_mutexMedia.
 class CRtcpSession final : public CSession {
   public:
     explicit CRtcpSession(ETRANS_MODE mode) : CSession(mode) {}

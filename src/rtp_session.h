@@ -11,7 +11,8 @@
 class CRtcpSession;
 
 // One media stream of one client: stamps each unit with the stream's SSRC and the prefix that suits
-// the transport, and hands it to the transmitter. Not thread-safe: CTransCtrl serialises.
+// the transport, and hands it to the transmitter. Not thread-safe: all fields are under the owning
+// CTransCtrl's m_mutexMedia.
 class CRtpSession final : public CSession {
   public:
     explicit CRtpSession(ETRANS_MODE mode);

@@ -68,6 +68,7 @@ class CRtspMsgParser {
     int take_body(std::unique_ptr<CRtspMsg>& msg, const char* data, int len, int nHeaderLen);
     void parse_header_lines(CRtspMsg& msg);
 
+    // Session thread only, in the server.
     std::vector<CMimeToken> m_lines;  // the start line, then the header lines
     CMimeFoldStore m_folded;          // the text of lines that were folded
 };

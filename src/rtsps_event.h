@@ -51,7 +51,7 @@ class CSessionEvents {
   private:
     bool raise(RTSP_SERVER_EVENT event, uint32_t dwMedia);
 
-    sem_t m_semDecided;
+    sem_t m_semDecided;          // posted by the deciding thread, waited for by the session's
     bool m_bExpected = false;    // written before the session's thread exists
     bool m_bRegistered = false;  // handed over by the semaphore
     // atomic: written by the deciding and by the session's thread, read by the sweep

@@ -44,8 +44,8 @@ class CRtspListener {
 
     std::atomic<uint32_t> m_running{
         0};  // atomic: set by Open, cleared by Close, read by the thread
-    std::atomic<CBB_SOCK_T> m_sock{-1};  // atomic: likewise
-    CBB_HANDLE m_ThreadListen = CBB_INVALID_HANDLE;
+    std::atomic<CBB_SOCK_T> m_sock{-1};              // atomic: likewise
+    CBB_HANDLE m_ThreadListen = CBB_INVALID_HANDLE;  // under the server's m_mutexStartStop
 };
 
 #endif

@@ -54,7 +54,7 @@ class CRtspServer {
     int32_t m_nInitRef GUARDED_BY(m_Mutex) = 0;
     bool m_bStarted GUARDED_BY(m_Mutex) = false;
     std::unique_ptr<CRtspListener> m_pListener GUARDED_BY(m_Mutex);  // null when not started
-    std::unique_ptr<CNet_PortPool> m_pPortQueue GUARDED_BY(m_Mutex);
+    std::unique_ptr<CNet_PortPool> m_pPortQueue GUARDED_BY(m_Mutex) PT_GUARDED_BY(m_Mutex);
     TRtspServerPara m_stuPara GUARDED_BY(m_Mutex){};
     std::map<uint64_t, tagRtspServerStreamInfo> m_mapStreamInfo GUARDED_BY(m_Mutex);
 };

@@ -212,8 +212,13 @@ void CRtspSession::run_message_loop() {
     }
 }
 
-// Waits with select on a bitmap as large as the descriptor needs: FD_SET would write beyond an
-// fd_set for descriptors of 1024 and above.
+// Waits with select, because its outcomes are fixed in the log: the wait for a descriptor that is
+// closed fails with EBADF ("select failed,errno 9"), and an error or the end of the connection
+// makes it readable, so that the receive finds the number to print. poll reports all of these as
+// events without a number.
+//
+// The bitmap is as large as the descriptor needs: FD_SET would write beyond an fd_set for
+// descriptors of 1024 and above.
 int CRtspSession::wait_readable(int nMilliSec) const {
     constexpr int WORD_BITS = static_cast<int>(sizeof(fd_mask) * CHAR_BIT);
     const CBB_SOCK_T sock = m_sockfd;

@@ -80,8 +80,7 @@ class CRtspSession {
     int proc_rtsp_msg_hook(CRtspMsg* msg);
 
   private:
-    friend class CRtspSessionManager;  // m_bRegistered
-    friend struct CRtspSessionProbe;   // the tests' view of the fields
+    friend struct CRtspSessionProbe;  // the tests' view of the fields
 
     static constexpr int RECV_BUFFER_SIZE = 8192;
     static constexpr int SEND_BUFFER_SIZE = 1024;  // largest reply, description included, and a NUL
@@ -102,7 +101,7 @@ class CRtspSession {
     int proc_response(CRtspMsg* msg);
     void refresh_status() {}
 
-    // Some members below have no caller yet: they are the protocol's vocabulary, kept complete.
+    // Some members below have no caller: they are the whole vocabulary of the protocol.
 
     // Method handlers: 0 keeps the connection, anything else ends it
     int proc_options(CRtspMsg* msg);
@@ -185,32 +184,30 @@ class CRtspSession {
     // --- The rest ---
 
     // Present, and switched off by these values for the whole life of a session: session-id
-    // checking, the idle rule, and authentication below.
+    // checking, the idle rule, and authentication below. Session thread only.
     bool m_bNeedCheckId = false;
     bool m_bEachReqAuthCheck = true;
     bool m_bAuthChecked = false;
     bool m_bUseHeartBeat = false;
     const uint32_t m_dwSessionId;
-    int32_t m_nCSeq = 0;                                 // of the last request that succeeded
-    int32_t m_nCheckUserPwdMode = 0;                     // 0 none, 1 Basic, 2 Digest
+    int32_t m_nCSeq = 0;              // of the last request that succeeded; session thread only
+    int32_t m_nCheckUserPwdMode = 0;  // 0 none, 1 Basic, 2 Digest; session thread only
     uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;  // in all
     uint32_t m_nLongestShortRun GUARDED_BY(m_mutexSend) = 0;
-    CSessionEvents m_events;
+    CSessionEvents m_events;  // its fields say who uses them
     // atomic: set by the session's thread when only its end is left, read by sweeps
     std::atomic<bool> m_bEnded{false};
     CBB_HANDLE m_hSrvThread GUARDED_BY(m_mutexClose) = nullptr;
     CMutex m_mutexClose ACQUIRED_BEFORE(m_mutexSend);  // one Close at a time
     // atomic: read by the session's thread; closed under m_mutexSend once that thread has ended
     std::atomic<CBB_SOCK_T> m_sockfd{-1};
+    // Written by Open before the session's thread starts, and not again; read by all threads.
     CBB_ADDR_T m_serverAddr{};
     CBB_ADDR_T m_clientAddr{};
-    CBB_ADDR_T m_mcastAddr{};  // stays zeroed: multicast is refused
-    CRtspMsgParser m_parser;
+    // Never changed: multicast is refused, and the transport has the mode.
+    CBB_ADDR_T m_mcastAddr{};
     ETRANS_MODE m_emTransmode = NON_MODE;
-    // The manager's, under its lock: its own reference still stands; one reference is kept for
-    // good.
-    bool m_bRegistered = true;
-    bool m_bKeptForFileData = false;
+    CRtspMsgParser m_parser;  // session thread only
 };
 
 #endif

@@ -95,7 +95,7 @@ bool CRtspSessionManager::register_session(CRtspSession* pSession) {
         return false;
     }
     try {
-        m_mapRef[dwId] = 1;
+        m_mapRef[dwId] = {};
         m_mapSession[dwId] = pSession;
     } catch (const std::bad_alloc&) {
         m_mapRef.erase(dwId);
@@ -159,7 +159,7 @@ CRtspSession* CRtspSessionManager::getSession(uint32_t dwSessionId) {
     if (it == m_mapSession.end()) {
         return nullptr;
     }
-    ++m_mapRef.find(dwSessionId)->second;
+    ++m_mapRef.find(dwSessionId)->second.nCount;
     return it->second;
 }
 
@@ -168,7 +168,7 @@ CSessionList CRtspSessionManager::getSession() {
     const CLockGuard guard(m_Mutex);
     auto itRef = m_mapRef.begin();  // both maps hold the same ids in the same order
     for (const auto& [dwId, pSession] : m_mapSession) {
-        ++itRef->second;
+        ++itRef->second.nCount;
         ++itRef;
         sessions.entries[sessions.nCount++] = {dwId, pSession};
     }
@@ -205,7 +205,7 @@ void CRtspSessionManager::closeSession(const CSessionList& sessions) {
 
 void CRtspSessionManager::drop_reference(uint32_t dwSessionId) {
     const auto itRef = m_mapRef.find(dwSessionId);
-    if (itRef == m_mapRef.end() || --itRef->second >= 1) {
+    if (itRef == m_mapRef.end() || --itRef->second.nCount >= 1) {
         return;
     }
     const auto itSession = m_mapSession.find(dwSessionId);
@@ -215,9 +215,9 @@ void CRtspSessionManager::drop_reference(uint32_t dwSessionId) {
 }
 
 void CRtspSessionManager::drop_registry_reference(uint32_t dwSessionId) {
-    const auto it = m_mapSession.find(dwSessionId);
-    if (it != m_mapSession.end() && it->second->m_bRegistered) {
-        it->second->m_bRegistered = false;
+    const auto it = m_mapRef.find(dwSessionId);
+    if (it != m_mapRef.end() && it->second.bRegistry) {
+        it->second.bRegistry = false;
         drop_reference(dwSessionId);
     }
 }
@@ -323,10 +323,12 @@ int CRtspSessionManager::SendFileStream(int nSessionId, void* pData, int nLen) {
     // never destroyed. Once is enough for that; the others go back, or the count would overflow
     // some day.
     const CLockGuard guard(m_Mutex);
-    if (pSession->m_bKeptForFileData) {
+    CReferences& references = m_mapRef.find(static_cast<uint32_t>(nSessionId))->second;
+    if (references.bFileData) {
         drop_reference(static_cast<uint32_t>(nSessionId));
+    } else {
+        references.bFileData = true;
     }
-    pSession->m_bKeptForFileData = true;
     return nResult;
 }
 

@@ -102,6 +102,13 @@ class CRtspSessionManager {
     template <class T>
     friend class CNeverDestroyed;
 
+    // Who holds a registered session.
+    struct CReferences {
+        int32_t nCount = 1;
+        bool bRegistry = true;   // the registry's own one is among them
+        bool bFileData = false;  // one that is never given back, see SendFileStream, is among them
+    };
+
     // Sessions that the full registry refused; they run on until their client leaves.
     struct CRefusedSessions {
         CRtspSession* pSessions[RTSPS_MAX_SESSIONS];
@@ -128,7 +135,7 @@ class CRtspSessionManager {
     int32_t m_nInitRef GUARDED_BY(m_Mutex) = 0;  // informational
     // An id is in both maps or in neither.
     std::map<uint32_t, CRtspSession*> m_mapSession GUARDED_BY(m_Mutex);  // owned
-    std::map<uint32_t, int32_t> m_mapRef GUARDED_BY(m_Mutex);
+    std::map<uint32_t, CReferences> m_mapRef GUARDED_BY(m_Mutex);
     CRefusedSessions m_refused GUARDED_BY(m_Mutex){};  // owned
     bool m_bStopped GUARDED_BY(m_Mutex) = false;       // no accept thread sweeps
     pRtspServerEventCallBack m_pEventCallBack GUARDED_BY(m_Mutex) = nullptr;

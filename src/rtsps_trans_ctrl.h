@@ -89,8 +89,10 @@ class CTransCtrl {
 
     CMutex m_mutexMedia;
     // Null until their stream is opened, and after Close.
-    std::unique_ptr<CRtpSession> m_pVideoSession GUARDED_BY(m_mutexMedia);
-    std::unique_ptr<CRtpSession> m_pAudioSession GUARDED_BY(m_mutexMedia);
+    std::unique_ptr<CRtpSession> m_pVideoSession GUARDED_BY(m_mutexMedia)
+        PT_GUARDED_BY(m_mutexMedia);
+    std::unique_ptr<CRtpSession> m_pAudioSession GUARDED_BY(m_mutexMedia)
+        PT_GUARDED_BY(m_mutexMedia);
     CRtspSession* m_pRtspSession GUARDED_BY(m_mutexMedia);  // not owned; null after Close
     CStreamTotals m_videoTotals GUARDED_BY(m_mutexMedia);
     CStreamTotals m_audioTotals GUARDED_BY(m_mutexMedia);

@@ -7,7 +7,8 @@
 
 #include "transmitter.h"
 
-// Owns the transmitter of one RTP or RTCP stream. Not thread-safe; its owner serialises.
+// Owns the transmitter of one RTP or RTCP stream. Not thread-safe: all fields are under the owning
+// CTransCtrl's m_mutexMedia.
 class CSession {
   public:
     explicit CSession(ETRANS_MODE mode) : m_mode(mode) {}

@@ -70,7 +70,7 @@ class CTcpTransmitter final : public CPendingTransmitter {
     std::atomic<CBB_SOCK_T> m_Connectfd{-1};
     CBB_ADDR_T m_LocalAddr{};
     CBB_ADDR_T m_HopedRemoteAddr{};  // informational: any client that connects is taken
-    CBB_HANDLE m_ThreadAccept = CBB_INVALID_HANDLE;
+    CBB_HANDLE m_ThreadAccept = CBB_INVALID_HANDLE;  // not touched by that thread itself
 };
 
 // Interleaved on the RTSP connection, which belongs to the client session and is never closed here.

@@ -43,6 +43,8 @@ constexpr int DATA_SEND_BUFFER_SIZE = 524288;
 constexpr int DATA_RECV_BUFFER_SIZE = 262144;
 constexpr uint32_t DATA_CONNECT_TIMEOUT_MS = 5000;
 
+// Fields that do not say otherwise, here and in the derived classes, are under the owning
+// CTransCtrl's m_mutexMedia, from open on.
 class CTransmitter {
   public:
     explicit CTransmitter(ETRANS_MODE mode) : m_Mode(mode) {}

@@ -57,7 +57,6 @@ class CUdpTransmitter final : public CTransmitter {
     ssize_t send_segmented(const CRtpBurst& burst) const;
     CSendResult burst_failed(const CRtpBurst& burst, int nError);
 
-    // All fields: under the owning CTransCtrl's m_mutexMedia, from open on.
     CBB_SOCK_T m_Sockfd = -1;
     bool m_bSegmentation = false;  // the kernel cuts one send into datagrams
     int m_nMaxUnit = INT_MAX;      // larger units do not fit the path in one piece
