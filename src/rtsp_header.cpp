@@ -195,12 +195,11 @@ void CRtspHeader::AddNewHeaderValue(CRtspHeaderValue* pValue) {
 
 CRtspHeaderValue* CRtspHeader::AddHeaderValue(const char* text) {
     std::unique_ptr<CRtspHeaderValue> value(new (std::nothrow) CRtspHeaderValue(text));
-    CRtspHeaderValue* pValue = value.get();
-    if (pValue == nullptr || !pValue->IsComplete() || !AppendOwned(m_headers, value.release())) {
+    if (value == nullptr || !value->IsComplete() || !AppendOwned(m_headers, value.release())) {
         m_bLacksPart = true;
         return nullptr;
     }
-    return pValue;
+    return m_headers.back().get();
 }
 
 CRtspHeaderValue* CRtspHeader::GetHeaderValue() {
