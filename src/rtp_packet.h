@@ -3,8 +3,6 @@
 #ifndef RTP_PACKET_H
 #define RTP_PACKET_H
 
-#include <strings.h>
-
 #include <cstddef>
 #include <cstdint>
 
@@ -47,8 +45,10 @@ inline int UnitSize(const uint8_t* pUnit) {
 // Kept (hosts): [reply-like-unit] a unit of the host that begins with these letters, in any case,
 // passes for a reply and is not stamped.
 inline bool IsReplyText(const void* pBuf, int len) {
+    constexpr uint32_t LOWER_CASE_BITS = 0x20202020;
+    constexpr uint32_t RTSP_IN_LOWER_CASE = 0x72747370;
     return len >= RTP_PREFIX_SIZE &&
-           strncasecmp(static_cast<const char*>(pBuf), "RTSP", RTP_PREFIX_SIZE) == 0;
+           (ReadBe32(static_cast<const uint8_t*>(pBuf)) | LOWER_CASE_BITS) == RTSP_IN_LOWER_CASE;
 }
 
 // How a transport changes the units of the host.
@@ -64,7 +64,7 @@ struct CUnitStamp {
 };
 
 // Stamps a unit of `len` bytes in place. Touches only what the unit holds.
-inline void StampUnit(uint8_t* pUnit, int len, const CUnitStamp& stamp) {
+inline void StampUnit(uint8_t* pUnit, int len, CUnitStamp stamp) {
     if (len >= RTP_PREFIX_SIZE + RTP_HEADER_SIZE) {
         WriteBe32(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SSRC, stamp.dwSSRC);
     }

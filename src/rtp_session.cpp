@@ -166,13 +166,19 @@ void CRtpSession::account_burst(const CRtpBurst& burst, const CSendResult& resul
 
 void CRtpSession::account_unit(const uint8_t* pUnit, int len) {
     const uint8_t* pHeader = pUnit + RTP_PREFIX_SIZE;
-    const uint16_t nExpected = m_seq;
-    if (len >= UNIT_SIZE_WITH_SEQUENCE && !CheckVideoSequence(pHeader, &m_seq)) {
-        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]",
-                  ReadBe16(pHeader + RTP_OFFSET_SEQUENCE), nExpected);
+    if (len >= UNIT_SIZE_WITH_SEQUENCE) {
+        check_sequence(pHeader);
     }
     if (len >= UNIT_SIZE_WITH_HEADER && m_pRtcpSession != nullptr) {
         m_pRtcpSession->parse_rtp_packet(pHeader, 0);
+    }
+}
+
+void CRtpSession::check_sequence(const uint8_t* pHeader) {
+    const uint16_t nExpected = m_seq;
+    if (!CheckVideoSequence(pHeader, &m_seq)) {
+        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]",
+                  ReadBe16(pHeader + RTP_OFFSET_SEQUENCE), nExpected);
     }
 }
 
