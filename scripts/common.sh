@@ -74,6 +74,13 @@ ensure_relay_packages() {
     fi
 }
 
+# ensure_gstreamer_packages: what gst_host is built with, and what its demo and its tests play.
+ensure_gstreamer_packages() {
+    ensure_packages pkg-config=pkg-config libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
+        gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good \
+        gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x
+}
+
 # configure PRESET [ARGUMENT...]: runs CMake in the project's folder, which must be the current one.
 configure() {
     local preset=$1
