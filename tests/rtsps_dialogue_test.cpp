@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "rtsps_server.h"
+#include "rtsps_session_mgr.h"
 #include "support/test_net.h"
 
 namespace {
@@ -70,121 +71,197 @@ TEST_F(CDialogueTest, WholeRoadOverUdp) {
     EXPECT_EQ(dump.Text(), dumped);
 }
 
-TEST_F(CDialogueTest, EveryMethodInEveryState) {
-    const std::string methods = "DESCRIBE SETUP PLAY PAUSE TEARDOWN OPTIONS HEARTBEAT";
-    // The road to a state (D, S, P, T), each method's status ("-": no reply), "!" for the end of
-    // the session, and what is said.
-    const char* const rows[][3] = {
-        {"", "200 455! 500! 455 200 200 200",
-         "E  bad m_rtspstat : 0|W ERROR!!! RTSP_STATUS_500, FD[#]|E m_pTransCtrl == NULL|"
-         "W pause timing sequence is illegal"},
-        {"D", "455! 200 500! 455 200 200 200", "E describe timing sequence is illegal"},
-        {"DS", "455! 200 200 455 200 200 200", ""},
-        {"DSP", "455! 455! 455! 405 200 200 200",
-         "E  bad m_rtspstat : 3|E rtsp status invalid|W RTSP_STATUS_405, FD[#]|"
-         "W preview mode no support pause!"},
-        {"T", "455! 455! 500! 455 200 200 200", "E  bad m_rtspstat : 2"},
-        // The road of the replies ends with the media.
-        {"DSPT", "-! -! -! - -! -! -!",
-         "E m_pVideoSession is NULL|E send_response failed, , fd[#],errno[#]|"
-         "E send_response failed"},
-    };
+enum EMethod { DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, OPTIONS, HEARTBEAT, METHODS };
+const char* const METHOD_NAMES[] = {"DESCRIBE", "SETUP",   "PLAY",     "PAUSE",
+                                    "TEARDOWN", "OPTIONS", "HEARTBEAT"};
+
+// What a request leads to.
+struct COutcome {
+    const char* status;  // null: no reply
+    bool endsTheSession = false;
+};
+constexpr COutcome OK = {"200"};
+constexpr COutcome NOT_NOW = {"455"};
+constexpr COutcome ENDS_NOT_NOW = {"455", true};
+constexpr COutcome ENDS_ERROR = {"500", true};
+constexpr COutcome NOT_ALLOWED = {"405"};
+constexpr COutcome SILENT = {nullptr};
+constexpr COutcome ENDS_SILENT = {nullptr, true};
+
+struct CStateRow {
+    const char* state;
+    std::vector<EMethod> path;
+    COutcome outcomes[METHODS];  // in the order of EMethod
+    const char* lines;
+
+    friend std::ostream& operator<<(std::ostream& out, const CStateRow& row) {
+        return out << row.state;
+    }
+};
+
+class CStateTest : public CDialogueTest, public ::testing::WithParamInterface<CStateRow> {};
+
+TEST_P(CStateTest, EveryMethod) {
+    const CStateRow& row = GetParam();
     Init();
     TRtspServerStreamInfo info = MakeStreamInfo();
     RTSPServer_SetStreamInfo(0, 0, &info);  // what a session selects before DESCRIBE
     ASSERT_EQ(RTSPServer_Start(), 0);
+    const std::string headers = std::string("Transport: ") + INTERLEAVED + "\r\n";
     std::deque<CTestClient> clients;  // none leaves before the end
     int ended = 0;
-    const std::string headers = std::string("Transport: ") + INTERLEAVED + "\r\n";
-    for (const auto& [road, outcomes, lines] : rows) {
-        std::istringstream nextMethod(methods);
-        std::istringstream nextOutcome(outcomes);
-        for (std::string method, outcome; nextMethod >> method && nextOutcome >> outcome;) {
-            SCOPED_TRACE(std::string(road) + " " + method);
-            CTestClient& client = clients.emplace_back(m_port);
-            for (const char step : std::string(road)) {
-                EXPECT_NE(step == 'D'   ? client.Describe()
-                          : step == 'S' ? client.Setup(0, INTERLEAVED)
-                          : step == 'P' ? client.Play()
-                                        : client.Ask("TEARDOWN", client.Url()),
-                          "");
-            }
-            const std::string url = client.Url(method == "SETUP" ? "streamid=0" : "");
-            if (outcome[0] == '-') {
-                client.Socket().Send(method + " " + url + " RTSP/1.0\r\n" + headers + "\r\n");
-            } else {
-                EXPECT_EQ(client.Ask(method, url, headers).substr(0, 12),
-                          "RTSP/1.0 " + outcome.substr(0, 3));
-            }
-            ended += outcome.back() == '!' ? 1 : 0;
-            if (outcome.size() == 3 && method != "TEARDOWN") {
-                ExpectReply(client, client.Ask("HEARTBEAT", client.Url()), "200 OK");
-            }
-            EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == ended; }));
-            EXPECT_EQ(client.Socket().Receive(65536, 0), "");
+    for (int method = 0; method < METHODS; ++method) {
+        SCOPED_TRACE(METHOD_NAMES[method]);
+        const COutcome& outcome = row.outcomes[method];
+        CTestClient& client = clients.emplace_back(m_port);
+        const auto url = [&](int m) { return client.Url(m == SETUP ? "streamid=0" : ""); };
+        for (const EMethod step : row.path) {
+            EXPECT_NE(client.Ask(METHOD_NAMES[step], url(step), headers), "");
         }
-        EXPECT_TRUE(m_log.HasLines(lines));
+        if (outcome.status == nullptr) {
+            client.Socket().Send(std::string(METHOD_NAMES[method]) + " * RTSP/1.0\r\n\r\n");
+        } else {
+            EXPECT_EQ(client.Ask(METHOD_NAMES[method], url(method), headers).substr(9, 3),
+                      outcome.status);
+        }
+        ended += outcome.endsTheSession ? 1 : 0;
+        if (outcome.status != nullptr && !outcome.endsTheSession && method != TEARDOWN) {
+            ExpectReply(client, client.Ask("HEARTBEAT", client.Url()), "200 OK");
+        }
+        EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == ended; }));
+        EXPECT_EQ(client.Socket().Receive(65536, 0), "");
     }
+    EXPECT_TRUE(m_log.HasLines(row.lines));
     EXPECT_FALSE(m_log.Has("[RTSPS INFO]"));
 }
 
-TEST_F(CDialogueTest, RefusalsEndTheSession) {
+const CStateRow STATES[] = {
+    {"Connected",
+     {},
+     {OK, ENDS_NOT_NOW, ENDS_ERROR, NOT_NOW, OK, OK, OK},
+     "E  bad m_rtspstat : 0|W ERROR!!! RTSP_STATUS_500, FD[#]|E m_pTransCtrl == NULL|"
+     "W pause timing sequence is illegal"},
+    {"Described",
+     {DESCRIBE},
+     {ENDS_NOT_NOW, OK, ENDS_ERROR, NOT_NOW, OK, OK, OK},
+     "E describe timing sequence is illegal"},
+    {"SetUp", {DESCRIBE, SETUP}, {ENDS_NOT_NOW, OK, OK, NOT_NOW, OK, OK, OK}, ""},
+    {"Playing",
+     {DESCRIBE, SETUP, PLAY},
+     {ENDS_NOT_NOW, ENDS_NOT_NOW, ENDS_NOT_NOW, NOT_ALLOWED, OK, OK, OK},
+     "E  bad m_rtspstat : 3|E rtsp status invalid|W RTSP_STATUS_405, FD[#]|"
+     "W preview mode no support pause!"},
+    {"TornDownAtOnce",
+     {TEARDOWN},
+     {ENDS_NOT_NOW, ENDS_NOT_NOW, ENDS_ERROR, NOT_NOW, OK, OK, OK},
+     "E  bad m_rtspstat : 2"},
+    // Replies take the path of the media, which ends with them.
+    {"TornDownAfterPlaying",
+     {DESCRIBE, SETUP, PLAY, TEARDOWN},
+     {ENDS_SILENT, ENDS_SILENT, ENDS_SILENT, SILENT, ENDS_SILENT, ENDS_SILENT, ENDS_SILENT},
+     "E m_pVideoSession is NULL|E send_response failed, , fd[#],errno[#]|E send_response failed"},
+};
+INSTANTIATE_TEST_SUITE_P(State, CStateTest, ::testing::ValuesIn(STATES),
+                         [](const auto& row) { return std::string(row.param.state); });
+
+class CRefusalTest : public CDialogueTest {
+  protected:
+    // Whether a client is refused, its session has ended, and the lines say why.
+    void ExpectRefusal(CTestClient& client, const std::string& reply, const std::string& status,
+                       const std::string& lines) {
+        ExpectReply(client, reply, status);
+        EXPECT_TRUE(m_log.HasLines(lines + "|C exit"));
+        EXPECT_EQ(client.Socket().Receive(65536, 0), "");
+    }
+    const std::string m_host = "rtsp://127.0.0.1:1/";
+};
+
+TEST_F(CRefusalTest, DescribeOfWhatIsNotServed) {
+    StartServer();
+    CTestClient hd(m_port);
+    ExpectRefusal(hd, hd.Ask("DESCRIBE", m_host + "chan1/hd%s%n"), "404 Not Found",
+                  "E Error!not find 'main' or 'sub' or 'third' [hd%s%n]|E  url is invalid");
+    CTestClient third(m_port);
+    ExpectRefusal(third, third.Ask("DESCRIBE", m_host + "chan1/third"), "404 Not Found",
+                  "E get stream info failed,reqtype[0],chan[1],streamtype[2]|"
+                  "E generate_sdp_description failed");
+    CTestClient early(m_port);
+    ExpectReply(early, early.Setup(0, INTERLEAVED), "404 Not Found");
+    EXPECT_TRUE(m_log.HasLines("E get stream info failed,reqtype[0],chan[0],streamtype[0]"));
+}
+
+TEST_F(CRefusalTest, SetupOfWhatIsNotServed) {
     m_para.nMaxPort = m_para.nMinPort;
     const CTestSocket taken = CTestSocket::ListenTcp(static_cast<uint16_t>(m_para.nMinPort));
     StartServer();
-    const std::string host = "rtsp://127.0.0.1:1/";
-    const std::string video = host + "chan1/main/streamid=0";
-    const std::string audio = host + "chan1/main/streamid=1";
-    const std::string none = "404 Not Found";
+    const std::string video = "chan1/main/streamid=0";
     const std::string bad = "400 Bad Request";
     const std::string badId = "E bad streamid ";
-    const std::string noVideo = "E m_pVideoSession is NULL|E send_response failed";
-    const std::string rows[][4] = {
-        {host + "chan1/hd%s%n", "", none,
-         "E Error!not find 'main' or 'sub' or 'third' [hd%s%n]|E  url is invalid"},
-        {host + "chan1/third", "", none,
-         "E get stream info failed,reqtype[0],chan[1],streamtype[2]|"
-         "E generate_sdp_description failed"},
-        {host + "chan1/main/", "RTP/AVP;client_port=5000", bad, badId},
-        {host + "chan1/main/streamid=2", "RTP/AVP;client_port=5000", bad, badId},
-        {host + "streamid=0", "RTP/AVP;client_port=5000", bad, "E set up url invalid."},
-        {video, "-", bad, "E bad Transport "},
-        {video, "RTP/AVP/UDP;mcast;client_port=2-3", "501 Not Implemented",
-         "E setup not support mcast"},
-        {video, "RTP/AVP;client_port=0", bad, badId},
-        {video, "RTP/AVP;client_port=65536-65537", bad, badId},
-        // Audio alone cannot be answered.
-        {audio, INTERLEAVED, "", noVideo},
-        {audio, "RTP/AVP;client_port=5000", "", noVideo},
-        {video, "RTP/AVP/TCP;client_port=7000", "500 Internal Server Error",
+    const struct {
+        const char* why;
+        std::string path, headers, status, lines;
+    } rows[] = {
+        {"no stream", "chan1/main/", "Transport: RTP/AVP;client_port=5000\r\n", bad, badId},
+        {"a third stream", "chan1/main/streamid=2", "Transport: RTP/AVP;client_port=5000\r\n", bad,
+         badId},
+        {"no channel", "streamid=0", "Transport: RTP/AVP;client_port=5000\r\n", bad,
+         "E set up url invalid."},
+        {"no transport", video, "", bad, "E bad Transport "},
+        {"multicast", video, "Transport: RTP/AVP/UDP;mcast;client_port=2-3\r\n",
+         "501 Not Implemented", "E setup not support mcast"},
+        {"port 0", video, "Transport: RTP/AVP;client_port=0\r\n", bad, badId},
+        {"a port of 17 bits", video, "Transport: RTP/AVP;client_port=65536-65537\r\n", bad, badId},
+        {"the data port is taken", video, "Transport: RTP/AVP/TCP;client_port=7000\r\n",
+         "500 Internal Server Error",
          "E m_pTransCtrl->Open failed|W ERROR!!! RTSP_STATUS_500, FD[#]"},
     };
-    for (const auto& [url, transport, status, lines] : rows) {
-        SCOPED_TRACE(url + " " + transport);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        CTestClient client(m_port);
+        client.Describe();
+        ExpectRefusal(client, client.Ask("SETUP", m_host + row.path, row.headers), row.status,
+                      row.lines);
+    }
+}
+
+// Kept: replies take the path of the video stream, so audio alone cannot be answered.
+TEST_F(CRefusalTest, SetupOfAudioAloneGetsNoReply) {
+    m_para.nMaxPort = m_para.nMinPort;
+    StartServer();
+    for (const std::string transport : {INTERLEAVED, "RTP/AVP;client_port=5000"}) {
         const CLogCapture log;
         CTestClient client(m_port);
-        const std::string headers = transport == "-" ? "" : "Transport: " + transport + "\r\n";
-        if (!transport.empty()) {
-            client.Describe();
-        }
-        if (status.empty()) {
-            client.Socket().Send("SETUP " + url + " RTSP/1.0\r\n" + headers + "\r\n");
-        } else {
-            ExpectReply(client, client.Ask(transport.empty() ? "DESCRIBE" : "SETUP", url, headers),
-                        status);
-        }
-        EXPECT_TRUE(log.HasLines(lines + "|C exit"));
+        client.Describe();
+        client.Socket().Send("SETUP " + client.Url("streamid=1") +
+                             " RTSP/1.0\r\nTransport: " + transport + "\r\n\r\n");
+        EXPECT_TRUE(log.HasLines("E m_pVideoSession is NULL|E send_response failed|C exit"));
         EXPECT_EQ(client.Socket().Receive(65536, 0), "");
     }
+}
+
+// Kept: the own port number of a client that was refused joins the pool. None is lost.
+TEST_F(CRefusalTest, DataPortsComeBack) {
+    m_para.nMaxPort = m_para.nMinPort;
+    const CTestSocket taken = CTestSocket::ListenTcp(static_cast<uint16_t>(m_para.nMinPort));
+    StartServer();
+    for (const std::string transport :
+         {"RTP/AVP/TCP;client_port=7000", "RTP/AVP/UDP;mcast;client_port=2-3",
+          "RTP/AVP;client_port=0"}) {
+        CTestClient client(m_port);
+        client.Describe();
+        EXPECT_NE(client.Setup(0, transport).substr(9, 3), "200");
+    }
+    CTestClient audio(m_port);
+    audio.Describe();
+    audio.Socket().Send("SETUP " + audio.Url("streamid=1") +
+                        " RTSP/1.0\r\nTransport: RTP/AVP;client_port=5000\r\n\r\n");
+    EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == 4; }));
+    CRtspSessionManager::Instance()->DelExceptionSession();
     std::set<int> pool;
     for (int port = 1; port != 0; pool.insert(port)) {
         port = CRtspServer::Instance()->BorrowDataPort();
     }
-    // None was lost. Kept: the own port numbers of refused clients have joined the pool.
     EXPECT_EQ(pool, (std::set<int>{0, 5000, 7000, m_para.nMinPort}));
-    CTestClient early(m_port);
-    ExpectReply(early, early.Setup(0, INTERLEAVED), none);
-    EXPECT_TRUE(m_log.HasLines("E get stream info failed,reqtype[0],chan[0],streamtype[0]"));
 }
 
 // The C library interrupts all threads for that.
