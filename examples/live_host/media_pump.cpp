@@ -21,6 +21,12 @@ constexpr size_t AUDIO_PACKET_SIZE = AUDIO_RTP_RATE / AUDIO_PACKETS_A_SECOND;
 // still. A burst that catches up would only flood the clients.
 constexpr int64_t MAX_LATENESS = NANOSECONDS / 2;
 
+// How much of the sound of a picture that is shown for long is pushed with it.
+constexpr int64_t MAX_SOUND_AHEAD = 5 * NANOSECONDS;
+
+// How late the next picture may be before sound is pushed without it.
+constexpr int64_t SOUND_PATIENCE = NANOSECONDS / 10;
+
 constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
 
 int64_t Now() {
@@ -64,8 +70,8 @@ bool CMediaPump::Run() {
             return true;
         if (m_bPicture && now >= m_begin + m_videoClock.Due())
             PushPicture(now);
-        if (m_pAudio != nullptr && m_begin >= 0 && now >= m_begin + m_audioClock.Due())
-            PushSamples(now);
+        if (m_pAudio != nullptr && m_begin >= 0 && now >= LoneSoundDue())
+            PushSound(now - m_begin, now - m_begin);
     }
 }
 
@@ -97,8 +103,13 @@ int64_t CMediaPump::NextDue() const {
     if (m_bPicture)
         due = std::min(due, m_begin + m_videoClock.Due());
     if (m_pAudio != nullptr && m_begin >= 0)
-        due = std::min(due, m_begin + m_audioClock.Due());
+        due = std::min(due, LoneSoundDue());
     return due;
+}
+
+// When sound is pushed without a picture, because the next picture is late.
+int64_t CMediaPump::LoneSoundDue() const {
+    return m_begin + m_audioClock.Due() + SOUND_PATIENCE;
 }
 
 // Waits until a point in time, or for input when the source has run dry. Returns false at a stop.
@@ -142,23 +153,31 @@ void CMediaPump::PushPicture(int64_t now) {
     m_videoRtp.AppendPicture(m_arguments.emCodec, m_video.Unit(), m_videoClock.Timestamp(),
                              m_units);
     Publish();
+    const int64_t slot = m_videoClock.Due();
     m_videoClock.Next();
     m_bPicture = false;
+    // The sound of a picture's time goes out with it: players take the first packets of both
+    // streams for one instant. One push for all of it, because a client that plays video only
+    // rejects every push of sound: too many between two pictures would end it.
+    if (m_pAudio != nullptr)
+        PushSound(slot, std::min(m_videoClock.Due(), slot + MAX_SOUND_AHEAD) - 1);
 }
 
-void CMediaPump::PushSamples(int64_t now) {
-    if (now - m_begin - m_audioClock.Due() > MAX_LATENESS)
-        m_audioClock.SkipTo(now - m_begin);
-    uint8_t samples[AUDIO_PACKET_SIZE];
-    const size_t size = m_pAudio->Read(samples, sizeof(samples));
-    if (size < sizeof(samples))
-        m_pAudio = nullptr;
-    if (size == 0)
-        return;
+// Pushes the packets that are due until a point in time; both are counted from m_begin.
+void CMediaPump::PushSound(int64_t now, int64_t until) {
+    if (now - m_audioClock.Due() > MAX_LATENESS)
+        m_audioClock.SkipTo(now);
     m_units.clear();
-    m_audioRtp.AppendSamples(samples, size, m_audioClock.Timestamp(), m_units);
+    while (m_pAudio != nullptr && m_audioClock.Due() <= until) {
+        uint8_t samples[AUDIO_PACKET_SIZE];
+        const size_t size = m_pAudio->Read(samples, sizeof(samples));
+        if (size < sizeof(samples))
+            m_pAudio = nullptr;
+        if (size > 0)
+            m_audioRtp.AppendSamples(samples, size, m_audioClock.Timestamp(), m_units);
+        m_audioClock.Next();
+    }
     Publish();
-    m_audioClock.Next();
 }
 
 // A camera would push a smaller picture as "sub". The server leaves the buffer fit for a second

@@ -34,7 +34,8 @@ class CMediaPump {
     void Cue();
     void FollowCue();
     void PushPicture(int64_t now);
-    void PushSamples(int64_t now);
+    int64_t LoneSoundDue() const;
+    void PushSound(int64_t now, int64_t until);
     void Publish();
 
     const CArguments& m_arguments;

@@ -128,16 +128,18 @@ class Host:
 
 
 class Player:
-    """ffmpeg as a recorder; `prefix` is a command that runs it in another namespace."""
+    """ffmpeg as a recorder; `prefix` is a command that runs it in another namespace,
+    `options` are for its input."""
 
-    def __init__(self, name, url, transport, seconds, work, with_audio=True, prefix=()):
+    def __init__(self, name, url, transport, seconds, work, with_audio=True, prefix=(),
+                 options=()):
         self.name = name
         self.sums = os.path.join(work, name.replace(" ", "-") + ".framemd5")
         self.sound = os.path.join(work, name.replace(" ", "-") + ".alaw")
         limit = ["-t", str(seconds)]
         audio = ["-map", "0:a", "-c:a", "copy", *limit, "-f", "alaw", self.sound]
         self.process = subprocess.Popen(
-            [*prefix, *FFMPEG, "-y", "-rtsp_transport", transport, "-i", url,
+            [*prefix, *FFMPEG, "-y", *options, "-rtsp_transport", transport, "-i", url,
              "-map", "0:v", "-fps_mode", "passthrough", *limit, "-f", "framemd5", self.sums,
              *(audio if with_audio else [])],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Plays what the example host serves with ffmpeg, over UDP and TCP at once, and compares every
 decoded frame and every byte of the sound with the source.
-Usage: players.py media_dir h264|h265|pipe|console [emulator...] live_host"""
+Usage: players.py media_dir h264|h265|pipe|console|slow [emulator...] live_host"""
 
 import fcntl
 import os
@@ -17,6 +17,7 @@ from playback import FFMPEG, Host, Player, check_recording, clip_frames, left, l
 SECONDS = 7           # of media that each player records: a sender report comes in after 5
 RUN_FRAMES = 50       # that must arrive in a row, as they are and in their order
 RUN_SAMPLES = 16000   # 2 s of sound
+SLOW_FRAMES = 10      # at 2 per second
 
 # (transport, stream): both transports on one stream, so that each push goes out in both shapes.
 PLAYERS = [("udp", "main"), ("tcp", "main"), ("tcp", "sub")]
@@ -48,6 +49,19 @@ def make_console(path, log):
     threading.Thread(target=copy, daemon=True).start()
 
 
+def check_slow_stream(host, frames, work):
+    """Video only, of a stream with sound, at 2 pictures per second: the server counts each push of
+    sound as rejected, and more than 20 in a row would end the client."""
+    player = Player("tcp main", host.url("main"), "tcp", SECONDS, work, with_audio=False,
+                    options=["-allowed_media_types", "video"])
+    faults = check_recording(player, frames, SLOW_FRAMES)
+    rejected = host.output().count("send failed,nLen=")
+    # A push of sound for each picture, until ffmpeg has started and recorded.
+    if not SLOW_FRAMES <= rejected <= 2 * (SECONDS + 8):
+        faults.append(f"{rejected} pushes of sound were rejected")
+    return faults
+
+
 def check_players(host, frames, audio, work):
     players = [Player(f"{transport} {stream}", host.url(stream), transport, SECONDS, work,
                       with_audio=audio is not None) for transport, stream in PLAYERS]
@@ -63,13 +77,17 @@ def run(program, media, case, work):
         "h264": ([], None),
         "h265": (["--video", video, "--audio", audio], None),
         "pipe": (["--video", "-"], video),
+        "slow": (["--fps", "2"], None),
         "console": (["--debug", "--log", os.path.join(work, "console")], None),
     }[case]
     if case == "console":
         make_console(arguments[-1], log_file(work))
     host = Host(program, arguments, work, feed)
     try:
-        faults = check_players(host, frames, None if feed else audio, work)
+        if case == "slow":
+            faults = check_slow_stream(host, frames, work)
+        else:
+            faults = check_players(host, frames, None if feed else audio, work)
         faults += host.end(feed is not None)
         if case == "console" and "lines unwritten" not in host.output():
             faults.append("the console was never full")
