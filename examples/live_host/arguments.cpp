@@ -34,6 +34,7 @@ const char* const HELP_TEXT =
 
 namespace {
 
+constexpr int FIRST_DATA_PORT = 1024;
 // Above it the server's range of ports would never end.
 constexpr int LAST_DATA_PORT = 65533;
 
@@ -104,12 +105,17 @@ bool ReadFrameRate(const char* pText, CArguments& arguments) {
            arguments.nFrames / 1000 <= arguments.nFrameSeconds;
 }
 
+// The server would start with any range. With an impossible one, every SETUP over UDP fails.
 bool ReadDataPorts(const char* pText, CArguments& arguments) {
     const char* pDash = std::strchr(pText, '-');
-    return pDash != nullptr &&
-           ReadNumber(pText, pDash, 1024, LAST_DATA_PORT, arguments.nMinDataPort) &&
-           ReadNumber(pDash + 1, arguments.nMinDataPort, LAST_DATA_PORT, arguments.nMaxDataPort) &&
-           arguments.nMinDataPort % 2 == 0;
+    int& minimum = arguments.nMinDataPort;
+    int& maximum = arguments.nMaxDataPort;
+    if (pDash == nullptr || !ReadNumber(pText, pDash, FIRST_DATA_PORT, LAST_DATA_PORT, minimum) ||
+        !ReadNumber(pDash + 1, FIRST_DATA_PORT, LAST_DATA_PORT, maximum))
+        return Complain("--data-ports requires MIN-MAX, both from 1024 to 65533");
+    if (minimum > maximum)
+        return Complain("--data-ports: MIN is above MAX, so there are no ports");
+    return minimum % 2 == 0 || Complain("--data-ports: MIN must be even, as RTP ports are");
 }
 
 bool ReadCodec(const char* pText, CGiven& given) {
@@ -156,30 +162,29 @@ bool TakeOption(int option, const char* pValue, CArguments& arguments, CGiven& g
     switch (option) {
         case OPT_PORT:
             return ReadNumber(pValue, 1, 65535, arguments.nPort) ||
-                   Complain("--port wants a number from 1 to 65535");
+                   Complain("--port requires a number from 1 to 65535");
         case OPT_CHANNEL:
             return ReadNumber(pValue, 0, 9999, arguments.nChannel) ||
-                   Complain("--channel wants a number from 0 to 9999");
+                   Complain("--channel requires a number from 0 to 9999");
         case OPT_VIDEO:
             arguments.strVideo = pValue;
-            return *pValue != '\0' || Complain("--video wants a file, or - for standard input");
+            return *pValue != '\0' || Complain("--video requires a file, or - for standard input");
         case OPT_CODEC:
-            return ReadCodec(pValue, given) || Complain("--codec wants h264 or h265");
+            return ReadCodec(pValue, given) || Complain("--codec requires h264 or h265");
         case OPT_AUDIO:
             arguments.strAudio = pValue;
-            return *pValue != '\0' || Complain("--audio wants a file");
+            return *pValue != '\0' || Complain("--audio requires a file");
         case OPT_LOG:
             arguments.strLog = pValue;
-            return *pValue != '\0' || Complain("--log wants a file");
+            return *pValue != '\0' || Complain("--log requires a file");
         case OPT_FPS:
             return ReadFrameRate(pValue, arguments) ||
-                   Complain("--fps wants a number from 1 to 1000, or a fraction of two numbers");
+                   Complain("--fps requires a number from 1 to 1000, or a fraction of two numbers");
         case OPT_SECONDS:
             return ReadNumber(pValue, 1, 1000000000, arguments.nSeconds) ||
-                   Complain("--seconds wants a number from 1 on");
+                   Complain("--seconds requires a number from 1 on");
         case OPT_DATA_PORTS:
-            return ReadDataPorts(pValue, arguments) ||
-                   Complain("--data-ports wants MIN-MAX, 1024 to 65533, MIN even");
+            return ReadDataPorts(pValue, arguments);
         default:
             return TakeSwitch(option, arguments, given);
     }
@@ -198,11 +203,14 @@ bool Settle(const std::string& mediaDir, const CGiven& given, CArguments& argume
     arguments.bLoop = given.loop.value_or(!pipe);
     arguments.bCue = arguments.bCue && !pipe;  // what a pipe brings is live: it cannot jump ahead
     arguments.emCodec = given.codec.value_or(CodecByName(arguments.strVideo));
-    if (ownVideo)
-        return true;
-    arguments.strVideo = mediaDir + "/clip.h264";
-    if (!given.bNoAudio && arguments.strAudio.empty())
-        arguments.strAudio = mediaDir + "/clip.alaw";
+    if (!ownVideo) {
+        arguments.strVideo = mediaDir + "/clip.h264";
+        if (!given.bNoAudio && arguments.strAudio.empty())
+            arguments.strAudio = mediaDir + "/clip.alaw";
+    }
+    // A pair of ports for each stream, the second pair from MIN + 2.
+    if (!arguments.strAudio.empty() && arguments.nMaxDataPort < arguments.nMinDataPort + 2)
+        return Complain("--data-ports: too few for one client with video and audio");
     return true;
 }
 

@@ -14,6 +14,9 @@
 // RTP payload types and what the host declares them to be; see RTSPServer_SetStreamInfo.
 constexpr uint8_t VIDEO_PAYLOAD_TYPE = 96;
 constexpr uint8_t AUDIO_PAYLOAD_TYPE = 8;  // fixed for A-law, RFC 3551
+// The server takes all others too, and then sends all media as video, or none.
+static_assert(VIDEO_PAYLOAD_TYPE != AUDIO_PAYLOAD_TYPE, "the server tells the streams apart by it");
+static_assert(VIDEO_PAYLOAD_TYPE <= 127 && AUDIO_PAYLOAD_TYPE <= 127, "RTP has 7 bits for it");
 
 class CMediaPump {
   public:

@@ -38,7 +38,7 @@ TEST(LiveHostArguments, WithoutAnyItPlaysTheClip) {
 TEST(LiveHostArguments, EachIsTaken) {
     const CParsed parsed({"--port", "65535", "--channel", "0", "--video", "a.hevc", "--audio", "b",
                           "--fps", "30000/1001", "--no-loop", "--no-cue", "--seconds", "9",
-                          "--data-ports", "1024-65533", "--debug"});
+                          "--data-ports", "1024-65533", "--log", "l", "--debug"});
     ASSERT_TRUE(parsed.ok);
     const CArguments& arguments = parsed.arguments;
     EXPECT_EQ(arguments.nPort, 65535);
@@ -50,6 +50,7 @@ TEST(LiveHostArguments, EachIsTaken) {
     EXPECT_EQ(arguments.nSeconds, 9);
     EXPECT_EQ(arguments.nMinDataPort, 1024);
     EXPECT_EQ(arguments.nMaxDataPort, 65533);
+    EXPECT_EQ(arguments.strLog, "l");
     EXPECT_TRUE(arguments.bDebug && !arguments.bLoop && !arguments.bCue && !arguments.bHelp);
 }
 
@@ -76,6 +77,7 @@ TEST(LiveHostArguments, WrongOnesAreOneLineOnStandardError) {
         {"--data-ports", "20000"},
         {"--audio", ""},
         {"--data-ports", "20001-20010"},
+        {"--log", ""},
         {"--unknown"},
         {"--data-ports", "20000-65534"},
         {"clip.h264"},
@@ -88,6 +90,23 @@ TEST(LiveHostArguments, WrongOnesAreOneLineOnStandardError) {
         EXPECT_FALSE(CParsed(words).ok) << words.back();
         EXPECT_EQ(errors.Count("\n"), 1) << words.back();
     }
+}
+
+TEST(LiveHostArguments, ImpossibleDataPortsAreExplained) {
+    const std::vector<std::vector<std::string>> rows = {
+        {"both from 1024 to 65533", "--data-ports", "20000-65534"},
+        {"both from 1024 to 65533", "--data-ports", "80-20000"},
+        {"MIN is above MAX", "--data-ports", "20010-20000"},
+        {"MIN must be even", "--data-ports", "20001-20010"},
+        {"too few", "--data-ports", "20000-20001"},
+    };
+    for (const auto& row : rows) {
+        const CLogCapture errors(2);
+        EXPECT_FALSE(CParsed({row.begin() + 1, row.end()}).ok) << row.back();
+        EXPECT_EQ(errors.Count(row.front()), 1) << row.back();
+    }
+    EXPECT_TRUE(CParsed({"--data-ports", "20000-20002"}).ok);
+    EXPECT_TRUE(CParsed({"--data-ports", "20000-20000", "--no-audio"}).ok);
 }
 
 }  // namespace
