@@ -25,6 +25,7 @@ for (const id of ["play", "sound", "full"])
 let useHlsJs = false;  // the browser cannot play HLS itself
 let hls = null;        // hls.js's player
 let run = null;        // what the player plays; null: there is no player
+let playlist = "";     // as last read; "": there is none
 let endedAt = "";      // the playlist at which the last player ended
 let shown = false;     // the player has shown a picture
 let movedAt = 0;       // when the picture last moved
@@ -83,9 +84,10 @@ function attach(newRun) {
   });
 }
 
-function detach(playlist) {
+function detach() {
+  // The playlist of a stream that stands still would only show its last seconds again.
+  endedAt = runOf(playlist) === run ? playlist : "";
   run = null;
-  endedAt = playlist;
   if (hls !== null)
     hls.destroy();
   hls = null;
@@ -98,14 +100,22 @@ function giveUp() {
   movedAt = -Infinity;
 }
 
-function watchPicture(now) {
-  if (video.currentTime !== position && video.readyState >= 2) {
-    position = video.currentTime;
-    movedAt = now;
-    if (position > 0.2) {
-      shown = true;
-      failures = 0;
-    }
+function watchPicture() {
+  if (run === null || video.currentTime === position || video.readyState < 2)
+    return;
+  const back = video.currentTime < position - 0.5;
+  position = video.currentTime;
+  if (back) {
+    // Chromium's own player shows the beginning again when a stream has stopped.
+    detach();
+    show("waiting", "Waiting for the camera");
+    return;
+  }
+  movedAt = performance.now();
+  if (position > 0.2 && !shown) {
+    shown = true;
+    failures = 0;
+    show("live", "Live");
   }
 }
 
@@ -125,29 +135,27 @@ function runOf(playlist) {
   return map === null || playlist.split("#EXTINF:").length <= SEGMENTS ? null : map[1];
 }
 
-function isStalled(now) {
-  watchPicture(now);
-  return now - movedAt > (shown ? STALL_LIMIT : START_LIMIT);
+function isStalled() {
+  watchPicture();
+  return run !== null && performance.now() - movedAt > (shown ? STALL_LIMIT : START_LIMIT);
 }
 
 // Takes the player down when it plays no more, or what is no longer there.
-async function endOldPlayer(playlist, newRun) {
-  const stalled = isStalled(performance.now());
-  if (!stalled && (newRun === null || newRun === run))
+async function endOldPlayer(newRun) {
+  const stalled = isStalled();
+  if (run === null || !stalled && (newRun === null || newRun === run))
     return;
   const failed = stalled && !shown && newRun === run;
-  // The playlist of a stream that stands still would only show its last seconds again.
-  detach(newRun === run ? playlist : "");
+  detach();
   if (failed && !useHlsJs && await loadHlsJs())
     useHlsJs = true;
   else if (failed)
     failures++;
 }
 
-async function follow(playlist) {
+async function follow() {
   const newRun = runOf(playlist);
-  if (run !== null)
-    await endOldPlayer(playlist, newRun);
+  await endOldPlayer(newRun);
   if (run === null && newRun !== null && playlist !== endedAt)
     attach(newRun);
   if (run !== null && shown)
@@ -162,12 +170,12 @@ async function tick() {
   if (paused)
     return;
   try {
-    const playlist = await fetchPlaylist();
+    playlist = await fetchPlaylist();
     if (!paused)
-      await follow(playlist);
+      await follow();
   } catch (error) {
-    if (run !== null && isStalled(performance.now()))
-      detach("");
+    if (isStalled())
+      detach();
     if (run === null)
       show("error", error instanceof TypeError || error.name === "TimeoutError"
         ? "The server does not answer" : error.message);
@@ -184,7 +192,7 @@ function setPaused(value) {
     show("paused", "Paused");
   } else {
     // What is live now is no continuation of the still.
-    detach("");
+    detach();
     show("waiting", "Starting");
   }
 }
@@ -227,6 +235,7 @@ function listenToViewer() {
 async function main() {
   listenToViewer();
   video.addEventListener("error", giveUp);
+  video.addEventListener("timeupdate", watchPicture);
   if (!await choosePlayer()) {
     show("error", "This browser needs hls.js: start the relay with --hls-js");
     return;
