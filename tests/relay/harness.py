@@ -6,11 +6,14 @@ import json
 import os
 import shutil
 import signal
-import socket
 import subprocess
+import sys
 import time
 import urllib.error
 import urllib.request
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
+from playback import free_ports  # pylint: disable=wrong-import-position
 
 FPS = 25
 WIDTH, HEIGHT = 320, 180
@@ -38,19 +41,7 @@ def wait_until(condition, seconds, what):
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def free_data_ports():
-    for first in range(20000 + os.getpid() % 500 * 20, 32000, 20):
-        with contextlib.ExitStack() as probes, contextlib.suppress(OSError):
-            for number in range(first, first + 20):
-                probe = probes.enter_context(socket.socket(type=socket.SOCK_DGRAM))
-                probe.bind(("127.0.0.1", number))
-            return f"{first}-{first + 18}"
-    raise Fault("no free UDP ports")
+    return free_ports()[0]
 
 
 def picture(number):
@@ -103,16 +94,16 @@ class Process:
 class Host(Process):
     """live_host on a port that stays the same over restarts."""
 
-    def __init__(self, program, work, arguments=(), port=None):
+    def __init__(self, program, work, arguments=()):
         self.program, self.work, self.arguments = program, work, arguments
-        self.port = port or free_port()
+        self.port, first = free_ports()
+        self.data_ports = f"{first}-{first + 18}"
         self.url = f"rtsp://127.0.0.1:{self.port}/chan1/main/"
         self.start()
 
     def start(self):
-        super().__init__([self.program, "--port", str(self.port), "--data-ports",
-                          free_data_ports(), *self.arguments], self.work, "live_host",
-                         stdin=subprocess.DEVNULL)
+        super().__init__([self.program, "--port", str(self.port), "--data-ports", self.data_ports,
+                          *self.arguments], self.work, "live_host", stdin=subprocess.DEVNULL)
         self.wait_for("Ctrl-C")
 
 
@@ -216,6 +207,9 @@ class Browser:
         actions = [{"type": kind, "value": key} for kind in ("keyDown", "keyUp")]
         self.ask("POST", "/actions",
                  {"actions": [{"type": "key", "id": "keys", "actions": actions}]})
+
+    def devtools(self, command, parameters):
+        self.ask("POST", "/goog/cdp/execute", {"cmd": command, "params": parameters})
 
     def errors(self):
         """What the console has said since the last call."""

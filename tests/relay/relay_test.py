@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """The relay without a browser: what it serves, what it survives, and what it leaves.
-Usage: relay_test.py CASE source_folder live_host"""
+Usage: relay_test.py source_folder live_host CASE...    several cases run at once: they mostly wait"""
 
 import os
 import re
@@ -284,12 +284,7 @@ CASES = {case.__name__: case for case in (serves, ffmpeg_dies, server_restarts, 
                                           full_disk, protected, demo)}
 
 
-def main():
-    case, source, live_host = sys.argv[1:]
-    for program in ("ffmpeg", "nginx", "curl", "openssl", "setpriv"):
-        if shutil.which(program, path=os.environ["PATH"] + ":/usr/sbin") is None:
-            print(f"skipped: there is no {program}")
-            return 77
+def run(case, source, live_host):
     with tempfile.TemporaryDirectory() as work:
         os.chmod(work, 0o755)  # ffmpeg may run as another user
         setup = Setup(source, live_host, work)
@@ -297,10 +292,23 @@ def main():
             CASES[case](setup)
             return 0
         except Fault as fault:
-            print(f"{fault}\n{setup.logs()}")
+            print(f"{case}: {fault}\n{setup.logs()}")
             return 1
         finally:
             setup.end()
+
+
+def main():
+    source, live_host, *cases = sys.argv[1:]
+    for program in ("ffmpeg", "nginx", "curl", "openssl", "pgrep", "setpriv"):
+        if shutil.which(program, path=os.environ["PATH"] + ":/usr/sbin") is None:
+            print(f"skipped: there is no {program}")
+            return 77
+    if len(cases) == 1:
+        return run(cases[0], source, live_host)
+    runs = [subprocess.Popen([sys.executable, *sys.argv[:3], case]) for case in cases]
+    results = [each.wait() for each in runs]
+    return next((result for result in results if result not in (0, 77)), 0)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,159 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""The relay's page in headless Chromium, which plays HLS itself and with hls.js.
+Usage: browser_test.py native|hls.js source_folder live_host
+       browser_test.py picture source_folder live_host FILE    a screenshot for the docs"""
+
+import base64
+import os
+import shutil
+import sys
+import tempfile
+import time
+
+from harness import BITS, FPS, Browser, Fault, Host, Relay, check, make_clip, wait_until
+
+START = 5      # seconds from opening the page to a moving picture, and from a restart of the server
+PLAYING = 20   # seconds
+CLIP = 60
+
+
+def wait_for_picture(browser):
+    """Returns the page once its picture moves."""
+    first = browser.read_page()
+
+    def moving():
+        page = browser.read_page()
+        return page if page["state"] == "live" and page["counter"] != first["counter"] else None
+    return wait_until(moving, START, f"a live picture; {first}")[0]
+
+
+def check_plays_on(browser, page):
+    """Time and counter go on together, at the clip's pace."""
+    begin = previous = page
+    while page["clock"] - begin["clock"] < PLAYING:
+        time.sleep(1)
+        page = browser.read_page()
+        steps = page["counter"] - previous["counter"]
+        check(page["state"] == "live" and page["time"] > previous["time"] and
+              0 < steps < 2 * FPS * (page["clock"] - previous["clock"]), f"{previous}, then {page}")
+        previous = page
+    shown = (page["counter"] - begin["counter"]) / FPS
+    check(abs(shown - PLAYING) < 3, f"{shown} s of pictures in {PLAYING} s")
+
+
+def check_survives_restart(browser, host):
+    """The server is away for so long that the picture stands, and comes back without a reload."""
+    browser.run("window.kept = true")
+    host.kill()
+    wait_until(lambda: browser.read_page()["state"] == "waiting", 10, "the page waits")
+    host.start()
+    page = wait_for_picture(browser)
+    check(page["counter"] < 10 * FPS, f"an old picture: {page}")
+    check(browser.run("return window.kept === true"), "the page has been loaded again")
+
+
+def check_keys(browser):
+    browser.press("m")
+    check(not browser.run("return document.querySelector('video').muted"), "M: no sound")
+    browser.press("k")
+    check(browser.read_page()["state"] == "paused", "K: no pause")
+    browser.press(" ")
+    wait_for_picture(browser)
+    browser.press("f")
+    wait_until(lambda: browser.run("return document.fullscreenElement !== null"), 3, "F: full screen")
+    browser.press("f")
+
+
+def check_layout(browser):
+    """On a phone nothing is cut off; the dark page is dark."""
+    metrics = {"width": 360, "height": 740, "deviceScaleFactor": 2, "mobile": True}
+    browser.devtools("Emulation.setDeviceMetricsOverride", metrics)
+    fits = browser.run("""
+        return [...document.querySelectorAll('video, button, #state')].every((element) => {
+          const box = element.getBoundingClientRect();
+          return box.width > 0 && box.left >= 0 && box.right <= 360 && box.bottom <= 740;
+        });""")
+    check(fits, "the page does not fit on a phone")
+    colours = []
+    for scheme in ("light", "dark"):
+        browser.devtools("Emulation.setEmulatedMedia",
+                         {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+        colours.append(browser.run("return getComputedStyle(document.body).backgroundColor"))
+    check(colours[0] != colours[1], f"light and dark are {colours}")
+
+
+def test(player, host, relay, work):
+    browser = Browser(work)
+    try:
+        opened = time.monotonic()
+        browser.open(f"{relay.page}?player={player}")
+        page = wait_for_picture(browser)
+        check(time.monotonic() - opened < START, "the picture comes late")
+        with_hls_js = browser.run("return document.querySelector('video').src.startsWith('blob:')")
+        check(with_hls_js == (player == "hls.js"), "another player than was asked for")
+        check_plays_on(browser, page)
+        check_layout(browser)
+        check_keys(browser)
+        check(not browser.errors(), "errors on the console")
+        check_survives_restart(browser, host)
+    finally:
+        browser.close()
+
+
+def take_picture(relay, work, path):
+    browser = Browser(work, 1000, 720)
+    try:
+        browser.open(relay.page)
+        wait_until(lambda: browser.read_page()["state"] == "live", START, "a live picture")
+        time.sleep(2)
+        with open(path, "wb") as file:
+            file.write(base64.b64decode(browser.ask("GET", "/screenshot")))
+    finally:
+        browser.close()
+
+
+def run(case, source, live_host, file, work):
+    media = os.path.join(source, "examples", "media")
+    arguments = ["--audio", os.path.join(media, "clip.alaw")]
+    if case != "picture":
+        clip = os.path.join(work, "clip.h264")
+        check(CLIP * FPS < 1 << BITS, "the clip's counter overflows")
+        make_clip(clip, CLIP)
+        arguments += ["--video", clip]
+    host = Host(live_host, work, arguments)
+    relay = None
+    try:
+        relay = Relay(os.path.join(source, "examples", "relay", "relay"), host.url, work)
+        wait_until(lambda: len(relay.segments()) >= 2, 10, "a stream")
+        if case == "picture":
+            take_picture(relay, work, file)
+        else:
+            test(case, host, relay, work)
+    except Fault as fault:
+        print(f"{fault}\n{host.output()}\n{relay.output() if relay else ''}")
+        return 1
+    finally:
+        for process in (relay, host):
+            if process:
+                process.kill()
+    return 0
+
+
+def main():
+    case, source, live_host, *file = sys.argv[1:]
+    for program in ("ffmpeg", "nginx", "setpriv", "chromium", "chromedriver"):
+        if shutil.which(program, path=os.environ["PATH"] + ":/usr/sbin") is None:
+            print(f"skipped: there is no {program}")
+            return 77
+    installed = os.path.join(source, "examples", "relay", "node_modules", "hls.js")
+    if case == "hls.js" and not os.path.exists(installed):
+        print("skipped: hls.js is not installed (npm ci in examples/relay)")
+        return 77
+    with tempfile.TemporaryDirectory() as work:
+        os.chmod(work, 0o755)
+        return run(case, source, live_host, file[0] if file else None, work)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
