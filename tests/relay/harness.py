@@ -44,25 +44,26 @@ def free_port():
     return free_ports()[0]
 
 
-def picture(number):
-    """A picture in yuv420p."""
+def picture(number, noise=False):
+    """A picture in yuv420p. Noise makes it large."""
     bits = [255 if number >> bit & 1 else 0 for bit in range(BITS)]
     band = b"".join(bytes([bit]) * BLOCK for bit in bits).ljust(WIDTH, b"\x80") * BLOCK
-    body = bytes([64 + number % 128]) * (WIDTH * HEIGHT - len(band))
+    size = WIDTH * HEIGHT - len(band)
+    body = os.urandom(size) if noise else bytes([64 + number % 128]) * size
     return band + body + b"\x80" * (WIDTH * HEIGHT // 2)
 
 
-def make_clip(path, seconds, key_frame_every=1):
+def make_clip(path, seconds, key_frame_every=1, noise=False):
     """Whole groups of pictures, without B-frames, each picture with a delimiter before it."""
     pictures = seconds * FPS
     encoder = subprocess.Popen(
         ["ffmpeg", "-hide_banner", "-loglevel", "error", "-f", "rawvideo", "-pix_fmt", "yuv420p",
          "-s", f"{WIDTH}x{HEIGHT}", "-r", str(FPS), "-i", "-", "-c:v", "libx264",
-         "-preset", "ultrafast", "-bf", "0", "-x264-params",
+         "-preset", "ultrafast", "-crf", "10", "-bf", "0", "-x264-params",
          f"keyint={key_frame_every * FPS}:min-keyint={key_frame_every * FPS}:scenecut=0:aud=1",
          "-f", "h264", "-y", path], stdin=subprocess.PIPE)
     for number in range(pictures):
-        encoder.stdin.write(picture(number))
+        encoder.stdin.write(picture(number, noise))
     encoder.stdin.close()
     check(encoder.wait() == 0, "ffmpeg could not make the clip")
 
