@@ -14,7 +14,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Text behind a common header with a correct length field. The packet starts at an odd address.
+// Text after a common header with a correct length field. The packet starts at an odd address.
 Bytes Text(uint8_t byHead, uint8_t byType, const std::string& text) {
     Bytes block = {0, byHead, byType, 0, static_cast<uint8_t>(text.size() / 4)};
     block.insert(block.end(), text.begin(), text.end());
@@ -129,7 +129,7 @@ TEST(RtcpPacket, RecordsSixteenChunksAndItemsAtMost) {
     EXPECT_EQ(full->item_count(0), RTCP_MAX_ITEMS);
     EXPECT_EQ(full->chunk_size(0), 48);
     EXPECT_EQ(full->item_type(0, 16), 0);
-    EXPECT_EQ(full->chunk_ssrc(1), 0x22U) << "the walk goes on behind the unrecorded items";
+    EXPECT_EQ(full->chunk_ssrc(1), 0x22U) << "the walk goes on after the unrecorded items";
 }
 
 TEST(RtcpPacket, ReadsByeAndApp) {

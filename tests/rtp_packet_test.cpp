@@ -22,7 +22,7 @@ TEST(RtpPacket, PacksAHeader) {
     EXPECT_EQ(CRtpPacket(&buf[1], 0x7FFFFFFF).pack(&param), nullptr);
 }
 
-// Packets at an odd address; what lies behind a cut one is guarded by the fuzz target.
+// Packets at an odd address; the fuzz target guards what follows a cut one.
 TEST(RtpPacket, UnpacksWhatIsHeld) {
     // The first byte, what follows the fixed header, the payload's offset (-1: refused) and length.
     const std::tuple<const char*, uint8_t, Bytes, int, int> rows[] = {

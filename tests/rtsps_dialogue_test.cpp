@@ -33,7 +33,7 @@ class CDialogueTest : public CLoggedServerTest {
     }
 };
 
-TEST_F(CDialogueTest, WholeRoadOverUdp) {
+TEST_F(CDialogueTest, EveryReplyOfAVisitOverUdp) {
     const CLogCapture dump(2);
     std::string dumped;
     StartServer();

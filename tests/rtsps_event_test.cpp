@@ -229,7 +229,7 @@ TEST_F(CEventTest, WhoHearsWhat) {
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_DESCRIBED));
     RTSPServer_SetEventCallBack(CListener::Hear, &second);
     RTSPServer_Stop();
-    EXPECT_EQ(m_listener.Events(), "12") << "of the client that came first nothing is told";
+    EXPECT_EQ(m_listener.Events(), "12") << "the earlier client raises no event";
     EXPECT_EQ(second.Events(), "6");
 }
 

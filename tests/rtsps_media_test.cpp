@@ -93,7 +93,7 @@ TEST_F(CMediaTest, MixedTransportsReceiveEveryByteOfOneStream) {
 TEST_F(CMediaTest, OnlyPlayersOfTheStreamReceiveIt) {
     StartServer();
     const Bytes unit = MakeUnit({});
-    CTestClient ready(m_port);  // three that arrive at once
+    CTestClient ready(m_port);
     CTestClient sub(m_port);
     CPlayer main(m_port, UDP_MODE);
     sub.m_stream = "sub";
@@ -201,33 +201,39 @@ TEST_F(CMediaTest, TeardownOfAClientThatDoesNotReadLosesItsReply) {
     EXPECT_FALSE(client.Socket().AtEnd(0)) << "the client closes";
 }
 
-TEST_F(CMediaTest, OddPushesAreTold) {
+TEST_F(CMediaTest, OddPushesAreReportedAndChangeNothing) {
     StartServer();
     CPlayer player(m_port, RTPOVERRTSP_MODE);
     const Bytes good = MakeUnit({});
     Bytes run = MakeRun({}, 3);
     run.resize(run.size() - 1);
     const std::string whom = ",chan=1, stream=0,client=127.0.0.1";
-    // What is told of it, and how many bytes are received.
-    const std::tuple<Bytes, int, std::string, size_t> rows[] = {
-        {{}, 100, "datalen[100] is invalid", 0},
-        {good, -1, "datalen[-1] is invalid", 0},
-        {good, 4, "datalen[4] is invalid", 0},
-        {good, 5, "unkown payload type", 0},
-        {MakeUnit({97}), 116, "unkown payload type", 0},
-        {good, 115, "send failed,nLen=115,nSendLen=0" + whom, 0},
-        {run, 347, "send failed,nLen=347,nSendLen=232" + whom, 232},
+    const struct {
+        const char* why;
+        Bytes bytes;
+        int length;
+        std::string line;
+        size_t received = 0;
+    } rows[] = {
+        {"no buffer", {}, 100, "datalen[100] is invalid"},
+        {"a negative length", good, -1, "datalen[-1] is invalid"},
+        {"a prefix alone", good, 4, "datalen[4] is invalid"},
+        {"no payload type", good, 5, "unkown payload type"},
+        {"another payload type", MakeUnit({97}), 116, "unkown payload type"},
+        {"a cut unit", good, 115, "send failed,nLen=115,nSendLen=0" + whom},
+        {"a cut run", run, 347, "send failed,nLen=347,nSendLen=232" + whom, 232},
     };
-    for (const auto& [bytes, len, line, received] : rows) {
-        SCOPED_TRACE(line);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
         const CLogCapture log;
-        // Of exactly the pushed size: a read beyond it is seen by the sanitizer.
-        Bytes copy(bytes.begin(), bytes.begin() + (bytes.empty() ? 0 : std::max(len, 0)));
-        EXPECT_EQ(RTSPServer_SendRealSteam(1, 0, copy.data(), len), 0);
-        EXPECT_TRUE(log.HasLines("E " + line));
-        EXPECT_EQ(player.client.Socket().ReceiveExactly(received).size(), received);
+        // Exactly as long as the push: the sanitizer sees a read beyond it.
+        Bytes copy(row.bytes.begin(),
+                   row.bytes.begin() + (row.bytes.empty() ? 0 : std::max(row.length, 0)));
+        EXPECT_EQ(RTSPServer_SendRealSteam(1, 0, copy.data(), row.length), 0);
+        EXPECT_TRUE(log.HasLines("E " + row.line));
+        EXPECT_EQ(player.client.Socket().ReceiveExactly(row.received).size(), row.received);
         Push(good);
-        EXPECT_TRUE(player.Gets(good));  // it plays on
+        EXPECT_TRUE(player.Gets(good)) << "it plays on";
     }
 }
 

@@ -18,7 +18,7 @@ CRtspSessionManager& Manager() {
     return *CRtspSessionManager::Instance();
 }
 
-// A session without a thread. It is running until somebody closes it.
+// A session without a thread. It runs until it is closed.
 CRtspSession* MakeSession(uint32_t id) {
     auto* session = new CRtspSession(id);
     CRtspSessionProbe(*session).bQuit = false;
@@ -238,7 +238,7 @@ TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
     EXPECT_EQ(video.Receive(), PacketOf(MakeUnit({}), VIDEO_SSRC)) << "a live one keeps its ports";
 }
 
-// Session threads that sweep at once, and Stop that ends them meanwhile, never wait for each other.
+// Session threads that sweep at once, and a Stop at the same time, never wait for each other.
 TEST_F(CSessionManagerServerTest, SweepsOfSetupsAndStopDoNotBlockEachOther) {
     constexpr int VIEWERS = 8;
     m_para.nMaxPort = m_para.nMinPort + 2;  // two pairs for eight viewers

@@ -79,7 +79,7 @@ TEST(LiveHostPacketizer, CutsAtTheRightSizesAndLosesNothing) {
     }
 }
 
-// The bytes of NAL units behind start codes, and what the reader makes of them.
+// NAL units with their start codes.
 CBytes AnnexB(const std::vector<CBytes>& nals) {
     CBytes stream;
     for (const CBytes& nal : nals) {

@@ -9,9 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,11 +26,36 @@ constexpr int BURSTS = 0;
 constexpr int NO_BURSTS = 1;
 constexpr int64_t ALL = int64_t{1} << 40;
 
+struct CShapeUnit {
+    int sequence;
+    int length;  // of the packet
+    int payloadType = 96;
+    std::string prefix = {};  // overwrites the start of the unit
+};
+
+// Units with rising sequence numbers from 1 on.
+std::vector<CShapeUnit> Rising(const std::vector<int>& lengths) {
+    std::vector<CShapeUnit> units;
+    for (const int length : lengths) {
+        units.push_back({static_cast<int>(units.size()) + 1, length});
+    }
+    return units;
+}
+
+// Units of one length.
+std::vector<CShapeUnit> Numbered(int length, const std::vector<int>& sequences) {
+    std::vector<CShapeUnit> units;
+    for (const int sequence : sequences) {
+        units.push_back({sequence, length});
+    }
+    return units;
+}
+
 // A run of units that a host pushes. From push to push its sequence numbers rise by `step`.
 struct CShape {
     const char* name;
     int step;
-    const char* units;  // each "sequence/length of the packet[/payload type[/prefix]]"
+    std::vector<CShapeUnit> units;
     int repeat = 1;
     size_t missing = 0;  // bytes at the end
 
@@ -44,22 +66,16 @@ struct CShape {
     Bytes Push(int number) const {
         Bytes run;
         for (int i = 0; i < repeat; ++i) {
-            std::istringstream words(units);
-            for (std::string word; words >> word;) {
-                int sequence = 0;
-                int length = 0;
-                int payloadType = 96;
-                char prefix[5] = "";
-                sscanf(word.c_str(), "%d/%d/%d/%4s", &sequence, &length, &payloadType, prefix);
-                sequence += i + number * step;
-                const auto payload = static_cast<size_t>(std::max(length, 12) - 12);
+            for (const CShapeUnit& shape : units) {
+                const int sequence = shape.sequence + i + number * step;
+                const auto payload = static_cast<size_t>(std::max(shape.length, 12) - 12);
                 Bytes unit =
-                    MakeUnit({static_cast<uint8_t>(payloadType), static_cast<uint16_t>(sequence),
-                              static_cast<uint32_t>(run.size()), payload,
-                              static_cast<uint8_t>(37 * sequence + number)});
-                unit.resize(4 + static_cast<size_t>(length));
-                WriteBe16(unit.data() + 2, static_cast<uint16_t>(length));
-                memcpy(unit.data(), prefix, strlen(prefix));
+                    MakeUnit({static_cast<uint8_t>(shape.payloadType),
+                              static_cast<uint16_t>(sequence), static_cast<uint32_t>(run.size()),
+                              payload, static_cast<uint8_t>(37 * sequence + number)});
+                unit.resize(4 + static_cast<size_t>(shape.length));
+                WriteBe16(unit.data() + 2, static_cast<uint16_t>(shape.length));
+                std::copy(shape.prefix.begin(), shape.prefix.end(), unit.begin());
                 run.insert(run.end(), unit.begin(), unit.end());
             }
         }
@@ -69,20 +85,27 @@ struct CShape {
 };
 
 const CShape SHAPES[] = {
-    {"equal_sizes", 4, "1/30", 4},
-    {"odd_sizes", 7, "1/28 2/28 3/17 4/28 5/31 6/31 7/12"},
-    {"gaps", 20, "1/20 2/20 3/20 7/20 8/20 9/20 5/20 6/20 7/20"},
-    {"the_same_numbers_again", 0, "1/20", 4},
-    {"wrap", 1, "65533/16 65534/16 65535/16 9/16 10/16 0/16 1/16"},
-    {"other_payload_types", 2, "70/20/8 3/20/8 1/20 9/20/136 2/20/224 50/20/97"},
-    {"tiny_units", 6, "1/20 2/20 3/11 4/12 5/3 6/4 6/0 7/20 8/20"},
-    {"cut_off_in_a_unit", 3, "1/20", 4, 1},
-    {"cut_off_in_a_prefix", 3, "1/20", 4, 21},
-    {"reads_like_a_reply", 5, "1/24 2/24 3/21328/96/RTSP 4/24 5/29552/96/rtsp"},
-    {"many", 150, "1/30", 150},
-    {"large", 60, "1/1400", 60},
-    {"huge", 3, "1/65535 2/65500 3/65535"},
-    {"huge_and_small", 4, "1/64990 2/12 3/12 4/12"},
+    {"equal_sizes", 4, Rising({30}), 4},
+    {"odd_sizes", 7, Rising({28, 28, 17, 28, 31, 31, 12})},
+    {"gaps", 20, Numbered(20, {1, 2, 3, 7, 8, 9, 5, 6, 7})},
+    {"the_same_numbers_again", 0, Rising({20}), 4},
+    {"wrap", 1, Numbered(16, {65533, 65534, 65535, 9, 10, 0, 1})},
+    {"other_payload_types",
+     2,
+     {{70, 20, 8}, {3, 20, 8}, {1, 20}, {9, 20, 136}, {2, 20, 224}, {50, 20, 97}}},
+    {"tiny_units",
+     6,
+     {{1, 20}, {2, 20}, {3, 11}, {4, 12}, {5, 3}, {6, 4}, {6, 0}, {7, 20}, {8, 20}}},
+    {"cut_off_in_a_unit", 3, Rising({20}), 4, 1},
+    {"cut_off_in_a_prefix", 3, Rising({20}), 4, 21},
+    // The length is the last two letters of the prefix.
+    {"reads_like_a_reply",
+     5,
+     {{1, 24}, {2, 24}, {3, 21328, 96, "RTSP"}, {4, 24}, {5, 29552, 96, "rtsp"}}},
+    {"many", 150, Rising({30}), 150},
+    {"large", 60, Rising({1400}), 60},
+    {"huge", 3, Rising({65535, 65500, 65535})},
+    {"huge_and_small", 4, Rising({64990, 12, 12, 12})},
 };
 
 // What a path says that takes no more, and to whom.

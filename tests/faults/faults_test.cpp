@@ -184,7 +184,7 @@ TEST_F(CFaultTest, CallsThatFail) {
             const CInLibrary in;
             const CFailingCall fault(row.call, row.nth, row.error);
             EXPECT_EQ(RTSPServer_Start(), -1);
-            EXPECT_EQ(CountDescriptors(), m_descriptorsBefore + 2) << "beside the log's";
+            EXPECT_EQ(CountDescriptors(), m_descriptorsBefore + 2) << "the log's two";
         } else {
             RTSPServer_Stop();  // a pool without the ports of the peers that were refused before
             ASSERT_EQ(RTSPServer_Start(), 0);

@@ -23,7 +23,7 @@ bool Fails(ECall call) {
     return true;
 }
 
-// Calls the library's function behind one of this program.
+// Calls the library's function that one of this program replaces.
 template <class TFunction, class... TArgs>
 auto Real(TFunction* /*own*/, const char* name, TArgs... args) {
     return reinterpret_cast<TFunction*>(dlsym(RTLD_NEXT, name))(args...);

@@ -63,7 +63,7 @@ inline std::atomic<int> g_skippedWaits{0};
 class CSocketModel;
 inline thread_local CSocketModel* t_model = nullptr;
 
-// While it lives, it stands for the network behind all sockets that the current thread writes to.
+// While it lives, it stands for the network of all sockets that the current thread writes to.
 class CSocketModel {
   public:
     CSocketModel() { t_model = this; }

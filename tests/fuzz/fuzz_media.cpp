@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The walk over the host's media units, for all four transports, and what is received of it.
 //
-// Input: transport (4 and above: nobody reads), filler in 256 bytes, where the second push begins
-// in 16 bytes; then the units. The filler behind them makes units larger than an input.
+// Input: transport (4 and above: no client reads), filler in 256 bytes, where the second push
+// begins in 16 bytes; then the units. The filler after them makes units larger than an input.
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/socket.h>

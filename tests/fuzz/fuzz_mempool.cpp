@@ -28,7 +28,7 @@ void Fuzz(CFuzzInput input) {
             n = static_cast<uint32_t>(record.size());
             bTaken = n > 0 && pool.UpdateWriteIdx(n);
         } else if (nStep == 3 && !bOrdered) {
-            // Kept: a record behind a whole one that ends at the ring's end is lost. And misuse.
+            // Kept: a record after one that ends with the ring is lost. And misuse.
             pool.InputData(p, n);
             FUZZ_CHECK(n % 4 != 1 || pool.UpdateWriteIdx(n % 8 == 1 ? n : ~n));
             FUZZ_CHECK(n % 4 != 2 || pool.UpdateReadIdx(n % 8 == 2 ? n : ~n));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A byte stream, in arbitrary pieces, to a whole session over a pair of sockets: whatever it
-// answers is well formed, it ends when the client leaves, and it leaves nothing behind.
+// answers is well formed, it ends when the client leaves, and it leaves nothing open.
 //
 // Input: what the client sends, with three marks. 0xFF ends a piece, which the session receives by
 // itself; so does 0xFE, and then the host pushes media; 0xFD sends the next byte as it is.
@@ -36,7 +36,7 @@ Bytes MakeUnit(uint8_t byType) {
     return unit;
 }
 
-// The server, for its stream records and its data ports; nobody connects to it.
+// The server, for its stream records and its data ports; no client connects to it.
 bool StartServer() {
     TRtspServerPara para{};
     para.byDbg = 1;
@@ -101,7 +101,7 @@ std::string Talk(CFuzzInput input, size_t* pPieces) {
     CBB_MakeAddrByString(AF_INET, "127.0.0.1", 0, &addr);
     CRtspSession session(SESSION_ID);
     FUZZ_CHECK(session.Open(fds[0], &addr) == 0);
-    // A pair of sockets has none to lend data ports on. Nobody reads it before a SETUP.
+    // A pair of sockets has none to lend data ports on. It is not read before a SETUP.
     CRtspSessionProbe::ServerAddr(session) = addr;
     std::string answers, piece;
     const auto Receive = [&] {
@@ -127,7 +127,7 @@ std::string Talk(CFuzzInput input, size_t* pPieces) {
             ++*pPieces;
         }
         Receive();
-        // Interleaved only: the ports that an input names may be somebody's on this machine.
+        // Interleaved only: the ports that an input names may be in use on this machine.
         if (c == 0xFE && answers.find("server_port=") == answers.npos) {
             for (const uint8_t byType : TYPES) {
                 session.SendRealStream(1, 0, MakeUnit(byType).data(), UNIT_SIZE);

@@ -17,7 +17,7 @@ class CPlayer {
     enum ETransport { UDP, TCP, INTERLEAVED };
     static constexpr int TRANSPORTS = 3;
 
-    // Connects and goes the whole road to PLAY.
+    // Connects and sends every request up to PLAY.
     CPlayer(uint16_t port, int transport, int nRecvBuffer = 0);
 
     // Waits until the server has everything that it needs to serve this player.

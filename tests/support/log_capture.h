@@ -21,8 +21,8 @@ bool WaitUntil(TCondition condition, std::chrono::milliseconds limit = std::chro
     return true;
 }
 
-// Redirects one of the process's output descriptors into a file while it lives. When a check has
-// failed meanwhile, what was written goes to the descriptor in the end.
+// Redirects one of the process's output descriptors into a file while it lives. If a check
+// fails during that time, the text goes to the descriptor in the end.
 class CLogCapture {
   public:
     explicit CLogCapture(int fd = 1);
@@ -34,7 +34,7 @@ class CLogCapture {
     bool Has(const std::string& text) const { return Text().find(text) != std::string::npos; }
     int Count(const std::string& text) const;
     // Waits until whole diagnostic lines were written, in any order. `lines` are divided by '|':
-    // the first letter of the level, a blank, and the text behind file, line and function, in
+    // the first letter of the level, a blank, and the text after file, line and function, in
     // which '#' stands for any number.
     testing::AssertionResult HasLines(const std::string& lines) const;
     // Waits until the text was written.

@@ -94,7 +94,7 @@ class CTestClient {
     int m_cseq = 0;
 };
 
-// The number behind "name=" in a Transport header.
+// The number after "name=" in a Transport header.
 unsigned TransportNumber(const std::string& reply, const std::string& name);
 
 // The units that a host pushes.
