@@ -194,7 +194,7 @@ class CClient {
         const std::string text =
             std::string(pMethod) + " rtsp://127.0.0.1:" + std::to_string(m_options.nPort) +
             "/chan1/main/" + pTail + " RTSP/1.0\r\nCSeq: " + std::to_string(++m_nCseq) + "\r\n" +
-            headers + "\r\n";
+            m_session + headers + "\r\n";
         if (send(m_fd, text.data(), text.size(), MSG_NOSIGNAL) < 0)
             Die("send");
         m_emState = emState;
@@ -202,6 +202,9 @@ class CClient {
 
     void TakeReply(const uint8_t* pData, size_t nSize) {
         m_text.append(reinterpret_cast<const char*>(pData), nSize);
+        DropEarlyFrames();
+        if (m_text[0] == '$')
+            return;
         const size_t nHead = m_text.find("\r\n\r\n");
         if (nHead == std::string::npos)
             return;
@@ -216,11 +219,27 @@ class CClient {
             std::fprintf(stderr, "bench_clients: %s", m_text.c_str());
             std::exit(1);
         }
+        const size_t nSession = m_text.find("Session: ");
+        if (nSession < nHead)
+            m_session =
+                m_text.substr(nSession, m_text.find_first_of(";\r", nSession) - nSession) + "\r\n";
         const std::string rest = m_text.substr(nReply);
         m_text.clear();
         Proceed();
         if (m_emState == PLAYING && !rest.empty())
             TakeFrames(reinterpret_cast<const uint8_t*>(rest.data()), rest.size());
+    }
+
+    // Some servers send media before their reply to PLAY.
+    void DropEarlyFrames() {
+        while (m_text.size() >= PREFIX_SIZE && m_text[0] == '$') {
+            const auto nHigh = static_cast<uint8_t>(m_text[2]);
+            const auto nLow = static_cast<uint8_t>(m_text[3]);
+            const size_t nFrame = PREFIX_SIZE + static_cast<size_t>(nHigh << 8 | nLow);
+            if (m_text.size() < nFrame)
+                return;
+            m_text.erase(0, nFrame);
+        }
     }
 
     void Proceed() {
@@ -279,7 +298,8 @@ class CClient {
             std::fprintf(stderr, "bench_clients: the framing of a stream is lost\n");
             std::exit(1);
         }
-        m_media.Take(m_head + PREFIX_SIZE);
+        if (m_head[1] == 0)  // else it is a report
+            m_media.Take(m_head + PREFIX_SIZE);
         m_nSkip = nUnit - HEAD_SIZE;
         m_nHead = 0;
     }
@@ -296,6 +316,7 @@ class CClient {
     int64_t m_nConnected = 0;
     int64_t m_nReady = 0;
     std::string m_text;
+    std::string m_session;  // the header that names the session, as soon as there is one
     uint8_t m_head[HEAD_SIZE] = {};
     size_t m_nHead = 0;
     size_t m_nSkip = 0;

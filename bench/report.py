@@ -315,12 +315,13 @@ def draw_curve(axes, points, colour, dash):
     return parts
 
 
-def plot(results):
+def plot(results, other="floor"):
+    """The curves of the host and of what it is compared with."""
     fan_out, machine = FanOut(results["fan_out"]), results["machine"]
     curves = []
     for transport, name in NAMES.items():
         for who, label, dash in (("host", name, ""),
-                                 ("floor", f"{name}, floor", 'stroke-dasharray="6 4"')):
+                                 (other, f"{name}, {other}", 'stroke-dasharray="6 4"')):
             points = [(n, fan_out.cost(transport, n, who)) for n in fan_out.clients]
             curves.append((points, COLOURS[transport], dash, label))
     axes = Axes(max(fan_out.clients),
@@ -343,17 +344,21 @@ def plot(results):
 
 # Where it all goes
 
-def publish(results):
+def publish_tables(results, tables):
     page = DOCS / "benchmarks.md"
     content = page.read_text()
-    for name, make in TABLES.items():
+    for name, make in tables.items():
         pattern = rf"(<!-- figures: {name} -->\n).*?(<!-- end -->)"
-        tables = make(results)
-        content, count = re.subn(pattern, lambda m: f"{m[1]}\n{tables}\n\n{m[2]}", content,
+        text_of_table = make(results)
+        content, count = re.subn(pattern, lambda m: f"{m[1]}\n{text_of_table}\n\n{m[2]}", content,
                                  flags=re.DOTALL)
         if count != 1:
             raise SystemExit(f"error: {page} has no place for the figures '{name}'")
     page.write_text(content)
+
+
+def publish(results):
+    publish_tables(results, TABLES)
     (DOCS / "cpu-per-packet.svg").write_text(plot(results))
 
 

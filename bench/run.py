@@ -99,6 +99,20 @@ class Server:
         return pages * os.sysconf("SC_PAGESIZE") // 1024
 
 
+def ask_clients(program, server, clients, transport="interleaved", warm_up=0, window=0, options=()):
+    """What bench_clients finds out about the server."""
+    command = [str(program), "--port", str(server.port), "--clients", str(clients),
+               "--server", str(server.process.pid), "--warm-up", str(warm_up),
+               "--window", str(window), *options]
+    if transport == "udp":
+        command.append("--udp")
+    result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True)
+    if result.returncode != 0:
+        raise Failure(f"{' '.join(command)}: {result.stderr.strip()}")
+    return json.loads(result.stdout)
+
+
 class Progress:
     """Lines for whoever waits: how far it is, and how long it will take if all goes on so."""
 
@@ -139,18 +153,8 @@ class Bench:
     def floor(self):
         return Server(self.floor_command, "ready", self.arguments.out / "bench_floor.log")
 
-    def serve(self, server, clients, transport="interleaved", warm_up=0, window=0, options=()):
-        """What bench_clients finds out about the server."""
-        command = [str(self.clients_program), "--port", str(server.port), "--clients", str(clients),
-                   "--server", str(server.process.pid), "--warm-up", str(warm_up),
-                   "--window", str(window), *options]
-        if transport == "udp":
-            command.append("--udp")
-        result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, text=True)
-        if result.returncode != 0:
-            raise Failure(f"{' '.join(command)}: {result.stderr.strip()}")
-        return json.loads(result.stdout)
+    def serve(self, server, *what, **options):
+        return ask_clients(self.clients_program, server, *what, **options)
 
     def fan_out(self):
         """Rounds over everything, so that what changes with time changes all alike."""
@@ -299,11 +303,15 @@ def main():
     report.write(results, arguments.out / "cpu-per-packet.svg", arguments.publish)
 
 
-if __name__ == "__main__":
+def run_to_the_end(work):
     try:
-        main()
+        work()
     except Failure as failure:
         sys.exit(f"error: {failure}")
     except KeyboardInterrupt:
         print("Stopped; nothing is stored.", file=sys.stderr)
         sys.exit(130)
+
+
+if __name__ == "__main__":
+    run_to_the_end(main)
