@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Compares the example host with GStreamer's RTSP server library for ./scripts/bench --peer: the
-same clip, the same clients, in turn. Writes peer.json and prints a table."""
+same clip, the same clients, in turn. Writes peer.json and cpu-peer.svg and prints tables."""
 import json
 import os
 import signal
@@ -126,12 +126,7 @@ def peer_table(results):
 
 
 def peer_machine_table(results):
-    return report.table(["", ""], [
-        ["library", results["library"]],
-        ["commit", f"{results['machine']['commit']}, {results['machine']['date']}"],
-        ["measured", f"{results['settings']['runs']} runs of {results['settings']['seconds']} s each"
-                     f"; load before: {results['machine']['load_before']}"],
-    ])
+    return report.table(["", ""], report.machine_rows(results) + [["library", results["library"]]])
 
 
 TABLES = {"peer-machine": peer_machine_table, "peer": peer_table}

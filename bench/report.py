@@ -89,16 +89,20 @@ def table(head, rows):
                      for line in [head, rule, *rows])
 
 
-def machine_table(results):
+def machine_rows(results):
     machine, settings = results["machine"], results["settings"]
-    return table(["", ""], [
+    return [
         ["machine", f"{machine['processor']}, {machine['cores']} cores, "
                     f"{machine['memory_gb']} GB; load before: {machine['load_before']}"],
         ["system", f"{machine['system']}, Linux {machine['kernel']}"],
         ["compiler", f"{machine['compiler']}, {machine['build_type']}"],
         ["commit", f"{machine['commit']} (version {machine['version']}), {machine['date']}"],
         ["measured", f"{settings['runs']} runs of {settings['seconds']} s each"],
-    ])
+    ]
+
+
+def machine_table(results):
+    return table(["", ""], machine_rows(results))
 
 
 def fan_out_table(results):
