@@ -11,8 +11,8 @@ bool FitsBurst(int nUnit, int nFirstSize, int nUnits, int nBytes) {
 
 }  // namespace
 
-// Writes through `pUnit` could alias the members and the caller's stamp, so the loop works on local
-// copies: that halves its cost.
+// The compiler has to assume that writes through `pUnit` change the members and the caller's stamp.
+// The loop works on local copies, so that it need not read them again for each unit.
 CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, CUnitStamp stamp,
                      uint16_t nExpectedSequence)
     : m_pUnits(pUnits) {

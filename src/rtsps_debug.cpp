@@ -52,6 +52,6 @@ void CDebugInfo::OutputDebugInfo(int nLevel, const char* fmt, ...) {
     vsnprintf(szLine + nLabel, static_cast<size_t>(LINE_SIZE - 1 - nLabel), fmt, args);
     va_end(args);
 
-    // One print call a line and no flush: a redirected host decides how its output is buffered.
+    // One print call per line and no flush: a redirected host decides how its output is buffered.
     printf("%s", szLine);
 }

@@ -16,9 +16,9 @@ enum eLOG_LEVEL : int {
 // misspellings and trailing blanks included: operators' filters match them.
 //
 // Prints one diagnostic line: RTSPS_LOG(ERROR, "bind %d failed", port). The level is a name of
-// eLOG_LEVEL without its prefix, the text a literal. Each line begins with the source file, the
-// line and the function of the call. The empty last argument lets a text stand without arguments of
-// its own.
+// eLOG_LEVEL without its prefix, the text a literal. After the level, each line has the source
+// file, the line and the function of the call. The empty last argument lets a text stand without
+// arguments of its own.
 #define RTSPS_LOG(level, ...) RTSPS_LOG_LINE(level, __VA_ARGS__, "")
 #define RTSPS_LOG_LINE(level, text, ...)                                                          \
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_##level, "%s:%d %s " text "%s\n", __FILE__, \

@@ -182,8 +182,8 @@ void CRtspSession::run_message_loop() {
     CReceiveBuffer buffer;
     int nIdleMs = 0;
     while (!m_bQuit && m_emRtspStat != RTSP_ERROR) {
-        const int nReady = wait_readable(POLL_INTERVAL_MS);
-        const int nError = GetSystemLastError();
+        int nError = 0;
+        const int nReady = wait_readable(POLL_INTERVAL_MS, &nError);
         if (m_bQuit) {
             return;  // woken to stop: not a receive error
         }
@@ -219,11 +219,11 @@ void CRtspSession::run_message_loop() {
 //
 // The bitmap is as large as the descriptor needs: FD_SET would write beyond an fd_set for
 // descriptors of 1024 and above.
-int CRtspSession::wait_readable(int nMilliSec) const {
+int CRtspSession::wait_readable(int nMilliSec, int* pnError) const {
     constexpr int WORD_BITS = static_cast<int>(sizeof(fd_mask) * CHAR_BIT);
     const CBB_SOCK_T sock = m_sockfd;
     if (sock < 0) {
-        errno = EBADF;
+        *pnError = EBADF;
         return -1;
     }
     std::vector<fd_mask> bitmap;
@@ -238,7 +238,10 @@ int CRtspSession::wait_readable(int nMilliSec) const {
     pWords[sock / WORD_BITS] =
         static_cast<fd_mask>(1UL << static_cast<unsigned int>(sock % WORD_BITS));
     timeval timeout{nMilliSec / 1000, (nMilliSec % 1000) * 1000};
-    return CBB_SelectEx(sock + 1, reinterpret_cast<fd_set*>(pWords), nullptr, nullptr, &timeout);
+    const int nReady =
+        CBB_SelectEx(sock + 1, reinterpret_cast<fd_set*>(pWords), nullptr, nullptr, &timeout);
+    *pnError = GetSystemLastError();  // before the bitmap is freed, which may change it
+    return nReady;
 }
 
 bool CRtspSession::idle_too_long(int nIdleMs) {

@@ -46,14 +46,16 @@ class CRtspSession {
     void RequestQuit();
 
     // Ends the thread, closes the socket, frees the transport; 0. May run twice and in two threads
-    // at once, but not on the session's own thread, which it waits for.
+    // at once. It waits for the session's own thread, so that thread may call it only after
+    // detach_thread.
     int Close();
 
     // Closes a session that is not running, unless its thread is, or may soon be, inside the host's
     // event function: it is then told to end, and the result is false.
     bool TryReap();
 
-    // A session that is to be registered announces it before Open; whoever decides says so once.
+    // Before Open: the session is to be registered, and its thread waits for the result. The
+    // thread that registers it, or does not, reports that once.
     void AwaitRegistration() { m_events.AwaitRegistration(); }
     void ReportRegistration(bool bRegistered) { m_events.ReportRegistration(bRegistered); }
 
@@ -61,7 +63,8 @@ class CRtspSession {
     int Release();
 
     bool IsRunning() const { return !m_bQuit.load(std::memory_order_acquire); }
-    // Whether its thread has nothing left to do but to return.
+    // Whether its thread has raised its last event. It may still take the manager's mutex, and
+    // then returns.
     bool HasEnded() const { return m_bEnded.load(std::memory_order_acquire); }
     unsigned int GetSessionId() const { return m_dwSessionId; }
 
@@ -91,7 +94,7 @@ class CRtspSession {
     static void* process_msg_svc(void* pSession);
     void detach_thread();
     void run_message_loop();
-    int wait_readable(int nMilliSec) const;
+    int wait_readable(int nMilliSec, int* pnError) const;
     bool idle_too_long(int nIdleMs);
     static int receive_size(const CReceiveBuffer& buffer, int nPeeked);
     bool receive(CReceiveBuffer* pBuffer);

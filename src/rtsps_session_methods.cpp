@@ -472,6 +472,7 @@ int CRtspSession::proc_unknown_request(CRtspMsg* msg) {
 }
 
 int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
+    // Kept (clients): [session-id-unchecked] the check is switched off: any id passes, and none.
     if (!m_bNeedCheckId || CRtspResponse::CheckSessionId(msg, m_dwSessionId) == 0) {
         return 0;
     }

@@ -63,7 +63,7 @@ class CRtspSessionManager {
     void releaseSession(const CRtspSession* pSession);
     void releaseSession(const CSessionList& sessions);
 
-    // Drop the registry's own reference, at most once a session.
+    // Drop the registry's own reference, at most once per session.
     void closeSession(int nSessionId);
     void closeSession(const CSessionList& sessions);
 
@@ -77,13 +77,14 @@ class CRtspSessionManager {
     // Closes and removes the sessions whose own thread has ended.
     void DelExceptionSession();
 
-    // The same for a session's own thread, which needs what ended sessions still hold. It waits for
-    // no thread that has work left, so two of them, or one and Close, never wait for each other.
+    // The same for a session's own thread, which needs what ended sessions still hold. It joins
+    // only threads that wait for no other thread any more, so two of them, or one and Close, never
+    // wait for each other.
     // Call it with no lock held.
     void SweepEnded();
 
-    // A session's own thread asks this as its last act. True: no sweep will find the session, and
-    // its thread has to free it.
+    // A session's own thread asks this at its end. True: no sweep will find the session, and its
+    // thread has to free it.
     bool IsLeftToItsThread(const CRtspSession* pSession);
 
     int SendRealStream(int nChan, int nStreamType, void* pData, int nLen);

@@ -44,7 +44,7 @@ constexpr int DATA_RECV_BUFFER_SIZE = 262144;
 constexpr uint32_t DATA_CONNECT_TIMEOUT_MS = 5000;
 
 // Fields that do not say otherwise, here and in the derived classes, are under the owning
-// CTransCtrl's m_mutexMedia, from open on.
+// CTransCtrl's m_mutexMedia, from open until CTransCtrl::Close has taken the media session out.
 class CTransmitter {
   public:
     explicit CTransmitter(ETRANS_MODE mode) : m_Mode(mode) {}
@@ -58,8 +58,9 @@ class CTransmitter {
     // Sends one buffer, a prefix of RTP_PREFIX_SIZE bytes included in `len`, waiting at most
     // `timeout` ms for the socket. Returns `len` for a buffer that was taken, or 0 for one that was
     // not. Over TCP, a packet that waits in the pending buffer counts as taken, and in playback
-    // mode, which has no pending buffer, the result is the number of bytes sent. A socket error
-    // counts as not taken: callers allow for a negative result, but no transmitter returns one.
+    // mode, which has no pending buffer, the result is the number of bytes sent. After a socket
+    // error UDP returns 0, and TCP lets packets wait until the pending buffer is full. Callers
+    // allow for a negative result, but no transmitter returns one.
     virtual int SendPacket(void* buf, int len, int timeout) = 0;
     virtual int RecvPacket(void* buf, int len, int timeout) = 0;
 

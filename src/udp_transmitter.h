@@ -33,11 +33,11 @@ class CUdpTransmitter final : public CTransmitter {
     // waits until a single packet has left without meeting one.
     //
     //   from                 on                                             to
-    //   NEVER_REFUSED,       a send, or the look before a burst, meets one  SINGLE_FIRST
-    //     SINGLE_LEFT
+    //   NEVER_REFUSED,       the send of a burst, or the look before it,    SINGLE_FIRST
+    //     SINGLE_LEFT          meets one
     //   NEVER_REFUSED,       a refusal is there right after a burst         REFUSAL_OWED
     //     SINGLE_LEFT
-    //   SINGLE_LEFT          a burst leaves, or is tried                    SINGLE_FIRST
+    //   SINGLE_LEFT          the send of a burst, taken or not              SINGLE_FIRST
     //   REFUSAL_OWED         the next packet, which is not taken            SINGLE_FIRST
     //   SINGLE_FIRST,        a packet leaves alone                          SINGLE_LEFT
     //     SINGLE_LEFT
