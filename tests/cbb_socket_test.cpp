@@ -87,33 +87,68 @@ TEST_F(CbbSocket, ConnectsWithinItsTime) {
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
 }
 
-// What the host prints to its closed standard streams must not reach a client.
-TEST_F(CbbSocket, StandardStreamsAreNeverSockets) {
-    for (const bool withAddress : {false, true}) {
-        m_client = Open(SOCK_STREAM);
-        ASSERT_EQ(CBB_ConnectWithTimeOut(m_client, &m_addr, 5000), 0);
-        int saved[3] = {};
-        for (int fd = 0; fd < 3; ++fd) {
-            saved[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 10);
+// While it lives, the standard streams from one descriptor on are closed.
+class CClosedStandardStreams {
+  public:
+    explicit CClosedStandardStreams(int first) : m_first(first) {
+        for (int fd = first; fd <= STDERR_FILENO; ++fd) {
+            m_saved[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 10);
             close(fd);
         }
-        CBB_ADDR_T peer = {};
-        const CBB_SOCK_T created = CBB_CreateSocket(AF_INET, SOCK_DGRAM, 0);
-        const CBB_SOCK_T accepted = CBB_Accept(m_listen, withAddress ? &peer : nullptr, 5000);
-        const bool stillClosed = fcntl(0, F_GETFD) + fcntl(1, F_GETFD) + fcntl(2, F_GETFD) == -3;
-        for (int fd = 0; fd < 3; ++fd) {
-            dup2(saved[fd], fd);
-            close(saved[fd]);
+    }
+    ~CClosedStandardStreams() {
+        for (int fd = m_first; fd <= STDERR_FILENO; ++fd) {
+            dup2(m_saved[fd], fd);
+            close(m_saved[fd]);
+        }
+    }
+    CClosedStandardStreams(const CClosedStandardStreams&) = delete;
+    CClosedStandardStreams& operator=(const CClosedStandardStreams&) = delete;
+
+  private:
+    int m_first;
+    int m_saved[3] = {};
+};
+
+// What the host prints to its closed standard streams must not reach a client.
+TEST_F(CbbSocket, StandardStreamsAreNeverSockets) {
+    for (const int first : {STDIN_FILENO, STDERR_FILENO}) {
+        m_client = Open(SOCK_STREAM);
+        ASSERT_EQ(CBB_ConnectWithTimeOut(m_client, &m_addr, 5000), 0);
+        CBB_SOCK_T created = -1;
+        CBB_SOCK_T accepted = -1;
+        bool stillClosed = false;
+        {
+            const CClosedStandardStreams closed(first);
+            CBB_ADDR_T peer = {};
+            created = CBB_CreateSocket(AF_INET, SOCK_DGRAM, 0);
+            accepted = CBB_Accept(m_listen, first == STDIN_FILENO ? &peer : nullptr, 5000);
+            stillClosed = fcntl(first, F_GETFD) == -1 && fcntl(STDERR_FILENO, F_GETFD) == -1;
         }
         EXPECT_TRUE(stillClosed);
         for (const CBB_SOCK_T fd : {created, accepted}) {
-            EXPECT_GT(fd, 2);
+            EXPECT_GT(fd, STDERR_FILENO);
             EXPECT_EQ(fcntl(Keep(fd), F_GETFD), FD_CLOEXEC);
         }
         EXPECT_EQ(CBB_Sendn(accepted, "abc", 3, 5000), 3);
         char buf[4] = {};
         EXPECT_EQ(CBB_Recvn(m_client, buf, 3, 5000), 3) << "the connection has moved along";
     }
+}
+
+TEST_F(CbbSocket, AHostMayUseDescriptor0) {
+    ConnectPair();
+    char buf[4] = {};
+    const CClosedStandardStreams closed(STDIN_FILENO);
+    ASSERT_EQ(dup2(m_server, 0), 0);
+    EXPECT_EQ(CBB_Sendn(0, "abc", 3, CBB_INFINITE), 3);
+    EXPECT_EQ(CBB_Sendn(m_client, "abc", 3, CBB_INFINITE), 3);
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(0, &readable);
+    EXPECT_EQ(CBB_Select(1, &readable, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(CBB_FdIsSet(0, &readable), 1);
+    EXPECT_EQ(CBB_Recvn(0, buf, 3, CBB_INFINITE), 3);
 }
 
 TEST_F(CbbSocket, ARefusedConnectionIsReported) {

@@ -192,6 +192,19 @@ TEST(Session, CloseMayRunTwiceAtOnceAndClosesTheSocket) {
     EXPECT_EQ(fcntl(s.fd, F_GETFD), -1);
 }
 
+TEST(Session, MayBeOnDescriptor0) {
+    CSessionOnPair s;
+    const int saved = fcntl(0, F_DUPFD_CLOEXEC, 3);
+    dup2(s.fd, 0);
+    EXPECT_EQ(s.session.Open(0, &s.addr), 0);
+    s.SendPiece(Beat(1));
+    EXPECT_EQ(s.client.Receive().substr(0, 17), "RTSP/1.0 200 OK\r\n");
+    s.session.Close();
+    dup2(saved, 0);
+    close(saved);
+    close(s.fd);
+}
+
 TEST(Session, OpenNeedsTheClientsAddress) {
     CSessionOnPair s;
     EXPECT_EQ(s.session.Open(s.fd, nullptr), -1);

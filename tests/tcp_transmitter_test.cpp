@@ -20,13 +20,6 @@ std::string Packet(size_t size, char first) {
     return packet;
 }
 
-TEST(TcpTransmitter, OpenNeedsAnAddressFamily) {
-    const CLogCapture log;
-    TRANS_INFO none{};
-    EXPECT_EQ(CTcpTransmitter(TCP_MODE).open(&none), -1);
-    EXPECT_TRUE(log.HasLines("E CreateSocket failed "));
-}
-
 TEST(TcpTransmitter, KeepsWhatWasSentBeforeItsClientCame) {
     const uint16_t port = FreeTcpPort();
     TRANS_INFO info = MakeTransInfo(TCP_MODE, port);

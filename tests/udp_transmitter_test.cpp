@@ -42,13 +42,6 @@ class CUdpTransmitterTest : public ::testing::Test {
     CUdpTransmitter m_transmitter{UDP_MODE};
 };
 
-TEST_F(CUdpTransmitterTest, OpenNeedsAnAddressFamily) {
-    const CLogCapture log;
-    TRANS_INFO none{};
-    EXPECT_EQ(CUdpTransmitter(UDP_MODE).open(&none), -1);
-    EXPECT_TRUE(log.HasLines("E CreateSocket failed "));
-}
-
 TEST_F(CUdpTransmitterTest, SendsDatagramsWithoutThePrefix) {
     EXPECT_EQ(Send(m_transmitter, "$abcpacket"), 10);
     EXPECT_EQ(m_peer.Receive(), "packet");
