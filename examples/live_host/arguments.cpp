@@ -76,13 +76,13 @@ const option OPTIONS[] = {
 };
 
 // What was said, where its meaning depends on what else was said.
-struct CGiven {
+struct CExplicitOptions {
     std::optional<EVideoCodec> codec;
     std::optional<bool> loop;
     bool bNoAudio = false;
 };
 
-bool Complain(const char* pWhat) {
+bool UsageError(const char* pWhat) {
     std::fprintf(stderr, "live_host: %s (see --help)\n", pWhat);
     return false;
 }
@@ -112,13 +112,13 @@ bool ReadDataPorts(const char* pText, CArguments& arguments) {
     int& maximum = arguments.nMaxDataPort;
     if (pDash == nullptr || !ReadNumber(pText, pDash, FIRST_DATA_PORT, LAST_DATA_PORT, minimum) ||
         !ReadNumber(pDash + 1, FIRST_DATA_PORT, LAST_DATA_PORT, maximum))
-        return Complain("--data-ports requires MIN-MAX, both from 1024 to 65533");
+        return UsageError("--data-ports requires MIN-MAX, both from 1024 to 65533");
     if (minimum > maximum)
-        return Complain("--data-ports: MIN is above MAX, so there are no ports");
-    return minimum % 2 == 0 || Complain("--data-ports: MIN must be even, as RTP ports are");
+        return UsageError("--data-ports: MIN is above MAX, so there are no ports");
+    return minimum % 2 == 0 || UsageError("--data-ports: MIN must be even, as RTP ports are");
 }
 
-bool ReadCodec(const char* pText, CGiven& given) {
+bool ReadCodec(const char* pText, CExplicitOptions& given) {
     if (std::strcmp(pText, "h264") == 0)
         given.codec = EVideoCodec::eH264;
     else if (std::strcmp(pText, "h265") == 0)
@@ -135,7 +135,7 @@ EVideoCodec CodecByName(const std::string& path) {
     return EVideoCodec::eH264;
 }
 
-bool TakeSwitch(int option, CArguments& arguments, CGiven& given) {
+bool TakeSwitch(int option, CArguments& arguments, CExplicitOptions& given) {
     switch (option) {
         case OPT_NO_AUDIO:
             given.bNoAudio = true;
@@ -158,31 +158,33 @@ bool TakeSwitch(int option, CArguments& arguments, CGiven& given) {
     }
 }
 
-bool TakeOption(int option, const char* pValue, CArguments& arguments, CGiven& given) {
+bool TakeOption(int option, const char* pValue, CArguments& arguments, CExplicitOptions& given) {
     switch (option) {
         case OPT_PORT:
             return ReadNumber(pValue, 1, 65535, arguments.nPort) ||
-                   Complain("--port requires a number from 1 to 65535");
+                   UsageError("--port requires a number from 1 to 65535");
         case OPT_CHANNEL:
             return ReadNumber(pValue, 0, 9999, arguments.nChannel) ||
-                   Complain("--channel requires a number from 0 to 9999");
+                   UsageError("--channel requires a number from 0 to 9999");
         case OPT_VIDEO:
             arguments.strVideo = pValue;
-            return *pValue != '\0' || Complain("--video requires a file, or - for standard input");
+            return *pValue != '\0' ||
+                   UsageError("--video requires a file, or - for standard input");
         case OPT_CODEC:
-            return ReadCodec(pValue, given) || Complain("--codec requires h264 or h265");
+            return ReadCodec(pValue, given) || UsageError("--codec requires h264 or h265");
         case OPT_AUDIO:
             arguments.strAudio = pValue;
-            return *pValue != '\0' || Complain("--audio requires a file");
+            return *pValue != '\0' || UsageError("--audio requires a file");
         case OPT_LOG:
             arguments.strLog = pValue;
-            return *pValue != '\0' || Complain("--log requires a file");
+            return *pValue != '\0' || UsageError("--log requires a file");
         case OPT_FPS:
             return ReadFrameRate(pValue, arguments) ||
-                   Complain("--fps requires a number from 1 to 1000, or a fraction of two numbers");
+                   UsageError(
+                       "--fps requires a number from 1 to 1000, or a fraction of two numbers");
         case OPT_SECONDS:
             return ReadNumber(pValue, 1, 1000000000, arguments.nSeconds) ||
-                   Complain("--seconds requires a number from 1 on");
+                   UsageError("--seconds requires a number from 1 on");
         case OPT_DATA_PORTS:
             return ReadDataPorts(pValue, arguments);
         default:
@@ -191,15 +193,16 @@ bool TakeOption(int option, const char* pValue, CArguments& arguments, CGiven& g
 }
 
 // Puts the defaults in that depend on other arguments, and refuses what contradicts itself.
-bool Settle(const std::string& mediaDir, const CGiven& given, CArguments& arguments) {
+bool ApplyDefaults(const std::string& mediaDir, const CExplicitOptions& given,
+                   CArguments& arguments) {
     const bool ownVideo = !arguments.strVideo.empty();
     const bool pipe = arguments.strVideo == "-";
     if (given.codec && !ownVideo)
-        return Complain("--codec belongs to a --video");
+        return UsageError("--codec belongs to a --video");
     if (given.bNoAudio && !arguments.strAudio.empty())
-        return Complain("--audio and --no-audio contradict each other");
+        return UsageError("--audio and --no-audio contradict each other");
     if (pipe && given.loop.value_or(false))
-        return Complain("standard input cannot be repeated: --loop is for files");
+        return UsageError("standard input cannot be repeated: --loop is for files");
     arguments.bLoop = given.loop.value_or(!pipe);
     arguments.bCue = arguments.bCue && !pipe;  // what a pipe brings is live: it cannot jump ahead
     arguments.emCodec = given.codec.value_or(CodecByName(arguments.strVideo));
@@ -210,14 +213,14 @@ bool Settle(const std::string& mediaDir, const CGiven& given, CArguments& argume
     }
     // A pair of ports for each stream, the second pair from MIN + 2.
     if (!arguments.strAudio.empty() && arguments.nMaxDataPort < arguments.nMinDataPort + 2)
-        return Complain("--data-ports: too few for one client with video and audio");
+        return UsageError("--data-ports: too few for one client with video and audio");
     return true;
 }
 
 }  // namespace
 
 bool ParseArguments(int argc, char** argv, const std::string& mediaDir, CArguments& arguments) {
-    CGiven given;
+    CExplicitOptions given;
     for (;;) {
         const int option = getopt_long(argc, argv, "", OPTIONS, nullptr);
         if (option == -1)
@@ -226,6 +229,6 @@ bool ParseArguments(int argc, char** argv, const std::string& mediaDir, CArgumen
             return false;
     }
     if (optind < argc)
-        return Complain("options begin with --; nothing else is understood");
-    return Settle(mediaDir, given, arguments);
+        return UsageError("options begin with --; nothing else is understood");
+    return ApplyDefaults(mediaDir, given, arguments);
 }

@@ -16,7 +16,7 @@ CNalTraits ClassifyH264(int type, uint8_t sliceHead) {
     traits.bSlice = Within(type, 1, 5);
     traits.bKey = type == 5;
     traits.bDelimiter = type == 9;
-    // 24 to 31 are aggregation packets and fragments on the wire, 0 is nobody's.
+    // 24 to 31 are aggregation packets and fragments on the wire, 0 is not used.
     traits.bSendable = Within(type, 1, 23);
     if (type == 7)
         traits.emParameterSet = PARAMETER_SET_SEQUENCE;
@@ -34,7 +34,7 @@ CNalTraits ClassifyH265(int type, int layer, uint8_t sliceHead) {
     traits.bSlice = type < 32;
     traits.bKey = Within(type, 16, 23);
     traits.bDelimiter = type == 35;
-    // 48 to 50 are aggregation packets, fragments and PACI on the wire, the others nobody's.
+    // 48 to 50 are aggregation packets, fragments and PACI on the wire, the others are not used.
     traits.bSendable = type < 48;
     if (Within(type, 32, 34))
         traits.emParameterSet = static_cast<EParameterSet>(type - 32);

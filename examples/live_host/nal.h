@@ -8,7 +8,7 @@
 
 enum class EVideoCodec { eH264, eH265 };
 
-// Kinds of parameter sets, in the order in which a decoder wants them. H.264 has no video one.
+// Kinds of parameter sets, in the order in which a decoder needs them. H.264 has no video one.
 enum EParameterSet {
     PARAMETER_SET_NONE = -1,
     PARAMETER_SET_VIDEO,
@@ -26,7 +26,7 @@ struct CNalTraits {
     EParameterSet emParameterSet = PARAMETER_SET_NONE;
 };
 
-// Bytes that ClassifyNal wants to see: two of header and the first of the slice.
+// Bytes that ClassifyNal reads: two of header and the first of the slice.
 constexpr size_t NAL_HEAD_SIZE = 3;
 
 // pData: the NAL unit without its start code, size bytes; more than NAL_HEAD_SIZE are not read and
