@@ -254,8 +254,7 @@ RTSPS_EXPORT int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType
  *     (see tagRtspServerPara.nMaxPort),
  *   - it is called from inside the event function,
  *   - the server port cannot be bound. errno is then EADDRINUSE (98) for a port in use, and EACCES
- *     (13) for a port that the process may not use. A standard output that fails to take the log
- *     line replaces this value; the line itself names the right one.
+ *     (13) for a port that the process may not use.
  */
 RTSPS_EXPORT int32_t RTSPServer_Start(void);
 

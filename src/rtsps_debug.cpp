@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_debug.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -42,6 +43,7 @@ void CDebugInfo::OutputDebugInfo(int nLevel, const char* fmt, ...) {
     if (szLabel == nullptr) {
         return;
     }
+    const int nError = errno;
     char szLine[LINE_SIZE] = {};
     const int nLabel = snprintf(szLine, sizeof(szLine), "%s", szLabel);
 
@@ -54,4 +56,5 @@ void CDebugInfo::OutputDebugInfo(int nLevel, const char* fmt, ...) {
 
     // One print call per line and no flush: a redirected host decides how its output is buffered.
     printf("%s", szLine);
+    errno = nError;  // hosts read the error number of a failed Start after its log lines
 }

@@ -33,7 +33,8 @@ class CDebugInfo {
     // Turns INFO lines on or off; the other levels are always printed.
     void SetDebugSwitch(bool bSwitch);
 
-    // Prints one line of at most 1022 characters, the label included; longer text is cut.
+    // Prints one line of at most 1022 characters, the label included; longer text is cut. errno
+    // stays as it was.
     void OutputDebugInfo(int nLevel, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
   private:

@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_debug.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
 #include "support/log_capture.h"
 
 namespace {
@@ -28,6 +34,22 @@ TEST(DebugInfo, LevelAndSwitchDecideWhatIsPrinted) {
             EXPECT_EQ(out.Text(), row.label.empty() ? "" : (row.label + text).substr(0, 1022));
         }
     }
+}
+
+// Hosts read the error number of a failed Start after its log lines.
+TEST(DebugInfo, AFullDiskDoesNotChangeTheErrorNumber) {
+    const int saved = dup(STDOUT_FILENO);
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    fflush(stdout);
+    dup2(full, STDOUT_FILENO);
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    errno = EADDRINUSE;
+    RTSPS_LOG(ERROR, "bind %d failed", 1);
+    const int after = errno;
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    close(full);
+    EXPECT_EQ(after, EADDRINUSE);
 }
 
 }  // namespace
