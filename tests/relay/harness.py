@@ -95,15 +95,15 @@ class Process:
 class Host(Process):
     """live_host on a port that stays the same over restarts."""
 
-    def __init__(self, program, work, arguments=()):
-        self.program, self.work, self.arguments = program, work, arguments
+    def __init__(self, program, work, arguments=(), before=()):
+        self.command, self.work, self.arguments = [*before, program], work, arguments
         self.port, first = free_ports()
         self.data_ports = f"{first}-{first + 18}"
         self.url = f"rtsp://127.0.0.1:{self.port}/chan1/main/"
         self.start()
 
     def start(self):
-        super().__init__([self.program, "--port", str(self.port), "--data-ports", self.data_ports,
+        super().__init__([*self.command, "--port", str(self.port), "--data-ports", self.data_ports,
                           *self.arguments], self.work, "live_host", stdin=subprocess.DEVNULL)
         self.wait_for("Ctrl-C")
 

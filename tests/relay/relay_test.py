@@ -3,6 +3,7 @@
 """The relay without a browser: what it serves, what it survives, and what it leaves.
 Usage: relay_test.py source_folder live_host CASE...    several cases run at once: they mostly wait"""
 
+import contextlib
 import os
 import re
 import shutil
@@ -35,8 +36,8 @@ class Setup:
         self.processes.append(process)
         return process
 
-    def host(self, *arguments):
-        return self.keep(Host(self.live_host, self.work, arguments))
+    def host(self, *arguments, **options):
+        return self.keep(Host(self.live_host, self.work, arguments, **options))
 
     def relay(self, host, *arguments, **options):
         return self.keep(Relay(self.program, host.url, self.work, arguments, **options))
@@ -160,7 +161,7 @@ def ffmpeg_dies(setup):
 
 
 def server_restarts(setup):
-    """New segments within 4 s; the browser's test has the picture. Not before the server is back."""
+    """New segments come within 4 s. The browser test does the same with the picture."""
     host = setup.host("--video", setup.clip(60))
     relay = setup.relay(host)
     for away in (0, 3):
@@ -193,7 +194,7 @@ def late_key_frame(setup):
 
 
 def full_disk(setup):
-    """The disk has room for nothing, and then for something again."""
+    """The disk is full, and then has room again."""
     if os.geteuid() != 0:
         print("skipped: only root can make a small disk")
         sys.exit(77)
@@ -260,6 +261,52 @@ def protected(setup):
     check(plain == "400", f"without TLS it answers {plain}")
 
 
+@contextlib.contextmanager
+def two_networks():
+    """The beginnings of commands that run in either of two connected network namespaces."""
+    names = [f"relay{os.getpid()}{side}" for side in "ab"]
+    setup = [["ip", "netns", "add", name] for name in names]
+    setup.append(["ip", "-n", names[0], "link", "add", "veth0", "type", "veth", "peer", "name",
+                  "veth0", "netns", names[1]])
+    for number, name in enumerate(names, 1):
+        setup += [["ip", "-n", name, "link", "set", "lo", "up"],
+                  ["ip", "-n", name, "addr", "add", f"198.18.7.{number}/24", "dev", "veth0"],
+                  ["ip", "-n", name, "link", "set", "veth0", "up"]]
+    try:
+        for command in setup:
+            if subprocess.run(command, check=False).returncode != 0:
+                print("skipped: no network namespaces")
+                sys.exit(77)
+        yield [["ip", "netns", "exec", name] for name in names]
+    finally:
+        for name in names:
+            subprocess.run(["ip", "netns", "del", name], check=False, stderr=subprocess.DEVNULL)
+
+
+def closed_port(setup):
+    """The firewall rules leave the page open to others, and the server to the relay alone."""
+    if os.geteuid() != 0 or not shutil.which("nft") or not shutil.which("ip"):
+        print("skipped: it takes root, nft and ip to close a port")
+        sys.exit(77)
+    rules = os.path.join(setup.source, "examples", "relay", "rtsp-closed.nft")
+    with two_networks() as (inside, outside):
+        host = setup.host("--video", setup.clip(60), "--port", "8554", before=inside)
+        host.url = "rtsp://127.0.0.1:8554/chan1/main/"
+        relay = setup.relay(host, "--listen", "198.18.7.1", before=lambda _: inside)
+
+        def from_outside(*command):
+            return subprocess.run([*outside, "timeout", "3", *command], check=False,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode
+        rtsp = ("bash", "-c", ": </dev/tcp/198.18.7.1/8554")
+        check(from_outside(*rtsp) == 0, "the server cannot be reached anyway")
+        subprocess.run([*inside, "nft", "-f", rules], check=True)
+        check(from_outside(*rtsp) == 1, "the server's port is not closed")
+        for ffmpeg in relay.children("ffmpeg"):  # the connection that it had stays
+            os.kill(ffmpeg, signal.SIGKILL)
+        playlist = f"http://198.18.7.1:{relay.port}/live/stream.m3u8"
+        wait_until(lambda: from_outside("curl", "--fail", playlist) == 0, 10, "a stream outside")
+
+
 def demo(setup):
     """Host and relay together: one ends with the other, and both with Ctrl-C."""
     program = os.path.join(setup.source, "examples", "relay", "web_demo")
@@ -284,7 +331,7 @@ def demo(setup):
 
 
 CASES = {case.__name__: case for case in (serves, ffmpeg_dies, server_restarts, late_key_frame,
-                                          full_disk, protected, demo)}
+                                          full_disk, protected, closed_port, demo)}
 
 
 def run(case, source, live_host):

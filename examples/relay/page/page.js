@@ -1,20 +1,21 @@
 // SPDX-License-Identifier: MIT
-// Plays the relay's stream and returns by itself after every interruption. It reads the playlist once
-// a second, whichever player is used. That tells whether there is a stream, and whether the relay has
-// begun a new one, which a player must not take for a continuation of the old one.
+// Plays the relay's stream, and plays it again after every interruption. The page reads the playlist
+// once per second, whichever player is used. The playlist shows whether there is a stream, and whether
+// the relay has begun a new run, which a player must not take for a continuation of the last one.
 "use strict";
 
-const PLAYLIST = "live/stream.m3u8";
+// Without the user and password that the page's address may carry: fetch refuses those.
+const PLAYLIST = new URL("live/stream.m3u8", location.origin + location.pathname).href;
 const HLS_TYPE = "application/vnd.apple.mpegurl";
-// Milliseconds between two looks at the playlist.
+// Milliseconds between two requests for the playlist.
 const LIVE_TICK = 1000;
 const WAITING_TICK = 500;
-// Milliseconds without a new picture before the player is taken down: at its start, and later.
+// Milliseconds without a new picture after which the player is removed: at its start, and later.
 const START_LIMIT = 6000;
 const STALL_LIMIT = 1500;
-// So many players in a row that showed nothing: the browser cannot play this stream.
+// After this many players in a row that showed nothing, the browser cannot play the stream.
 const FAILURES = 3;
-// Players need so many segments in the playlist at their start.
+// Segments that players need in the playlist at their start.
 const SEGMENTS = 2;
 
 const video = document.getElementById("video");
@@ -24,7 +25,7 @@ for (const id of ["play", "sound", "full"])
 
 let useHlsJs = false;  // the browser cannot play HLS itself
 let hls = null;        // hls.js's player
-let run = null;        // what the player plays; null: there is no player
+let run = null;        // the run that the player plays; null: there is no player
 let playlist = "";     // as last read; "": there is none
 let endedAt = "";      // the playlist at which the last player ended
 let shown = false;     // the player has shown a picture
@@ -53,7 +54,7 @@ function loadHlsJs() {
   });
 }
 
-// ?player=hls.js prefers it where the browser can play HLS itself, too.
+// ?player=hls.js chooses it also in browsers that play HLS themselves.
 async function choosePlayer() {
   const asked = new URLSearchParams(location.search).get("player") === "hls.js";
   const own = video.canPlayType(HLS_TYPE) !== "";
@@ -85,7 +86,7 @@ function attach(newRun) {
 }
 
 function detach() {
-  // The playlist of a stream that stands still would only show its last seconds again.
+  // With the same playlist, a new player would only show the last seconds again.
   endedAt = runOf(playlist) === run ? playlist : "";
   run = null;
   if (hls !== null)
@@ -95,7 +96,7 @@ function detach() {
   video.load();
 }
 
-// The next look at the playlist takes the player down.
+// The next tick removes the player.
 function giveUp() {
   movedAt = -Infinity;
 }
@@ -106,7 +107,7 @@ function watchPicture() {
   const back = video.currentTime < position - 0.5;
   position = video.currentTime;
   if (back) {
-    // Chromium's own player shows the beginning again when a stream has stopped.
+    // When a stream has stopped, Chromium's own player begins again with what it still holds.
     detach();
     show("waiting", "Waiting for the camera");
     return;
@@ -140,7 +141,7 @@ function isStalled() {
   return run !== null && performance.now() - movedAt > (shown ? STALL_LIMIT : START_LIMIT);
 }
 
-// Takes the player down when it plays no more, or what is no longer there.
+// Removes the player when its picture stands still, or when the relay has begun a new run.
 async function endOldPlayer(newRun) {
   const stalled = isStalled();
   if (run === null || !stalled && (newRun === null || newRun === run))
@@ -191,7 +192,7 @@ function setPaused(value) {
       hls.stopLoad();
     show("paused", "Paused");
   } else {
-    // What is live now is no continuation of the still.
+    // A new player begins with what is live now.
     detach();
     show("waiting", "Starting");
   }

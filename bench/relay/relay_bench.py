@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""What the relay costs, and how late its picture is. Prints tables for docs/scaling.md.
+Usage: relay_bench.py source_folder live_host [viewers [seconds]]    (1000 30)
+Needs what ./scripts/test web installs, and wrk."""
+
+import json
+import os
+import statistics
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tests",
+                             "relay"))
+from harness import (FPS, Browser, Host, Process, Relay, free_ports, make_clip,  # noqa: E402
+                     wait_until)
+
+LATENCY_SAMPLES = 40
+DELIMITER = b"\0\0\0\1\x09"
+
+
+class Feeder:
+    """Writes a picture to live_host each 40 ms and knows when it did."""
+
+    def __init__(self, live_host, clip, work):
+        port, first = free_ports()
+        self.url = f"rtsp://127.0.0.1:{port}/chan1/main/"
+        self.host = Process([live_host, "--port", str(port), "--data-ports",
+                             f"{first}-{first + 18}", "--video", "-"], work, "live_host",
+                            stdin=subprocess.PIPE)
+        with open(clip, "rb") as file:
+            self.pictures = [DELIMITER + each for each in file.read().split(DELIMITER)[1:]]
+        self.begin = time.time()
+        threading.Thread(target=self.feed, daemon=True).start()
+
+    def feed(self):
+        pipe = self.host.process.stdin
+        for number, picture in enumerate(self.pictures):
+            time.sleep(max(0.0, self.begin + number / FPS - time.time()))
+            try:
+                pipe.write(picture)
+                pipe.flush()
+            except OSError:
+                return
+
+    def latency(self, page):
+        return page["clock"] - (self.begin + page["counter"] / FPS)
+
+
+def measure_latency(relay_program, live_host, player, work):
+    """Seconds from the pipe into live_host to the canvas of the page."""
+    clip = os.path.join(work, "clip.h264")
+    make_clip(clip, 60)
+    feeder = Feeder(live_host, clip, work)
+    relay = Relay(relay_program, feeder.url, work)
+    wait_until(lambda: len(relay.segments()) >= 6, 20, "a full playlist")
+    browser = Browser(work)
+    samples = []
+    try:
+        browser.open(f"{relay.page}?player={player}")
+        wait_until(lambda: browser.read_page()["state"] == "live", 20, "a live picture")
+        time.sleep(3)
+        for _ in range(LATENCY_SAMPLES):
+            samples.append(feeder.latency(browser.read_page()))
+            time.sleep(0.5)
+    finally:
+        browser.close()
+        relay.kill()
+        feeder.host.kill()
+    return samples
+
+
+def cpu_seconds(pids):
+    total = 0
+    for pid in pids:
+        with open(f"/proc/{pid}/stat", encoding="ascii") as file:
+            fields = file.read().rsplit(")", 1)[1].split()
+        total += int(fields[11]) + int(fields[12])
+    return total / os.sysconf("SC_CLK_TCK")
+
+
+def memory_mb(pids):
+    pages = 0
+    for pid in pids:
+        with open(f"/proc/{pid}/statm", encoding="ascii") as file:
+            pages += int(file.read().split()[1])
+    return pages * os.sysconf("SC_PAGE_SIZE") / 1e6
+
+
+def descendants(pid):
+    found = subprocess.run(["pgrep", "-P", str(pid)], stdout=subprocess.PIPE, text=True, check=False)
+    children = [int(each) for each in found.stdout.split()]
+    return [pid] + [each for child in children for each in descendants(child)]
+
+
+def watch_costs(processes, seconds, load=None):
+    before = {name: cpu_seconds(pids) for name, pids in processes.items()}
+    begin = time.monotonic()
+    result = load() if load else time.sleep(seconds)
+    took = time.monotonic() - begin
+    return result, {name: (100 * (cpu_seconds(pids) - before[name]) / took, memory_mb(pids))
+                    for name, pids in processes.items()}
+
+
+def measure_load(relay_program, live_host, viewers, seconds, work):
+    host = Host(live_host, work)
+    relay = Relay(relay_program, host.url, work)
+    wait_until(lambda: len(relay.segments()) >= 6, 20, "a full playlist")
+    [nginx], [ffmpeg] = relay.children("nginx"), relay.children("ffmpeg")
+    processes = {"live_host": [host.process.pid], "ffmpeg": [ffmpeg], "nginx": descendants(nginx)}
+    script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "viewers.lua")
+
+    def load():
+        done = subprocess.run(["wrk", "--threads", "2", "--connections", str(viewers), "--duration",
+                               f"{seconds}s", "--timeout", "5s", "--script", script,
+                               relay.page], stdout=subprocess.PIPE, text=True, check=True)
+        return json.loads(done.stdout.splitlines()[-1])
+    try:
+        idle = watch_costs(processes, seconds)[1]
+        result, busy = watch_costs(processes, seconds, load)
+        clients = host.output().count("now has")
+    finally:
+        relay.kill()
+        host.kill()
+    return idle, busy, result, clients
+
+
+def main():
+    source, live_host, *rest = sys.argv[1:]
+    viewers, seconds = int(rest[0]) if rest else 1000, int(rest[1]) if rest[1:] else 30
+    relay = os.path.join(source, "examples", "relay", "relay")
+    with tempfile.TemporaryDirectory() as work:
+        os.chmod(work, 0o755)
+        print("| Player | median | shortest | longest |\n|---|---|---|---|")
+        for name, player in (("Chromium's own", "native"), ("hls.js", "hls.js")):
+            samples = measure_latency(relay, live_host, player, work)
+            print(f"| {name} | {statistics.median(samples):.1f} s | {min(samples):.1f} s |"
+                  f" {max(samples):.1f} s |")
+        idle, busy, result, clients = measure_load(relay, live_host, viewers, seconds, work)
+    print(f"\n| Process | CPU, no viewer | CPU, {viewers} viewers | Memory |\n|---|---|---|---|")
+    for name, (percent, megabytes) in busy.items():
+        print(f"| {name} | {idle[name][0]:.1f} % | {percent:.1f} % | {megabytes:.0f} MB |")
+    print(f"\n{result['requests']} requests in {result['seconds']:.0f} s, {result['failed']} failed,"
+          f" {result['bytes'] * 8 / result['seconds'] / 1e6:.0f} Mbit/s;"
+          f" a reply took {result['p50_ms']:.1f} ms (median), {result['p99_ms']:.1f} ms (99th"
+          f" percentile); clients of the server: {clients}")
+
+
+if __name__ == "__main__":
+    main()
