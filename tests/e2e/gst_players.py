@@ -126,16 +126,19 @@ class Rtspsrc:
         self.name = f"rtspsrc {transport}"
         self.video = os.path.join(work, f"{transport}.h264")
         self.sound = os.path.join(work, f"{transport}.alaw")
+        sink = "filesink buffer-mode=unbuffered location="
+        video = ("s. ! application/x-rtp,media=video ! rtph264depay ! h264parse ! "
+                 f"video/x-h264,stream-format=byte-stream ! {sink}{self.video}")
+        sound = f"s. ! application/x-rtp,media=audio ! rtppcmadepay ! {sink}{self.sound}"
         self.process = subprocess.Popen(
             ["gst-launch-1.0", "-q", "rtspsrc", f"location={url}", f"protocols={transport}",
-             "name=s", *f"s. ! application/x-rtp,media=video ! rtph264depay ! h264parse ! "
-             f"video/x-h264,stream-format=byte-stream ! filesink location={self.video} "
-             f"s. ! application/x-rtp,media=audio ! rtppcmadepay ! filesink location={self.sound}"
-             .split()])
-        self.end = time.monotonic() + SECONDS
+             "latency=200", "name=s", *video.split(), *sound.split()])
 
     def wait(self):
-        time.sleep(max(0.0, self.end - time.monotonic()))
+        """Until enough has come; how long that takes depends on the machine's load."""
+        while left() > 10 and (not os.path.exists(self.sound)
+                               or os.path.getsize(self.sound) < SECONDS * SOUND_RATE):
+            time.sleep(0.05)
         self.process.send_signal(signal.SIGINT)
         self.process.wait(left())
 
