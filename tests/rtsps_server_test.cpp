@@ -105,7 +105,7 @@ TEST_F(CServerObjectTest, StopMayRunInTwoThreadsAtOnce) {
     for (int round = 0; round < 20; ++round) {
         ASSERT_EQ(RTSPServer_Start(), 0);
         std::list<CTestClient> players;
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < round % 2 * 4; ++i) {  // without clients only the accept thread ends
             EXPECT_TRUE(players.emplace_back(m_port).PlayInterleaved());
         }
         const auto stop = [&] {
