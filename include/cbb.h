@@ -835,7 +835,7 @@ RTSPS_EXPORT void CBB_Sleep(int iMilliSec);
  *
  * @param[in] lMicroSec  microseconds; returns at once for 0 and below.
  */
-RTSPS_EXPORT void CBB_USleep(long lMicroSec);
+RTSPS_EXPORT void CBB_USleep(int64_t lMicroSec);
 
 /**
  * Reads the wall clock: it jumps when it is set.
@@ -879,7 +879,7 @@ RTSPS_EXPORT char* CBB_Itoa(char* szOut, int iValue, int iBase);
  *
  * @return as CBB_Itoa.
  */
-RTSPS_EXPORT char* CBB_Ltoa(char* szOut, long lValue, int iBase);
+RTSPS_EXPORT char* CBB_Ltoa(char* szOut, int64_t lValue, int iBase);
 
 /**
  * CBB_StrToi32 and CBB_StrToi64 in base 10 without an end.

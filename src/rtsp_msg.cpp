@@ -323,7 +323,7 @@ void CRtspResponse::append(const char* name, const char* text) {
 
 void CRtspResponse::append_range_time_now(const CRtspMsg*, time_t now) {
     // Kept (clients): [range-now-bare] the bare time, without "clock=" before it and "-" after it.
-    AddHeader("Range", ClockTime(static_cast<unsigned long>(now)).to_string());
+    AddHeader("Range", ClockTime(ClampToInt(now), 0).to_string());
 }
 
 void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,

@@ -16,9 +16,9 @@ constexpr int MSECS_PER_25_FPS_FRAME = 40;
 
 }  // namespace
 
-SMPTETimeCode::SMPTETimeCode(unsigned long msecs)
+SMPTETimeCode::SMPTETimeCode(uint64_t msecs)
     // Kept (clients): [smpte-seconds-unread] times 1000, not divided by it. Nothing reads m_secs.
-    : m_msecs(msecs), m_secs(uint64_t{msecs} * 1000) {
+    : m_msecs(msecs), m_secs(msecs * 1000) {
     from_msec();
 }
 
@@ -109,7 +109,7 @@ const char* SMPTETimeCode::to_string() {
 }
 
 SMPTETimeCode::operator unsigned long() const {
-    return m_msecs / 1000;
+    return static_cast<unsigned long>(m_msecs / 1000);
 }
 
 int SMPTETimeCode::compare(const SMPTETimeCode& other) const {

@@ -12,7 +12,7 @@ class SMPTETimeCode {
     enum FramesPerSec : int { FPS_25 = 0, FPS_30 = 1 };
 
     SMPTETimeCode() = default;
-    explicit SMPTETimeCode(unsigned long msecs);
+    explicit SMPTETimeCode(uint64_t msecs);
     SMPTETimeCode(int hour, int minute, int second, int frame, DropFrame dropFrame = DROP_FRAME,
                   FramesPerSec framesPerSec = FPS_30);
     SMPTETimeCode(const char* text, int len);  // at most 31 bytes are read

@@ -14,7 +14,7 @@ class CNeverDestroyed {
     CNeverDestroyed(const CNeverDestroyed&) = delete;
     CNeverDestroyed& operator=(const CNeverDestroyed&) = delete;
 
-    T* Get() { return std::launder(reinterpret_cast<T*>(m_storage)); }
+    T* Get() { return std::launder(static_cast<T*>(static_cast<void*>(m_storage))); }
 
   private:
     alignas(T) unsigned char m_storage[sizeof(T)];

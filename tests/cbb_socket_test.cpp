@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-long MillisSince(Clock::time_point start) {
+int64_t MillisSince(Clock::time_point start) {
     return (Clock::now() - start) / std::chrono::milliseconds(1);
 }
 
@@ -171,7 +171,7 @@ TEST_F(CbbSocket, TypeOfServiceReadsTheTimeToLive) {  // kept
 TEST_F(CbbSocket, TimeOutsAreCrossed) {
     const struct {
         int sendMs, receiveMs;
-        long receiveSec, sendSec;
+        time_t receiveSec, sendSec;
     } rows[] = {{3000, 0, 0, 0}, {2000, 5000, 2, 5}, {0, 4000, 0, 0}, {1500, 1500, 1, 1}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.sendMs << ", " << row.receiveMs);

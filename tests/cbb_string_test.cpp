@@ -17,7 +17,7 @@ ptrdiff_t Offset(const char* pFound, const char* szText) {
 
 TEST(CbbString, WritesNumbers) {
     const struct {
-        long value;
+        int64_t value;
         int base;
         const char* text;
         const char* why;
@@ -29,7 +29,7 @@ TEST(CbbString, WritesNumbers) {
         {1, 37, nullptr, "base too large"},
         {1, 1, nullptr, "base too small"},
         {INT_MAX, 2, "1111111111111111111111111111111", "the smallest base"},
-        {LONG_MIN, 10, "-9223372036854775808", "no positive number of this size"},
+        {INT64_MIN, 10, "-9223372036854775808", "no positive number of this size"},
     };
     char out[66];
     for (const auto& row : rows) {

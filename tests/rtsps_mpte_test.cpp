@@ -12,9 +12,9 @@ namespace {
 using Time = SMPTETimeCode;
 
 TEST(SmpteTime, WritesFramesThatHaveBegun) {
-    const std::pair<unsigned long, const char*> written[] = {
+    const std::pair<uint64_t, const char*> written[] = {
         {33, "00:00:00"},      {34, "00:00:00.01"},      {59999, "00:00:59.29"},
-        {3725000, "01:02:05"}, {360000000, "100:00:00"}, {ULONG_MAX, "2147483647:25:51.18"}};
+        {3725000, "01:02:05"}, {360000000, "100:00:00"}, {UINT64_MAX, "2147483647:25:51.18"}};
     for (const auto& [msecs, text] : written) {
         EXPECT_STREQ(Time(msecs).to_string(), text) << msecs;
     }

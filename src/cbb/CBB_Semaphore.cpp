@@ -10,7 +10,8 @@ timespec DeadlineAfter(const timeval& now, uint32_t nMilliSec) {
     constexpr long NANOS_PER_SEC = 1000000000L;
     timespec deadline = {};
     deadline.tv_sec = now.tv_sec + static_cast<time_t>(nMilliSec / 1000);
-    deadline.tv_nsec = now.tv_usec * 1000L + static_cast<long>(nMilliSec % 1000) * 1000000L;
+    deadline.tv_nsec =
+        static_cast<long>(now.tv_usec) * 1000L + static_cast<long>(nMilliSec % 1000) * 1000000L;
     if (deadline.tv_nsec >= NANOS_PER_SEC) {
         deadline.tv_sec += 1;
         deadline.tv_nsec %= NANOS_PER_SEC;

@@ -35,20 +35,20 @@ int32_t Compare(const char* szA, const char* szB, size_t n, TConvert convert) {
 
 constexpr size_t NO_LIMIT = std::numeric_limits<size_t>::max();
 
-char* IntegerToText(char* szOut, long lValue, int iBase) {
+char* IntegerToText(char* szOut, int64_t lValue, int iBase) {
     if (szOut == nullptr || iBase < 2 || iBase > 36 || (lValue < 0 && iBase != 10)) {
         return nullptr;
     }
     // The magnitude is taken unsigned: the smallest value has no positive counterpart.
-    unsigned long nRest = static_cast<unsigned long>(lValue);
+    auto nRest = static_cast<uint64_t>(lValue);
     char* p = szOut;
     if (lValue < 0) {
         nRest = 0 - nRest;
         *p++ = '-';
     }
-    char digits[std::numeric_limits<unsigned long>::digits];
+    char digits[std::numeric_limits<uint64_t>::digits];
     size_t nDigits = 0;
-    const unsigned long nBase = static_cast<unsigned long>(iBase);
+    const auto nBase = static_cast<uint64_t>(iBase);
     do {
         digits[nDigits++] = "0123456789abcdefghijklmnopqrstuvwxyz"[nRest % nBase];
         nRest /= nBase;
@@ -126,7 +126,7 @@ char* CBB_Itoa(char* szOut, int iValue, int iBase) {
     return IntegerToText(szOut, iValue, iBase);
 }
 
-char* CBB_Ltoa(char* szOut, long lValue, int iBase) {
+char* CBB_Ltoa(char* szOut, int64_t lValue, int iBase) {
     return IntegerToText(szOut, lValue, iBase);
 }
 

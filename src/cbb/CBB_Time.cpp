@@ -10,11 +10,13 @@ void CBB_Sleep(int iMilliSec) {
     CBB_USleep(nMicroSec);
 }
 
-void CBB_USleep(long lMicroSec) {
+void CBB_USleep(int64_t lMicroSec) {
     if (lMicroSec <= 0) {
         return;
     }
-    const timespec duration = {lMicroSec / 1000000, (lMicroSec % 1000000) * 1000};
+    timespec duration = {};
+    duration.tv_sec = static_cast<time_t>(lMicroSec / 1000000);
+    duration.tv_nsec = static_cast<long>(lMicroSec % 1000000 * 1000);
     (void)nanosleep(&duration, nullptr);
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -78,7 +79,7 @@ class CSoak {
     void Stop();
     void PrintFigures();
     void JudgeMemory();
-    void Require(bool holds, const char* what, long value);
+    void Require(bool holds, const char* what, int64_t value);
     bool GoesOn() const { return !g_interrupted && !m_failed && Clock::now() < m_end; }
 
     FILE* m_out;
@@ -105,10 +106,10 @@ class CSoak {
     bool m_failed = false;
 };
 
-void CSoak::Require(bool holds, const char* what, long value) {
+void CSoak::Require(bool holds, const char* what, int64_t value) {
     if (!holds) {
         m_failed = true;
-        fprintf(m_out, "FAILED: %s: %ld\n", what, value);
+        fprintf(m_out, "FAILED: %s: %" PRId64 "\n", what, value);
     }
 }
 
@@ -138,8 +139,8 @@ bool CSoak::Run() {
     PrintFigures();
     JudgeMemory();
     RTSPServer_Release();
-    fprintf(m_out, "%s: %d players served, longest stop %ld ms\n", m_failed ? "FAILED" : "passed",
-            m_playersServed, m_longestStopMs);
+    fprintf(m_out, "%s: %d players served, longest stop %" PRId64 " ms\n",
+            m_failed ? "FAILED" : "passed", m_playersServed, m_longestStopMs);
     return !m_failed;
 }
 
@@ -267,12 +268,13 @@ void CSoak::StopWhenQuiet() {
 
 void CSoak::PrintFigures() {
     fprintf(m_out,
-            "%5ld s: %3u sessions, %d clients came, %zu packets taken, %d players refused, "
+            "%5" PRId64
+            " s: %3u sessions, %d clients came, %zu packets taken, %d players refused, "
             "data ports exhausted %d times, "
-            "%d descriptors, %d threads, %ld KB, %u free data ports, longest push %ld us\n",
-            std::chrono::duration_cast<seconds>(Clock::now() - m_start).count(), Sessions(),
-            g_came.load(), m_packetsTaken, m_playersRefused, m_portsExhausted, CountDescriptors(),
-            CountThreads(), ResidentKb(), FreePorts(), m_longestPushUs);
+            "%d descriptors, %d threads, %ld KB, %u free data ports, longest push %" PRId64 " us\n",
+            int64_t{std::chrono::duration_cast<seconds>(Clock::now() - m_start).count()},
+            Sessions(), g_came.load(), m_packetsTaken, m_playersRefused, m_portsExhausted,
+            CountDescriptors(), CountThreads(), ResidentKb(), FreePorts(), m_longestPushUs);
     fflush(m_out);
 }
 

@@ -26,7 +26,9 @@ class CFakeClock {
 // hold it.
 extern "C" __attribute__((weak, used)) int gettimeofday(timeval* tv, void* /*zone*/) noexcept {
     const int64_t fake = g_fakeMicroseconds;
-    timespec now{fake / 1000000, fake % 1000000 * 1000};
+    timespec now{};
+    now.tv_sec = static_cast<time_t>(fake / 1000000);
+    now.tv_nsec = static_cast<long>(fake % 1000000 * 1000);
     if (fake < 0) {
         clock_gettime(CLOCK_REALTIME, &now);
     }
