@@ -34,6 +34,8 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/rtspserver-config-version.cmake
   DESTINATION ${config_dir} COMPONENT development)
 
+list(TRANSFORM RTSPSERVER_TIME64_DEFINITIONS PREPEND " -D" OUTPUT_VARIABLE RTSPSERVER_PC_DEFINITIONS)
+list(JOIN RTSPSERVER_PC_DEFINITIONS "" RTSPSERVER_PC_DEFINITIONS)
 # The file finds its prefix from where it lies, so that the installed tree may be moved.
 file(RELATIVE_PATH RTSPSERVER_PC_TO_PREFIX /${pkgconfig_dir} /)
 configure_file(cmake/rtspserver.pc.in rtspserver.pc @ONLY)

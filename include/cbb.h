@@ -627,9 +627,11 @@ RTSPS_EXPORT int32_t CBB_Ioctl(CBB_SOCK_T iSockFd, unsigned long nRequest, uint3
  * @param[in,out] pRead     descriptors to read from; may be null.
  * @param[in,out] pWrite    descriptors to write to; may be null.
  * @param[in,out] pError    descriptors with an exception; may be null.
- * @param[in,out] pTimeOut  null waits without limit. CBB_Select leaves it alone; CBB_SelectEx
- *                          leaves in it what the system does (Linux: the time not slept), so set it
- *                          anew before each call.
+ * @param[in,out] pTimeOut  null waits without limit. Its tv_sec has 64 bits on every processor: on
+ *                          32-bit ones compile with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64, which
+ *                          CMake and pkg-config do for you. CBB_Select leaves it alone;
+ * CBB_SelectEx leaves in it what the system does (Linux: the time not slept), so set it anew before
+ * each call.
  *
  * @return the number of ready descriptors, 0 on a time-out, or -1.
  * @{
@@ -1052,6 +1054,12 @@ RTSPS_EXPORT char* CBB_Strcasestr(const char* szHaystack, const char* szNeedle);
 static_assert(sizeof(CBB_ADDR_T) == 28, "CBB_ADDR_T is passed to the system with this size");
 #else
 _Static_assert(sizeof(CBB_ADDR_T) == 28, "CBB_ADDR_T is passed to the system with this size");
+#endif
+
+#ifdef __GLIBC_PREREQ
+#if __GLIBC_PREREQ(2, 34) && defined(__TIMESIZE) && __TIMESIZE == 32 && !defined(__USE_TIME_BITS64)
+#error "compile with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64, as the library is"
+#endif
 #endif
 
 #endif

@@ -2,6 +2,7 @@
 // The records that hosts share with the library, byte for byte on every processor: a change here
 // breaks hosts that are already built. Nothing runs; it compiles or it does not.
 #include <cstddef>
+#include <ctime>
 
 #include "cbb.h"
 #include "mempool.h"
@@ -65,6 +66,10 @@ AT(4, CBB_ADDR_EXP_T, ADDR);
 AT(20, CBB_ADDR_EXP_T, nPort);
 AT(22, CBB_ADDR_EXP_T, nReserved);
 SIZE(24, CBB_ADDR_EXP_T);
+
+// CBB_Select and CBB_SelectEx take a timeval.
+SIZE(8, time_t);
+SIZE(16, timeval);
 
 // Hosts make these objects themselves.
 SIZE(32, CMemPool);
