@@ -81,6 +81,25 @@ ensure_gstreamer_packages() {
         gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x
 }
 
+# The processors that the cross presets build for, under Debian's names of them.
+# shellcheck disable=SC2034  # the scripts use it
+readonly CROSS_PRESETS=(arm64 armhf riscv64)
+declare -rA TRIPLETS=([arm64]=aarch64-linux-gnu [armhf]=arm-linux-gnueabihf
+    [riscv64]=riscv64-linux-gnu)
+declare -rA EMULATORS=([arm64]=qemu-aarch64-static [armhf]=qemu-arm-static
+    [riscv64]=qemu-riscv64-static)
+
+# is_cross PRESET: whether the preset builds for another processor.
+is_cross() {
+    [[ -v "TRIPLETS[$1]" ]]
+}
+
+# cross_packages PRESET: prints what ensure_packages needs for it.
+cross_packages() {
+    local triplet=${TRIPLETS[$1]}
+    printf '%s\n' "g++-$triplet=$triplet-g++" "qemu-user-static=${EMULATORS[$1]}"
+}
+
 # configure PRESET [ARGUMENT...]: runs CMake in the project's folder, which must be the current one.
 configure() {
     local preset=$1
