@@ -135,8 +135,9 @@ TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
                 EXPECT_TRUE(players.emplace_back(m_port).PlayInterleaved());
             }
             std::thread([this] {
-                for (;;) {
+                for (;;) {  // slowly: clients that fall behind would be ended
                     Push(MakeUnit({}));
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 }
             }).detach();
             players.front().Socket().Receive();
