@@ -16,7 +16,7 @@ enum EExit { EXIT_FINE = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Whoever reads the URLs from a pipe gets them at once.
+    // A program that reads the URLs from a pipe gets them at once.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     CArguments arguments;
     if (!ParseArguments(argc, argv, arguments))

@@ -118,7 +118,7 @@ int Serve(const CArguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Whoever reads the URLs from a pipe gets them at once.
+    // A program that reads the URLs from a pipe gets them at once.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     CArguments arguments;
     if (!ParseArguments(argc, argv, LIVE_HOST_MEDIA_DIR, arguments))

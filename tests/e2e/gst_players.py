@@ -289,7 +289,7 @@ def check_failure(program, work):
 
 
 class Camera:
-    """Sends pictures to whoever connects, and stops after a while without closing."""
+    """Sends pictures to each client that connects, and stops after a while without closing."""
 
     def __init__(self):
         self.listener = socket.create_server(("127.0.0.1", 0))
