@@ -630,8 +630,8 @@ RTSPS_EXPORT int32_t CBB_Ioctl(CBB_SOCK_T iSockFd, unsigned long nRequest, uint3
  * @param[in,out] pTimeOut  null waits without limit. Its tv_sec has 64 bits on every processor: on
  *                          32-bit ones compile with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64, which
  *                          CMake and pkg-config do for you. CBB_Select leaves it alone;
- * CBB_SelectEx leaves in it what the system does (Linux: the time not slept), so set it again before
- * each call.
+ * CBB_SelectEx leaves in it what the system does (Linux: the time not slept), so set it again
+ * before each call.
  *
  * @return the number of ready descriptors, 0 on a time-out, or -1.
  * @{
