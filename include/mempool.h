@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// A ring of variable-length records between one writer thread and one reader thread, for media
-/// frames that must not cost an allocation each. Stands alone: the server does not use it.
+/// A ring buffer of variable-length records between one writer thread and one reader thread. It
+/// carries media frames without one allocation per frame. The server does not use it.
 ///
 /// @code
 ///     CMemPool pool;
@@ -27,15 +27,16 @@
 #endif
 
 /// A ring of records. A record is a 32-bit marker, a 32-bit data length (both in host byte order)
-/// and the data. It never wraps, so that the reader gets it in one piece: the last record of a lap
-/// runs on into the tail behind the ring, and the next one starts at the front.
+/// and the data. A record is always in one piece: when it does not fit before the end of the ring,
+/// it continues into the tail, which follows the ring. The next record then starts at the front.
 ///
-/// One writer thread and one reader thread may work at once without a lock; more on either side
-/// need a lock of the caller's around that side. Init() and Release() need both sides to be idle.
-/// No function blocks or throws, and only Init() allocates. Lengths are in bytes.
+/// One writer thread and one reader thread may work at the same time without a lock. Several
+/// writers need a lock among themselves, and so do several readers. During Init() and Release() no
+/// other function may run. No function blocks or throws. Only Init() allocates memory. Lengths are
+/// in bytes.
 class RTSPS_EXPORT CMemPool {
   public:
-    /// What a record takes beyond its data.
+    /// Bytes that a record needs in addition to its data.
     static constexpr uint32_t RECORD_OVERHEAD = 8;
 
     /// Makes a pool without memory; see Init().
@@ -45,19 +46,19 @@ class RTSPS_EXPORT CMemPool {
     CMemPool(const CMemPool&) = delete;
     CMemPool& operator=(const CMemPool&) = delete;
 
-    /// Allocates the memory of the pool, about twice the ring and the tail. An earlier Init() is
-    /// undone as by Release(). The positions stay where they were, so that a pool which has been in
-    /// use wants a Clear().
+    /// Allocates the memory of the pool: about twice the ring, and the tail. The memory of an
+    /// earlier Init() is freed. The read and write positions do not change: call Clear() after
+    /// Init() for a pool that has been in use.
     ///
-    /// @param[in] dwRingLen  bounds what may wait unread.
-    /// @param[in] dwTailLen  the room behind the ring for the last record of a lap: make it the
-    ///                       largest record and its 8 bytes. The pool does not check that; with a
-    ///                       smaller one a large record is refused more often.
+    /// @param[in] dwRingLen  length of the ring, which limits the unread data.
+    /// @param[in] dwTailLen  length of the tail: the length of the largest record and 8 bytes. The
+    ///                       pool does not check it. With a shorter tail, large records are refused
+    ///                       more often.
     ///
-    /// @return true, or false for lack of memory.
+    /// @return true, or false when the memory cannot be allocated.
     bool Init(uint32_t dwRingLen, uint32_t dwTailLen);
 
-    /// Frees the memory, and with it all unread records.
+    /// Frees the memory. Unread records are lost.
     /// @return true.
     bool Release();
 
@@ -66,72 +67,74 @@ class RTSPS_EXPORT CMemPool {
 
     /// Appends one record with a copy of the data.
     ///
-    /// A record that ends at the ring's length or up to 7 bytes after it leaves the write
-    /// position there, where the reader does not look, and the record appended after it is lost.
-    /// Writers who cannot live with that use the other two ways to append.
+    /// When a record ends exactly at the end of the ring, or up to 7 bytes after it, the next
+    /// record is lost. The other two ways to append do not lose records: InputData() with two
+    /// pieces, and GetBuf() with UpdateWriteIdx().
     ///
-    /// @param[in] pData      the data; the caller's, not kept.
+    /// @param[in] pData      the data; not kept after the call.
     /// @param[in] dwDataLen  its length.
     ///
-    /// @return true, or false, with the pool unchanged and a text on standard output, when there is
-    /// no data (or a null pointer to it) or no room for it.
+    /// @return true, or false for a null pointer, a length of 0 or a lack of room. The pool is then
+    /// unchanged, and one text is printed to standard output.
     bool InputData(const void* pData, uint32_t dwDataLen);
 
-    /// Appends one record made of two pieces, back to back. A null piece leaves its bytes as they
-    /// were; either length may be 0, but not both.
+    /// Appends one record that consists of two pieces. One of the lengths may be 0. A null piece
+    /// reserves its length, and the bytes there keep their old content.
     ///
-    /// @param[in] pFirst       the first piece, or null; the caller's, not kept.
+    /// @param[in] pFirst       the first piece, or null; not kept after the call.
     /// @param[in] dwFirstLen   its length.
-    /// @param[in] pSecond      the second piece, or null; the caller's, not kept.
+    /// @param[in] pSecond      the second piece, or null; not kept after the call.
     /// @param[in] dwSecondLen  its length.
     ///
-    /// @return as for one piece, but a null piece is no error.
+    /// @return true, or false for two lengths of 0 or a lack of room. The pool is then unchanged,
+    /// and one text is printed to standard output.
     bool InputData(const void* pFirst, uint32_t dwFirstLen, const void* pSecond,
                    uint32_t dwSecondLen);
 
-    /// Offers the free room for a record that is written in place, committed by UpdateWriteIdx().
+    /// Returns the free room, for a record that the caller writes in place. UpdateWriteIdx() then
+    /// appends the record.
     ///
-    /// @param[out] ppBuf   the room; the pool's.
-    /// @param[out] pdwLen  how much may be written there.
+    /// @param[out] ppBuf   receives the address of the room, which belongs to the pool.
+    /// @param[out] pdwLen  receives the number of bytes that may be written there.
     ///
     /// @return true, or false with `*pdwLen` set to 0 when there is no room.
     bool GetBuf(uint8_t** ppBuf, uint32_t* pdwLen);
 
-    /// Commits what was written in place as one record.
+    /// Appends the bytes that were written in place as one record.
     ///
-    /// @param[in] dwLen  its length, not more than GetBuf() offered.
+    /// @param[in] dwLen  their number, at most what GetBuf() returned.
     ///
     /// @return true, or false when the pool has no memory.
     bool UpdateWriteIdx(uint32_t dwLen);
 
-    /// Tells whether there is room now.
+    /// Checks whether there is room for a record.
     ///
-    /// @param[in] dwNeeded  for how much, the 8 bytes of the record included.
+    /// @param[in] dwNeeded  length of the data plus RECORD_OVERHEAD.
     ///
-    /// @return true if so.
+    /// @return true if there is.
     bool checkWritable(uint32_t dwNeeded) const;
 
     /// @}
     /// @name Reader
     /// @{
 
-    /// Offers the oldest record without consuming it.
+    /// Returns the oldest record and leaves it in the pool.
     ///
-    /// @param[out] ppBuf   its data, which stay valid until UpdateReadIdx(). They may be changed in
-    ///                     place.
-    /// @param[out] pdwLen  their length.
+    /// @param[out] ppBuf   receives the address of its data. The data are valid until
+    ///                     UpdateReadIdx(), and may be changed in place.
+    /// @param[out] pdwLen  receives their length.
     ///
-    /// @return true, or false when there is nothing to read.
+    /// @return true, or false when there is no record.
     bool GetData(uint8_t** ppBuf, uint32_t* pdwLen);
 
-    /// Consumes the oldest record.
+    /// Removes the oldest record.
     ///
-    /// @param[in] dwLen  the length that GetData() reported.
+    /// @param[in] dwLen  the length that GetData() returned.
     ///
     /// @return true.
     bool UpdateReadIdx(uint32_t dwLen);
 
-    /// Drops all unread records. Moves the read position, so it is the reader's.
+    /// Removes all unread records. Only the reader may call it, because it moves the read position.
     /// @return true.
     bool Clear();
 
@@ -139,7 +142,7 @@ class RTSPS_EXPORT CMemPool {
     /// @name Either side
     /// @{
 
-    /// Tells how much of the ring is free.
+    /// Returns how much of the ring is free.
     /// @return the number of bytes.
     uint32_t GetSpace() const;
 

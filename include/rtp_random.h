@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// Random numbers for RTP values: SSRCs, first sequence numbers and timestamps (RFC 3550, section
-/// 5.1), and the jitter of reports. Not for keys or anything else that must not be guessed. No
+/// Random numbers for RTP values: SSRCs, first sequence numbers and time stamps (RFC 3550, section
+/// 5.1), and the random part of report intervals. Do not use them for keys: they can be guessed. No
 /// function blocks or throws.
 #ifndef RTP_RANDOM_H
 #define RTP_RANDOM_H
@@ -13,43 +13,43 @@
 #define RTSPS_EXPORT __attribute__((visibility("default")))
 #endif
 
-/// A generator with a state of its own. Use each object from one thread at a time; distinct objects
-/// are independent. A copy repeats what the original draws.
+/// A generator with its own state. Use each object from one thread at a time. Different objects are
+/// independent of each other. A copy returns the same numbers as the original.
 class RTSPS_EXPORT RTPRdm {
   public:
-    /// Seeds from process id, time, processor time and the object's address. Objects that live at
-    /// the same time differ in their address. An object made within the same second at the address
-    /// of an earlier one may repeat its numbers.
+    /// Seeds the generator from process id, time, processor time and the address of the object.
+    /// Objects that exist at the same time have different addresses. An object that is created
+    /// within the same second at the address of an earlier one may return the same numbers.
     RTPRdm();
 
-    /// Draws 8 bits. @return any value of the type.
+    /// Returns 8 random bits. @return any value of the type.
     uint8_t GetRandom8();
-    /// Draws 16 bits. @return any value of the type.
+    /// Returns 16 random bits. @return any value of the type.
     uint16_t GetRandom16();
-    /// Draws 32 bits. @return any value of the type.
+    /// Returns 32 random bits. @return any value of the type.
     uint32_t GetRandom32();
 
-    /// Draws a fraction. @return a value from 0 up to, but not including, 1.
+    /// Returns a random fraction. @return a value from 0 up to, but not including, 1.
     double GetRandomDouble();
 
   private:
     struct drand48_data drandbuffer = {};
 };
 
-/// @defgroup rtp_random_default The same from rand(), whose one state the whole process shares
-/// These functions never seed it. The RTSP server does, from the clock, for each client that
-/// connects (srandom() and srand() are one generator), so a seed of the host's does not last. They
-/// may be called at any time and from any thread.
+/// @defgroup rtp_random_default The same numbers from rand(), with one state for the whole process
+/// These functions never seed the generator. The RTSP server seeds it from the clock for each
+/// client that connects, so a seed that the host sets does not last (srandom() and srand() seed the
+/// same generator). The functions may be called at any time and from any thread.
 /// @{
 
-/// Draws 8 bits. @return any value of the type.
+/// Returns 8 random bits. @return any value of the type.
 RTSPS_EXPORT uint8_t GetRandom8_Default();
-/// Draws 16 bits. @return any value of the type.
+/// Returns 16 random bits. @return any value of the type.
 RTSPS_EXPORT uint16_t GetRandom16_Default();
-/// Draws 32 bits: the lowest 8 and the highest 8 come from one draw each, the others from two.
+/// Returns 32 random bits, made of three overlapping numbers of 16 bits: a ^ (b << 8) ^ (c << 16).
 /// @return any value of the type.
 RTSPS_EXPORT uint32_t GetRandom32_Default();
-/// Draws a fraction. @return a value from 0 up to, but not including, 1.
+/// Returns a random fraction. @return a value from 0 up to, but not including, 1.
 RTSPS_EXPORT double GetRandomDouble_Default();
 /// @}
 

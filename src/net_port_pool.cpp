@@ -3,14 +3,16 @@
 
 #include <new>
 
+#include "rtsps_server_api.h"
+
 namespace {
 
 // The 16-bit counter of the fill steps by 2 and wraps; below these ranges it passes the maximum.
 bool RangeNeverEnds(uint16_t min, uint16_t max) {
-    if (min > max) {
+    if (min > max || max <= RTSPS_MAX_DATA_PORT) {
         return false;
     }
-    return max == 65535 || (max == 65534 && min % 2 == 0);
+    return max == UINT16_MAX || min % 2 == 0;
 }
 
 }  // namespace

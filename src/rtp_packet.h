@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "rtsps_server_api.h"
 #include "rtsps_text.h"
 
 // Where the fields of a packet lie, in bytes from the start of its header. Packets in the host's
@@ -23,7 +24,7 @@ constexpr uint8_t RTP_PAYLOAD_VIDEO = 96;  // the dynamic payload type that mark
 
 // A media unit is a prefix and one RTP packet: "$", a channel byte, and the length of what follows
 // as a big-endian 16-bit number.
-constexpr int RTP_PREFIX_SIZE = 4;
+constexpr int RTP_PREFIX_SIZE = RTSPS_UNIT_PREFIX_SIZE;
 constexpr int RTP_PREFIX_OFFSET_CHANNEL = 1;
 constexpr int RTP_PREFIX_OFFSET_LENGTH = 2;
 constexpr uint8_t RTP_PREFIX_MAGIC = '$';

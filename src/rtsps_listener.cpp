@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <new>
@@ -19,6 +20,12 @@ namespace {
 constexpr int LISTEN_BACKLOG = 24;
 constexpr uint32_t ACCEPT_TIMEOUT_MS = 5000;
 constexpr int REFUSAL_PAUSE_MS = 50;
+// For one client the accept thread pauses once in CanTakeSession, and then either in AddSession or
+// after the refusal.
+constexpr int ROOM_PAUSES_MS =
+    CRtspSessionManager::ROOM_PAUSES * CRtspSessionManager::ROOM_PAUSE_MS;
+static_assert(ROOM_PAUSES_MS + std::max(ROOM_PAUSES_MS, REFUSAL_PAUSE_MS) ==
+              RTSPS_MAX_STOP_PAUSE_MS);
 constexpr uint32_t ARRIVAL_GAP_MS = 1;
 constexpr std::chrono::milliseconds GATHER_LIMIT(10);
 

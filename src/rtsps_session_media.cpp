@@ -8,9 +8,6 @@
 
 namespace {
 
-// A client is ended when this many pushes in a row were not taken whole, and one more.
-constexpr int SHORT_SEND_LIMIT = 20;
-
 constexpr int OFFSET_PAYLOAD_TYPE = RTP_PREFIX_SIZE + RTP_OFFSET_PAYLOAD;
 constexpr int NO_PAYLOAD_TYPE = -2;  // matches no stream
 
@@ -71,7 +68,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
     // one too.
     RTSPS_LOG(ERROR, "send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s", len, nSent,
               chan, streamtype, client_text());
-    if (count_short_send() > SHORT_SEND_LIMIT) {
+    if (count_short_send() > RTSPS_MAX_SHORT_PUSHES) {
         RTSPS_LOG(ERROR, "send failed over thresold and exit");
         end_from_push(RTSPS_CLOSE_TOO_SLOW);
     }

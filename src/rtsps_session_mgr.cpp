@@ -291,10 +291,8 @@ bool CRtspSessionManager::sweep_registered() {
 
 // Sweeps a full registry, and grants the sessions that are about to end a moment.
 void CRtspSessionManager::make_room() {
-    constexpr int PAUSE_MS = 5;
-    constexpr int PAUSES = 10;
-    for (int i = 0; sweep_registered() && i < PAUSES; ++i) {
-        CBB_Sleep(PAUSE_MS);
+    for (int i = 0; sweep_registered() && i < ROOM_PAUSES; ++i) {
+        CBB_Sleep(ROOM_PAUSE_MS);
     }
     sweep_refused();
 }

@@ -39,6 +39,10 @@ class CRtspSessionManager {
   public:
     static CRtspSessionManager* Instance();
 
+    // How often AddSession and CanTakeSession pause at a full registry, and for how long.
+    static constexpr int ROOM_PAUSES = 10;
+    static constexpr int ROOM_PAUSE_MS = 5;
+
     CRtspSessionManager(const CRtspSessionManager&) = delete;
     CRtspSessionManager& operator=(const CRtspSessionManager&) = delete;
 

@@ -3,6 +3,7 @@
 #ifndef TCP_TRANSMITTER_H
 #define TCP_TRANSMITTER_H
 
+#include "rtsps_server_api.h"
 #include "rtsps_thread_safety.h"
 #include "transmitter.h"
 
@@ -10,7 +11,7 @@
 // and a packet that does not fit there is dropped.
 class CPendingTransmitter : public CTransmitter {
   public:
-    static constexpr int PENDING_SIZE = 131072;
+    static constexpr int PENDING_SIZE = RTSPS_PENDING_BUFFER_SIZE;
 
     int RecvPacket(void* buf, int len, int timeout) override;
 

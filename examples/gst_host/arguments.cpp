@@ -9,10 +9,12 @@
 #include <memory>
 #include <tuple>
 
+#include "rtsps_server_api.h"
+
 namespace {
 
 // Above it the server's range of ports would never end.
-constexpr int LAST_DATA_PORT = 65533;
+constexpr int LAST_DATA_PORT = RTSPS_MAX_DATA_PORT;
 
 struct CReader {
     CArguments& arguments;

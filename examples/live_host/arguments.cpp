@@ -8,6 +8,8 @@
 #include <cstring>
 #include <optional>
 
+#include "rtsps_server_api.h"
+
 const char* const HELP_TEXT =
     "Usage: live_host [options]\n"
     "Serves a clip, or what a pipe brings, as a live camera does: at rtsp://HOST:PORT/chanN/main/\n"
@@ -36,7 +38,7 @@ namespace {
 
 constexpr int FIRST_DATA_PORT = 1024;
 // Above it the server's range of ports would never end.
-constexpr int LAST_DATA_PORT = 65533;
+constexpr int LAST_DATA_PORT = RTSPS_MAX_DATA_PORT;
 
 enum EOption {
     OPT_PORT = 1,
