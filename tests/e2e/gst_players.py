@@ -127,9 +127,12 @@ class Rtspsrc:
         self.video = os.path.join(work, f"{transport}.h264")
         self.sound = os.path.join(work, f"{transport}.alaw")
         sink = "filesink buffer-mode=unbuffered location="
-        video = ("s. ! application/x-rtp,media=video ! rtph264depay ! h264parse ! "
+        # No caps filter after rtspsrc, whose pads appear in two threads: gst-launch links each of
+        # them with a filter of its own, and now and then neither thread completes a link. The
+        # depayloaders accept their own medium only.
+        video = ("s. ! rtph264depay ! h264parse ! "
                  f"video/x-h264,stream-format=byte-stream ! {sink}{self.video}")
-        sound = f"s. ! application/x-rtp,media=audio ! rtppcmadepay ! {sink}{self.sound}"
+        sound = f"s. ! rtppcmadepay ! {sink}{self.sound}"
         self.process = subprocess.Popen(
             ["gst-launch-1.0", "-q", "rtspsrc", f"location={url}", f"protocols={transport}",
              "latency=200", "name=s", *video.split(), *sound.split()])
