@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Measures what a slow console costs a healthy viewer while another viewer is stalled: the gaps
-between the pictures that arrive, with the log on a fast output, on a 115200-baud line, and on that
-line through live_host --log. Usage: console.py live_host"""
+"""Measures the time between two pictures at a viewer that reads, while another viewer has stopped
+reading: with a fast standard output, with a serial line of 115200 baud, and with that line through
+live_host --log. Usage: console.py live_host [--publish]
+--publish writes the figures to docs/host-guide.md."""
 
 import fcntl
 import os
@@ -13,6 +14,8 @@ import sys
 import tempfile
 import threading
 import time
+
+import report
 
 SECONDS = 18            # with the stalled viewer
 BYTES_PER_SECOND = 11520  # 115200 baud, 8 bits, a start and a stop bit
@@ -115,22 +118,38 @@ def measure(program, arguments, rate, work):
         host.wait()
         os.close(far)
     dropped = sum(map(int, re.findall(rb"\.\.\. (\d+) lines of the log", console.text)))
-    return (f"p50 {gaps[len(gaps) // 2]:4.0f}  p99 {gaps[len(gaps) * 99 // 100]:4.0f}  max "
-            f"{gaps[-1]:4.0f} ms; {console.text.count(bytes([10])):5} lines, "
-            f"{len(console.text) / 1000:4.0f} kB; dropped {dropped}; ended in {ended:.1f} s")
+    print(f"{console.text.count(bytes([10]))} lines, {len(console.text) / 1000:.0f} kB, {dropped} "
+          f"lines dropped, ended in {ended:.1f} s", file=sys.stderr)
+    return {"gaps": gaps, "lines": console.text.count(b"\n"), "bytes": len(console.text)}
+
+
+def console_figures(results):
+    rows = [[name, *(f"{gap:.0f} ms" for gap in (gaps[len(gaps) // 2], gaps[len(gaps) * 99 // 100],
+                                                 gaps[-1]))]
+            for name, gaps in ((name, result["gaps"]) for name, result in results.items())]
+    fast = next(iter(results.values()))
+    return (report.table(["Standard output", "median", "99 %", "longest"], rows) +
+            f"\n\nIn {SECONDS} s at {MEGABITS} Mbit/s, both clients together caused {fast['lines']} lines "
+            f"({fast['bytes'] / 1000:.0f} kB) on the fast\noutput. Measured on {report.short_machine()}.")
 
 
 def main():
-    program = sys.argv[1]
+    program, publishing = sys.argv[1], "--publish" in sys.argv[2:]
+    results = {}
     with tempfile.TemporaryDirectory() as work:
         make_clip(os.path.join(work, "clip.h264"))
         media = os.path.join(os.path.dirname(__file__), "..", "examples", "media", "clip.alaw")
         os.symlink(os.path.abspath(media), os.path.join(work, "clip.alaw"))
         for name, arguments, rate in (
-                ("fast output", [], None),
-                ("115200 baud", [], BYTES_PER_SECOND),
-                ("115200 baud, --log", ["--log", "/dev/stdout"], BYTES_PER_SECOND)):
-            print(f"{name:20} {measure(program, arguments, rate, work)}", flush=True)
+                ("fast: never blocks", [], None),
+                (f"serial line of 115200 baud with a buffer of {CONSOLE_BUFFER} bytes", [],
+                 BYTES_PER_SECOND),
+                ("the same line through `live_host --log`", ["--log", "/dev/stdout"],
+                 BYTES_PER_SECOND)):
+            results[name] = measure(program, arguments, rate, work)
+    print(console_figures(results))
+    if publishing:
+        report.publish_tables(results, {"console": console_figures}, "host-guide.md")
 
 
 if __name__ == "__main__":

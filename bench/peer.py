@@ -96,7 +96,7 @@ def peer_table(results):
     fan_out, rows = report.FanOut(results["fan_out"]), []
     for transport, name in report.NAMES.items():
         for clients in fan_out.clients:
-            rows.append(rows_of(f"CPU per packet and client, {name}, {clients} clients",
+            rows.append(rows_of(f"CPU per packet and client, {name}, clients: {clients}",
                                 *(fan_out.cost(transport, clients, who) for who in ("host", "peer")),
                                 2, " µs"))
     for transport, name in report.NAMES.items():

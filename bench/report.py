@@ -7,7 +7,9 @@
 """
 import argparse
 import json
+import os
 import pathlib
+import platform
 import re
 from statistics import median
 from xml.sax.saxutils import escape
@@ -89,6 +91,10 @@ def table(head, rows):
                      for line in [head, rule, *rows])
 
 
+def short_machine():
+    return f"{os.cpu_count()} cores, {platform.machine()}, Linux {platform.release()}"
+
+
 def machine_rows(results):
     machine, settings = results["machine"], results["settings"]
     return [
@@ -109,7 +115,7 @@ def fan_out_table(results):
     fan_out = FanOut(results["fan_out"])
     head = ["Clients"]
     for name in NAMES.values():
-        head += [name, "its floor", "ratio"]
+        head += [name, "floor", "ratio"]
     rows = []
     for clients in fan_out.clients:
         row = [str(clients)]
@@ -127,16 +133,16 @@ def whole_table(results):
     for clients, others, aim in ((16, 100, "1.5"), (128, 32, "1.05")):
         for transport, name in NAMES.items():
             if {clients, others} <= set(fan_out.clients):
-                rows.append([f"a packet's cost for {clients} clients in parts of that for {others},"
-                             f" {name}", spread(fan_out.between(transport, clients, others)), aim])
+                rows.append([f"CPU per packet with {clients} clients, divided by that with {others}, {name}",
+                             spread(fan_out.between(transport, clients, others)), aim])
     memory = results["memory_kb"]
     for kind, text, aim in (("idle", "that is connected and idle", "40 kB"),
                             ("udp", "that plays over UDP", "60 kB"),
                             ("interleaved", "that plays interleaved", "60 kB")):
-        rows.append([f"resident memory for each client {text} (100 clients)",
+        rows.append([f"resident memory per client {text} (100 clients)",
                      spread([figures[kind] for figures in memory], 1) + " kB", aim])
-    for kind, text in (("cue", "alone"), ("no_cue", "without the jump to it")):
-        rows.append([f"from the PLAY reply to the first whole key picture, {text}",
+    for kind, text in (("cue", ""), ("no_cue", ", with `--no-cue`")):
+        rows.append([f"from the PLAY reply to the first complete key picture{text}",
                      spread(results["first_picture_ms"][kind], 0) + " ms", ""])
     return table(["What", "Median [range]", "At most"], rows)
 
@@ -146,20 +152,20 @@ PIECES = [
     ("parse OPTIONS", "ParseRequest/options", "real_time", 0, "ns", ""),
     ("parse DESCRIBE", "ParseRequest/describe", "real_time", 0, "ns", ""),
     ("parse SETUP", "ParseRequest/setup", "real_time", 0, "ns", ""),
-    ("answer OPTIONS: server CPU", "AnswerOptions", "server_us", 1, "µs", ""),
-    ("answer OPTIONS: the client's wait", "AnswerOptions", "real_time", 1, "µs", ""),
-    ("answer DESCRIBE: server CPU", "AnswerOnce/describe", "server_us", 1, "µs", ""),
-    ("answer SETUP: server CPU", "AnswerOnce/setup", "server_us", 1, "µs", ""),
-    ("connection to PLAY reply, UDP: the client's wait", "Dialogue/udp", "real_time", 0, "µs", ""),
-    ("connection to PLAY reply, interleaved: the client's wait", "Dialogue/interleaved",
+    ("reply to OPTIONS: CPU of the server", "AnswerOptions", "server_us", 1, "µs", ""),
+    ("reply to OPTIONS: wait of the client", "AnswerOptions", "real_time", 1, "µs", ""),
+    ("reply to DESCRIBE: CPU of the server", "AnswerOnce/describe", "server_us", 1, "µs", ""),
+    ("reply to SETUP: CPU of the server", "AnswerOnce/setup", "server_us", 1, "µs", ""),
+    ("from connect to PLAY reply, UDP: wait of the client", "Dialogue/udp", "real_time", 0, "µs", ""),
+    ("from connect to PLAY reply, interleaved: wait of the client", "Dialogue/interleaved",
      "real_time", 0, "µs", ""),
     ("stamp a packet, UDP", "StampPush/udp", "ns_per_packet", 1, "ns", ""),
     ("stamp a packet, interleaved", "StampPush/interleaved", "ns_per_packet", 1, "ns", ""),
-    ("a push, for each of 128 sessions of another stream", "PushToNone/other_stream/128",
+    ("a push, per session of another stream (128 sessions)", "PushToNone/other_stream/128",
      "ns_per_session", 1, "ns", "50 ns"),
-    ("a push, for each of 128 sessions of another channel", "PushToNone/other_channel/128",
+    ("a push, per session of another channel (128 sessions)", "PushToNone/other_channel/128",
      "ns_per_session", 1, "ns", "50 ns"),
-    ("a push, for each of 128 sessions that do not play", "PushToNone/not_playing/128",
+    ("a push, per session that does not play (128 sessions)", "PushToNone/not_playing/128",
      "ns_per_session", 1, "ns", "50 ns"),
     ("`RTSPServer_Stop` with 100 clients, UDP", "StopWhilePlaying/udp", "real_time", 1, "ms",
      "50 ms"),
@@ -179,7 +185,7 @@ def push_table(results):
     pieces = Pieces(results["pieces"])
     head = ["Clients"]
     for name in NAMES.values():
-        head += [f"push, {name}", "a picture a call", "ratio", "a packet a call"]
+        head += [f"push, {name}", "one call per picture", "ratio", "one call per packet"]
     rows = []
     for clients in (1, 16, 32, 100, 128):
         row = [str(clients)]
@@ -199,17 +205,17 @@ def delivery_table(results):
         row += [figure(pieces.of(f"Delivery/{transport}", key), 0)
                 for key in ("p50_us", "p99_us", "max_us")]
         rows.append(row)
-    return table(["Microseconds", "p50", "p99", "worst"], rows)
+    return table(["Microseconds", "p50", "p99", "longest"], rows)
 
 
 def storm_table(results):
     storms = results["storms"]
     rows = [["runs in which a client waited for a lost SYN",
              f"{sum(storm['lost_syn'] for storm in storms)} of {len(storms)}", ""]]
-    for lost, text, aim in ((False, "all other runs", "60 ms"), (True, "these runs", "")):
+    for lost, text, aim in ((False, "the other runs", "60 ms"), (True, "these runs", "")):
         times = [storm["all_ready_ms"] for storm in storms if storm["lost_syn"] == lost]
         if times:
-            rows.append([f"until all 100 have their PLAY reply, {text}",
+            rows.append([f"until all 100 clients have the PLAY reply, {text}",
                          spread(times, 1) + " ms", aim])
     return table(["What", "Median [range]", "At most"], rows)
 
@@ -222,19 +228,17 @@ def bad_table(results):
                             for clients in fan_out.clients)
         ratio, of = max((max(fan_out.ratio(transport, clients)), clients)
                         for clients in fan_out.clients)
-        rows.append([f"the dearest run over {name}, a packet",
+        rows.append([f"most expensive run, {name}: CPU per packet",
                      f"{cost:.2f} µs, {clients} clients", ""])
-        rows.append([f"the run farthest from its floor over {name}",
+        rows.append([f"highest ratio to the floor, {name}",
                      f"{ratio:.2f}, {of} clients", ""])
     rows.append(["packets lost or out of order, of "
                  f"{sum(result['host']['packets'] for result in fan_out.results) / 1e6:.1f} million",
                  str(fan_out.lost()), "0"])
     for label, key, digits, unit, aim in (
-            ("one stalled client among 64, interleaved: the push before", "reading_us", 0, "µs", ""),
-            ("one stalled client among 64, interleaved: the push meanwhile", "stalled_us", 0, "µs",
-             ""),
-            ("one stalled client among 64, interleaved: the change", "change_percent", 1, "%",
-             "10 %")):
+            ("a push to 64 interleaved clients that all read", "reading_us", 0, "µs", ""),
+            ("the same push when one of them does not read", "stalled_us", 0, "µs", ""),
+            ("the change by that client", "change_percent", 1, "%", "10 %")):
         rows.append([label, figure(pieces.of("OneStalled", key), digits, f" {unit}"), aim])
     return table(["What", "Figure", "At most"], rows)
 
@@ -348,8 +352,8 @@ def plot(results, other="floor"):
 
 # Where it all goes
 
-def publish_tables(results, tables):
-    page = DOCS / "benchmarks.md"
+def publish_tables(results, tables, page_name="benchmarks.md"):
+    page = DOCS / page_name
     content = page.read_text()
     for name, make in tables.items():
         pattern = rf"(<!-- figures: {name} -->\n).*?(<!-- end -->)"
