@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: MIT
-# How the library is compiled and linked so that a fault in it is hard to exploit. What a compiler
-# or a processor does not know is left out.
+# Compiler and linker options that make a fault in the library hard to exploit. Options that the
+# compiler or the processor does not support are left out.
 include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)
 
 add_library(rtspserver_hardening INTERFACE)
-# x86 knows the second one, 64-bit ARM the third. Where a compiler only warns, it does not know it.
+# The second option is for x86, the third one for 64-bit ARM. Some compilers only warn about an
+# option that they do not support, so warnings are errors in this check.
 set(CMAKE_REQUIRED_FLAGS -Werror)
 foreach(flag -fstack-protector-strong -fcf-protection -mbranch-protection=standard)
   string(MAKE_C_IDENTIFIER "RTSPSERVER_HAS${flag}" known)
@@ -16,7 +17,8 @@ foreach(flag -fstack-protector-strong -fcf-protection -mbranch-protection=standa
 endforeach()
 unset(CMAKE_REQUIRED_FLAGS)
 
-# The C library checks lengths in optimised code only, and would hide them from a sanitizer.
+# _FORTIFY_SOURCE works in optimised code only. In a sanitizer build it would hide faults from the
+# sanitizer.
 if(NOT RTSPSERVER_SANITIZE)
   set(CMAKE_REQUIRED_FLAGS "-O2 -Werror -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
   check_cxx_source_compiles("#include <string.h>\nint main() {}" RTSPSERVER_HAS_FORTIFY_3)

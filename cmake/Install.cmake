@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# Component runtime: what a finished host needs. Component development: what is built against.
+# The component "runtime" has the files that a host needs to run, "development" those to build it.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -36,7 +36,7 @@ install(FILES
 
 list(TRANSFORM RTSPSERVER_TIME64_DEFINITIONS PREPEND " -D" OUTPUT_VARIABLE RTSPSERVER_PC_DEFINITIONS)
 list(JOIN RTSPSERVER_PC_DEFINITIONS "" RTSPSERVER_PC_DEFINITIONS)
-# The file finds its prefix from where it lies, so that the installed tree may be moved.
+# The file contains the prefix relative to its own folder, so the installed tree may be moved.
 file(RELATIVE_PATH RTSPSERVER_PC_TO_PREFIX /${pkgconfig_dir} /)
 configure_file(cmake/rtspserver.pc.in rtspserver.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtspserver.pc

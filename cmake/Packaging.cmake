@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The Debian packages; scripts/package makes and checks them. What a host's package depends on is
-# told by the symbols file.
+# The Debian packages, which scripts/package builds and checks. The symbols file determines on which
+# version of the library the package of a host depends.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "The rtspserver authors <maintainers@rtspserver.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
@@ -20,8 +20,9 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
 A host application loads it, declares its streams and pushes RTP packets;
 players fetch them over UDP, TCP or interleaved.")
 if(CMAKE_CROSSCOMPILING)
-  # CPack would take the building machine's architecture, and dpkg-shlibdeps finds the names of
-  # cross packages. scripts/package compares this with what it finds for the machine's own.
+  # In a cross build, CPack would use the architecture of the build machine, and dpkg-shlibdeps would
+  # find the names of the cross packages. So both are set here. scripts/package compares these
+  # dependencies with those that dpkg-shlibdeps finds in a native build.
   string(REPLACE aarch64 arm64 CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
     "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")

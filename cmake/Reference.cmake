@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The target `reference`: pages made from the comments of the public headers. Whatever the comments
-# leave unsaid, a parameter or a result, fails it.
+# The target `reference` makes pages from the comments of the public headers. It fails when a
+# parameter, a result or a field has no comment.
 find_package(Doxygen QUIET)
 if(NOT DOXYGEN_FOUND)
   return()
@@ -12,15 +12,15 @@ set(DOXYGEN_HTML_OUTPUT .)
 set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR}/include)
 set(DOXYGEN_HAVE_DOT NO)
 
-# How the headers are written: the first sentence is the summary, and one comment may serve a few
-# functions.
+# In the headers, the first sentence of a comment is the summary, and one comment may describe
+# several functions.
 set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
 set(DOXYGEN_DISTRIBUTE_GROUP_DOC YES)
 set(DOXYGEN_TYPEDEF_HIDES_STRUCT YES)
 set(DOXYGEN_SORT_MEMBER_DOCS NO)
 
-# They are read as C, without what only the compiler needs. A record has its page, and its links,
-# under the last of its names: the one that the functions use has to be it.
+# The headers are read as C, without macros that only the compiler needs. A record has several
+# names. Doxygen uses the last one for its page and links, so the functions must use that name.
 set(DOXYGEN_MACRO_EXPANSION YES)
 set(DOXYGEN_EXPAND_ONLY_PREDEF YES)
 set(DOXYGEN_PREDEFINED "RTSPS_EXPORT=" "_Static_assert(condition,text)=")

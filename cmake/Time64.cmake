@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-# The library counts time in 64 bits, so that it outlives the year 2038. Where the C library offers
-# that on request only, on 32-bit processors, RTSPSERVER_TIME64_DEFINITIONS is the request. Hosts
-# compile with it too, since CBB_Select and CBB_SelectEx take a timeval.
+# The library uses 64 bits for times, so that it works after the year 2038. On 32-bit processors the
+# C library needs definitions for that: RTSPSERVER_TIME64_DEFINITIONS. Hosts must be compiled with
+# them, too, because CBB_Select and CBB_SelectEx take a timeval.
 include(CheckCXXSourceCompiles)
 
 set(RTSPSERVER_TIME64_DEFINITIONS)

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-# The warnings for every target of this project.
-# It is off by default, so that a warning of a newer compiler does not stop the build of a user.
-option(RTSPSERVER_WERROR "Treat warnings as errors, as the project's own presets do" OFF)
+# The warnings for every target of this project. RTSPSERVER_WERROR is off by default, so that a new
+# warning of a newer compiler does not stop the build of a user.
+option(RTSPSERVER_WERROR "Treat warnings as errors, as in the presets of this project" OFF)
 
 add_library(rtspserver_warnings INTERFACE)
 target_compile_options(rtspserver_warnings INTERFACE
