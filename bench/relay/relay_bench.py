@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""What the relay costs, and how late its picture is. Prints tables for docs/scaling.md.
-Usage: relay_bench.py source_folder live_host [viewers [seconds]]    (1000 30)
-Needs what ./scripts/test web installs, and wrk."""
+"""Measures CPU, memory and latency of the relay, and prints tables.
+Usage: relay_bench.py [--publish] source_folder live_host [viewers [seconds]]    (1000 30)
+--publish writes the figures to docs/scaling.md. Needs what ./scripts/test web installs, and wrk."""
 
 import json
 import os
@@ -13,8 +13,9 @@ import tempfile
 import threading
 import time
 
-sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tests",
-                             "relay"))
+BENCH = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path += [BENCH, os.path.join(BENCH, "..", "tests", "relay")]
+import report  # noqa: E402
 from harness import (FPS, Browser, Host, Process, Relay, free_ports, make_clip,  # noqa: E402
                      wait_until)
 
@@ -128,25 +129,42 @@ def measure_load(relay_program, live_host, viewers, seconds, work):
     return idle, busy, result, clients
 
 
+def latency_figures(results):
+    return report.table(["Player", "median", "shortest", "longest"],
+                        [[name, *(f"{value:.1f} s" for value in (statistics.median(samples),
+                                                                  min(samples), max(samples)))]
+                         for name, samples in results["latency"].items()])
+
+
+def load_figures(results):
+    idle, busy, wrk, clients = results["load"]
+    costs = report.table(["Process", "CPU, no viewer", f"CPU, {results['viewers']} viewers", "Memory"],
+                         [[name, f"{idle[name][0]:.1f} %", f"{percent:.1f} %", f"{megabytes:.0f} MB"]
+                          for name, (percent, megabytes) in busy.items()])
+    return (f"{costs}\n\nnginx answered {wrk['requests']} requests in {wrk['seconds']:.0f} s, "
+            f"{wrk['bytes'] * 8 / wrk['seconds'] / 1e6:.0f} Mbit/s; {wrk['failed']} failed. A reply took "
+            f"{wrk['p50_ms']:.1f} ms\n(median) and {wrk['p99_ms']:.1f} ms (99th percentile). Clients of "
+            f"the server: {clients}. Measured on\n{report.short_machine()}.")
+
+
 def main():
-    source, live_host, *rest = sys.argv[1:]
+    publishing = "--publish" in sys.argv
+    source, live_host, *rest = [each for each in sys.argv[1:] if each != "--publish"]
     viewers, seconds = int(rest[0]) if rest else 1000, int(rest[1]) if rest[1:] else 30
     relay = os.path.join(source, "examples", "relay", "relay")
     with tempfile.TemporaryDirectory() as work:
         os.chmod(work, 0o755)
-        print("| Player | median | shortest | longest |\n|---|---|---|---|")
-        for name, player in (("Chromium's own", "native"), ("hls.js", "hls.js")):
-            samples = measure_latency(relay, live_host, player, work)
-            print(f"| {name} | {statistics.median(samples):.1f} s | {min(samples):.1f} s |"
-                  f" {max(samples):.1f} s |")
-        idle, busy, result, clients = measure_load(relay, live_host, viewers, seconds, work)
-    print(f"\n| Process | CPU, no viewer | CPU, {viewers} viewers | Memory |\n|---|---|---|---|")
-    for name, (percent, megabytes) in busy.items():
-        print(f"| {name} | {idle[name][0]:.1f} % | {percent:.1f} % | {megabytes:.0f} MB |")
-    print(f"\n{result['requests']} requests in {result['seconds']:.0f} s, {result['failed']} failed,"
-          f" {result['bytes'] * 8 / result['seconds'] / 1e6:.0f} Mbit/s;"
-          f" a reply took {result['p50_ms']:.1f} ms (median), {result['p99_ms']:.1f} ms (99th"
-          f" percentile); clients of the server: {clients}")
+        results = {
+            "viewers": viewers,
+            "latency": {name: measure_latency(relay, live_host, player, work)
+                        for name, player in (("Chromium's own", "native"), ("hls.js", "hls.js"))},
+            "load": measure_load(relay, live_host, viewers, seconds, work),
+        }
+    tables = {"relay-latency": latency_figures, "relay-load": load_figures}
+    for figures in tables.values():
+        print(f"\n{figures(results)}")
+    if publishing:
+        report.publish_tables(results, tables, "scaling.md")
 
 
 if __name__ == "__main__":
