@@ -56,11 +56,11 @@ extern "C" {
 /** Size of the prefix before each RTP packet of a push, in bytes; see RTSPServer_SendRealSteam. */
 #define RTSPS_UNIT_PREFIX_SIZE 4
 /**
- * What may wait for a slow client over TCP, in bytes per stream. It comes on top of the socket
- * buffer of the kernel.
+ * The most bytes per stream that wait for a slow client over TCP, in addition to the socket buffer
+ * of the kernel.
  */
 #define RTSPS_PENDING_BUFFER_SIZE 131072
-/** The most short pushes in a row that a client survives; see RTSPServer_SendRealSteam. */
+/** The most short pushes in a row that do not end a client; see RTSPServer_SendRealSteam. */
 #define RTSPS_MAX_SHORT_PUSHES 20
 /** Highest value for tagRtspServerPara.nMaxPort: the last pair is then 65532 and 65533. */
 #define RTSPS_MAX_DATA_PORT 65533
@@ -273,9 +273,9 @@ RTSPS_EXPORT int32_t RTSPServer_Release(void);
  * client that requests a stream that was never declared gets 404.
  *
  * The library reads a declaration at DESCRIBE and at SETUP. A change therefore has no effect on
- * clients that play: they keep the payload types and SSRCs of their SETUP. A push with a payload
- * type that such a client has not set up does not reach it, and prints one line. To apply a change
- * to all clients, call RTSPServer_Stop and RTSPServer_Start: the clients must then connect again.
+ * clients that play: they keep the payload types and SSRCs of their SETUP. A push with a new
+ * payload type does not reach them, and prints one line for each. To apply a change to all clients,
+ * call RTSPServer_Stop and RTSPServer_Start: the clients must then connect again.
  *
  * Allowed inside the event function. Does not block.
  *
