@@ -62,8 +62,8 @@ int CMcastTransmitter::match_families() {
     const bool bLocal6 = CBB_GetAddrType(&LocalAddr) == AF_INET6;
     const bool bGroup6 = CBB_GetAddrType(&RemoteAddr) == AF_INET6;
     if (bLocal6 && IsMappedAddr4(LocalAddr)) {
-        // Kept (clients): [mcast-mapped-family] a mapped local address skips the comparison of the
-        // families below, also for an IPv6 group.
+        // Kept (clients): [mcast-mapped-family] the families below are not compared for an
+        // IPv4-mapped local address, not even when the group is IPv6.
         LocalAddr = UnmapAddr4(LocalAddr);
         return 0;
     }
@@ -93,8 +93,8 @@ void CMcastTransmitter::set_multicast_options() {
 
 int CMcastTransmitter::bind_and_join() {
     if (CBB_Bind(m_mcastsock, &LocalAddr) != 0) {
-        // Kept (clients): [mcast-bind-socket] this failure alone leaves the socket open until
-        // Close.
+        // Kept (clients): [mcast-bind-socket] after this failure the socket stays open until Close.
+        // The other failures close it at once.
         RTSPS_LOG(ERROR, "ERROR !! Bind");
         return -1;
     }

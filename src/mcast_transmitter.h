@@ -4,7 +4,8 @@
 
 #include "transmitter.h"
 
-// UDP multicast. SETUP refuses it, so only hosts of this class's own reach it.
+// UDP multicast. SETUP refuses multicast, so the server never creates one. Only code that uses this
+// class directly does, such as the tests.
 class CMcastTransmitter final : public CTransmitter {
   public:
     explicit CMcastTransmitter(ETRANS_MODE mode);

@@ -13,15 +13,15 @@ namespace {
 constexpr uint32_t RECORD_MARKER = 0xAABBCCDD;
 constexpr uint64_t MAX_RECORD_LEN = std::numeric_limits<uint32_t>::max();
 
-// A single-piece append may leave the write position up to 7 bytes behind the ring, and a commit
-// puts its 8 bytes there.
+// After a single-piece append the write position may be up to 7 bytes past the end of the ring, and
+// a commit then writes its 8-byte record header there.
 constexpr uint64_t BLOCK_SLACK = 16;
 
 }  // namespace
 
 bool CMemPool::Init(uint32_t dwRingLen, uint32_t dwTailLen) {
-    // By the fit rules a record starts at most just behind the ring and is shorter than ring and
-    // tail together. Positions outlive the block, so those of a larger ring count as well.
+    // A record starts at most 7 bytes past the end of the ring and is shorter than ring and tail
+    // together (see Room). Init keeps the positions, which may come from an earlier, larger ring.
     const TPositions pos = Positions();
     const uint64_t nStart = std::max({dwRingLen, pos.dwRead, pos.dwWrite});
     const uint64_t nBlockLen = nStart + dwRingLen + dwTailLen + BLOCK_SLACK;
@@ -33,8 +33,8 @@ bool CMemPool::Init(uint32_t dwRingLen, uint32_t dwTailLen) {
         return false;
     }
     Release();
-    // Kept (hosts): [mempool-positions] the positions stay where they were; a pool that has been in
-    // use needs a Clear.
+    // Kept (hosts): [mempool-positions] the positions are not reset. A pool that has been in use
+    // needs a Clear.
     m_pBuf = pBuf;
     m_nBlockLen = nBlockLen;
     m_dwRingLen = dwRingLen;
@@ -50,8 +50,8 @@ bool CMemPool::Release() {
 
 bool CMemPool::InputData(const void* pData, uint32_t dwDataLen) {
     if (pData == nullptr || dwDataLen == 0) {
-        // Kept (hosts): [mempool-texts] plain text on standard output, past the log; only the text
-        // for two empty pieces ends its line.
+        // Kept (hosts): [mempool-texts] these texts go to standard output without a log level. Only
+        // the text for two empty pieces ends with a line feed.
         printf("invalid input para,dwDataLen = %u", dwDataLen);
         return false;
     }
@@ -63,8 +63,8 @@ bool CMemPool::InputData(const void* pData, uint32_t dwDataLen) {
     PutHeader(pos.dwWrite, dwDataLen);
     memcpy(m_pBuf + pos.dwWrite + RECORD_OVERHEAD, pData, dwDataLen);
 
-    // Kept (hosts): [mempool-one-piece] this advance alone compares without the 8 bytes in front of
-    // the data.
+    // Kept (hosts): [mempool-one-piece] only this append leaves the 8-byte record header out of the
+    // comparison with the ring.
     const bool bInRing = uint64_t{pos.dwWrite} + dwDataLen < m_dwRingLen;
     m_dwWidx.store(bInRing ? pos.dwWrite + dwDataLen + RECORD_OVERHEAD : 0,
                    std::memory_order_release);
@@ -127,11 +127,11 @@ bool CMemPool::GetData(uint8_t** ppBuf, uint32_t* pdwLen) {
     if (m_pBuf == nullptr || (Used(pos) < RECORD_OVERHEAD && pos.dwRead <= pos.dwWrite)) {
         return false;
     }
-    // Kept (hosts): [mempool-marker] the marker in front of the length is not checked.
+    // Kept (hosts): [mempool-marker] the marker before the length is not checked.
     uint32_t dwLen = 0;
     memcpy(&dwLen, m_pBuf + pos.dwRead + sizeof(RECORD_MARKER), sizeof(dwLen));
-    // A commit of more than was offered, or a consumed length that was not the reported one, must
-    // not lead the reader out of the block.
+    // The caller may have committed more than GetBuf offered, or consumed another length than
+    // GetData reported. The reader must still stay inside the block.
     const uint64_t nHeld = m_nBlockLen - pos.dwRead - RECORD_OVERHEAD;
     *ppBuf = m_pBuf + pos.dwRead + RECORD_OVERHEAD;
     *pdwLen = static_cast<uint32_t>(std::min<uint64_t>(dwLen, nHeld));
@@ -163,10 +163,10 @@ uint32_t CMemPool::Used(const TPositions& pos) const {
     return m_dwRingLen == 0 ? 0 : (pos.dwWrite - pos.dwRead + m_dwRingLen) % m_dwRingLen;
 }
 
-// How many bytes a record has to stay below. The tail counts while the write position is the one in
-// front: a record behind it then meets nothing unread. With the read position at 0 it does not: a
-// record that reached the ring's end would bring the write position there too, and the full ring
-// would look empty.
+// The size that a record, header included, must stay below. While the write position is ahead of
+// the read position, a record may extend into the tail, because no unread data lies after it. It
+// may not while the read position is 0: a record that reaches the end of the ring would set the
+// write position to 0 as well, and the full ring would look empty.
 uint64_t CMemPool::Room(const TPositions& pos) const {
     if (m_pBuf == nullptr) {
         return 0;

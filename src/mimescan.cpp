@@ -14,9 +14,9 @@ bool EndsWord(int c) {
     return c < ' ' || c == 0x7F || strchr(" \t=:;,-", c) != nullptr;
 }
 
-// A line feed is never a delimiter: line ends have rules of their own.
+// A line feed is never a delimiter: next_delimited handles line ends itself.
 //
-// Kept (clients): [nul-delimiter] a NUL byte divides a header like a delimiter does.
+// Kept (clients): [nul-delimiter] a NUL byte divides a header like a delimiter.
 bool IsDelimiter(int c, const char* szDelimiters) {
     return c == '\0' || (c != '\n' && strchr(szDelimiters, c) != nullptr);
 }
@@ -109,8 +109,8 @@ CMimeToken CMimeScanner::next_word() {
     return token;
 }
 
-// Kept (clients): [quoted-slice] the slice still begins at the opening quote, which its length does
-// not count.
+// Kept (clients): [quoted-slice] the slice begins at the opening quote, but its length counts only
+// the characters inside the quotes. So `"abc"` gives `"ab`.
 void CMimeScanner::read_quoted(CMimeToken& token) {
     for (int c = m_input.read(); c != '"' && c != -1; c = m_input.read()) {
         ++token.m_conten.len;
@@ -132,8 +132,8 @@ void CMimeScanner::read_unquoted(CMimeToken& token) {
     token.m_lastChar = static_cast<unsigned char>(c);
 }
 
-// Kept (clients): [trailing-blanks] leading blanks are skipped, trailing ones belong to the token.
-// So "Session :" is another header.
+// Kept (clients): [trailing-blanks] leading blanks are skipped, but trailing blanks belong to the
+// token. So "Session :" is not the header "Session".
 CMimeToken CMimeScanner::next_delimited(const char* szDelimiters) {
     CMimeToken token;
     token.m_conten.value = m_input.ptr();
@@ -153,14 +153,14 @@ CMimeToken CMimeScanner::next_delimited(const char* szDelimiters) {
             continue;
         }
         skip_line_end_pair(c);
-        // Kept (clients): [empty-token-fold] an empty token is not folded, so that a body may begin
-        // with a blank.
+        // Kept (clients): [empty-token-fold] an empty line is not joined with the next one, so that
+        // a body may begin with a blank.
         if (!token.hasValue() || !IsBlank(m_input.peek())) {
             token.m_lastChar = CMimeToken::END_OF_LINE;
             return token;
         }
-        // Kept (clients): [fold-without-blank] nothing takes the place of the line end and its
-        // blanks, where RFC 2326 has one blank.
+        // Kept (clients): [fold-without-blank] the line end and the blanks after it are removed.
+        // RFC 2326 replaces them with one blank.
         SkipWS();
         if (fold == Fold::NONE) {
             fold = begin_join(token) ? Fold::JOINED : Fold::CUT;
@@ -175,14 +175,14 @@ void CMimeScanner::skip_line_end_pair(int c) {
 }
 
 void CMimeScanner::take_byte(CMimeToken& token, char c, Fold fold) {
-    // Unfolded text is where it was received; only its length grows.
+    // The text of a single line stays where it was received; only its length grows.
     if (fold == Fold::NONE || (fold == Fold::JOINED && m_pFolded->Append(&c, 1))) {
         ++token.m_conten.len;
     }
 }
 
 bool CMimeScanner::begin_join(CMimeToken& token) {
-    // All tokens of a stream together are no longer than the stream.
+    // This size is enough: all tokens of a stream together are no longer than the stream.
     if (m_pFolded == nullptr || !m_pFolded->Reserve(m_input.length())) {
         return false;
     }

@@ -72,10 +72,10 @@ class CMimeScanner {
 
     void SkipWS();  // blanks and tabs
 
-    // Word mode (null): one character whatever it is, then a run up to one of " \t=:;,-" or a
-    // control character, which is not consumed; or a quoted text. Delimiter mode: everything up to
-    // one of the delimiters (a NUL always is one), which is consumed, or up to the end of the line,
-    // folded lines being joined (RFC 2326, section 4.2).
+    // Word mode (`szDelimiters` is null): a token is a quoted text, or any one character and those
+    // after it up to one of " \t=:;,-" or a control character, which is not consumed.
+    // Delimiter mode: a token ends before one of the delimiters, which is consumed, or at the end
+    // of the line. A NUL always is a delimiter. Folded lines are joined (RFC 2326, section 4.2).
     CMimeToken next_token(const char* szDelimiters);
 
     [[nodiscard]] int offset() const { return m_input.offset(); }

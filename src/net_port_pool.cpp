@@ -7,7 +7,8 @@
 
 namespace {
 
-// The 16-bit counter of the fill steps by 2 and wraps; below these ranges it passes the maximum.
+// The fill counts up in steps of 2 and stops above the maximum. In these ranges its 16-bit counter
+// wraps to 0 before it gets there.
 bool RangeNeverEnds(uint16_t min, uint16_t max) {
     if (min > max || max <= RTSPS_MAX_DATA_PORT) {
         return false;
@@ -22,7 +23,7 @@ std::atomic<uint32_t> CNet_PortPool::m_nRefer{0};
 CNet_PortPool* CNet_PortPool::create_new(uint16_t min, uint16_t max) {
     CNet_PortPool* pPool = nullptr;
     try {
-        // The queue allocates in its constructor and may throw in spite of the nothrow form.
+        // The nothrow form covers the object only: the queue's constructor allocates and may throw.
         pPool = new (std::nothrow) CNet_PortPool();
     } catch (const std::bad_alloc&) {
         return nullptr;
@@ -52,8 +53,8 @@ int32_t CNet_PortPool::crete_port_pairs(uint16_t min, uint16_t max) {
         return -1;
     }
     try {
-        // Kept (operators): [pool-pairs] an odd minimum gives odd RTP ports, and the RTCP port of
-        // the last pair may be one above the maximum.
+        // Kept (operators): [pool-pairs] an odd minimum gives odd RTP ports. The RTCP port of the
+        // last pair may be the maximum plus 1.
         for (uint16_t port = min; max >= port; port = static_cast<uint16_t>(port + 2)) {
             m_portqueue.push_back(port);
             // Kept (operators): [pool-size-adds] a second fill adds to the size of the first,
@@ -83,8 +84,8 @@ int32_t CNet_PortPool::reuse_port_pair(uint16_t port) {
     if (port == 0) {
         return -1;
     }
-    // Kept (operators): [pool-any-port] a port given back twice is queued twice, and a foreign port
-    // joins the pool.
+    // Kept (operators): [pool-any-port] a port that is given back twice is queued twice. A port
+    // outside the range is queued as well.
     CLockGuard lock(m_mutex_lock);
     if (m_portqueue.size() >= MAX_QUEUED_PORTS) {
         return -1;

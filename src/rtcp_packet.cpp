@@ -15,7 +15,7 @@ constexpr int APP_NAME_OFFSET = 8;
 constexpr int APP_DATA_OFFSET = 12;
 
 // Kept (clients): [rtcp-absent-block] a packet without report blocks is converted as if it had one,
-// into what follows it.
+// so the bytes after it are converted too.
 int ReportWords(int nCount, size_t nSizeWithOne) {
     return (std::max(nCount - 1, 0) * REPORT_SIZE + static_cast<int>(nSizeWithOne)) / 4;
 }
@@ -29,15 +29,15 @@ CRtcpPacket::CRtcpPacket(void* buf, int len)
     }
     m_rtcp = static_cast<rtcp_packet*>(buf);
     m_rtcp->common.length = ntohs(m_rtcp->common.length);
-    // Kept (clients): [rtcp-length-word] the size is the length field alone, without the word that
-    // RFC 3550 has it leave out.
+    // Kept (clients): [rtcp-length-word] the size is the length field in words. In RFC 3550 the
+    // field is the size minus one word, so one word is missing here.
     const int nSize = m_rtcp->common.length * 4;
     if (nSize > len) {
         return;
     }
     m_length = nSize;
     if (m_rtcp->common.padding != 0 && nSize > 0) {
-        // Kept (clients): [rtcp-padding-bits] only the low two bits of the padding count.
+        // Kept (clients): [rtcp-padding-bits] only the low two bits of the padding count are used.
         m_length -= Bytes()[nSize - 1] & 3;
     }
     switch (m_rtcp->common.type) {
@@ -70,7 +70,7 @@ CRtcpPacket::CRtcpPacket(const CRtcpPacket& other)
     }
 }
 
-// Converts the words behind the common header, as far as the buffer holds them.
+// Converts the words after the common header, as far as the buffer holds them.
 void CRtcpPacket::ConvertWords(int nWords, int len) {
     const int nHeld = std::min(nWords, (len - RTCP_COMMON_SIZE) / 4);
     ConvertFromNetwork(m_rtcp, 1, nHeld);
@@ -91,8 +91,8 @@ void CRtcpPacket::ParseSdes(int len) {
     }
 }
 
-// Records the items of a chunk (none for a null chunk). Returns where the next chunk begins, which
-// is `len` or above when there cannot be one.
+// Records the items of a chunk; skips them when `pChunk` is null. Returns the offset of the next
+// chunk, or `len` or more when no chunk can follow.
 int CRtcpPacket::ParseSdesItems(sdes_chunk* pChunk, int nOffset, int len) {
     const uint8_t* pStart = Bytes();
     while (nOffset < len) {
@@ -193,7 +193,7 @@ const uint8_t* CRtcpAppPacket::data() const {
     return data_len() > 0 ? Bytes() + APP_DATA_OFFSET : nullptr;
 }
 
-// The length without the common header is what SSRC, name and data take on the wire.
+// `m_length` leaves the common header out, so it is the size of SSRC, name and data.
 int CRtcpAppPacket::data_len() const {
     if (!Holds(RTCP_APP, APP_DATA_OFFSET, 0)) {
         return 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// RTCP on the wire (RFC 3550, section 6), and a parser for received packets. The server itself only
-// sends reports; the parser is there for hosts of the sources.
+// RTCP on the wire (RFC 3550, section 6), and a parser for received packets. The server only sends
+// reports; it does not use the parser, which is for programs that compile these sources.
 #ifndef RTCP_PACKET_H
 #define RTCP_PACKET_H
 
@@ -79,12 +79,12 @@ struct RTP_WIRE rtcp_rr {
 struct RTP_WIRE rtcp_sdes_item {
     uint8_t type;
     uint8_t length;
-    uint8_t data[256];  // `length` of them
+    uint8_t data[256];  // the first `length` bytes are used
 };
 
 struct RTP_WIRE rtcp_sdes {
     uint32_t ssrc;
-    rtcp_sdes_item item[1];  // one behind the other, until a type of 0
+    rtcp_sdes_item item[1];  // one after the other, up to a type of 0
 };
 
 struct RTP_WIRE rtcp_bye {
@@ -112,7 +112,7 @@ static_assert(sizeof(rtcp_common) == RTCP_COMMON_SIZE && sizeof(rtcp_report) == 
                   sizeof(rtcp_sr) == 48 && sizeof(rtcp_rr) == 28 && alignof(rtcp_packet) == 1,
               "as on the wire");
 
-// One chunk of an SDES packet. The pointers lead into the caller's buffer.
+// One chunk of an SDES packet. The pointers point into the caller's buffer.
 struct sdes_chunk {
     const rtcp_sdes* header;
     const rtcp_sdes_item* item[RTCP_MAX_ITEMS];
@@ -120,14 +120,15 @@ struct sdes_chunk {
     int32_t size;   // their bytes, type and length included
 };
 
-// Parses one received packet in place: what it declares and the buffer holds is converted to host
-// byte order, once. The buffer stays the caller's and must outlive the packet object. When the type
-// is not known beforehand, parse a CRtcpPacket, look at type(), and make the view from it.
+// Parses one received packet in place. The constructor converts the fields that the packet declares
+// and the buffer holds to host byte order. The caller owns the buffer, which must outlive the
+// packet object. When the type is unknown, parse a CRtcpPacket, check type(), and construct the
+// class of that type from it.
 //
-// `len` is to end where the packet ends. With more of a compound packet behind it, a sender or
-// receiver report without blocks would take part of its neighbour for one and convert that as well.
+// `len` must not include the next packet of a compound packet: a sender or receiver report without
+// blocks would treat the start of that packet as a report block and convert it.
 //
-// Every accessor gives 0 or null for what the packet does not hold.
+// Every accessor returns 0 or null for fields that the packet does not hold.
 class CRtcpPacket {
   public:
     CRtcpPacket(void* buf, int len);
@@ -150,10 +151,10 @@ class CRtcpPacket {
     [[nodiscard]] const rtcp_report* Report(rtcp_type nType, int nFirst, int i) const;
     [[nodiscard]] const uint8_t* Bytes() const { return reinterpret_cast<const uint8_t*>(m_rtcp); }
 
-    rtcp_packet* m_rtcp;                   // not owned; null when not even a header is held
-    int32_t m_length;                      // 0 when the packet declares more than is held
+    rtcp_packet* m_rtcp;                   // not owned; null when the buffer is below a header
+    int32_t m_length;                      // 0 when the packet declares more than the buffer holds
     int32_t m_nReadable;                   // bytes from the start that are held and converted
-    sdes_chunk* m_chunk[RTCP_MAX_CHUNKS];  // those recorded, in m_stuChunk; null behind them
+    sdes_chunk* m_chunk[RTCP_MAX_CHUNKS];  // recorded chunks, in m_stuChunk; the others are null
 
   private:
     void ConvertWords(int nWords, int len);

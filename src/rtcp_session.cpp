@@ -9,7 +9,7 @@
 namespace {
 
 constexpr time_t REPORT_INTERVAL_SEC = 5;
-// A next report further away than this means that the clock was set back.
+// When the next report is further away than this, the clock was set back.
 constexpr time_t CLOCK_STEP_SEC = 11;
 constexpr uint32_t NTP_EPOCH_OFFSET = 2208988800U;  // seconds from 1900 to 1970
 constexpr int SENDER_REPORT_SIZE = 28;
@@ -43,15 +43,15 @@ void CRtcpSession::count_packets(const uint8_t* pLastHeader, int len, uint32_t n
     m_ssrc = ReadBe32(pLastHeader + RTP_OFFSET_SSRC);
     m_lastTimeStamp = ReadBe32(pLastHeader + RTP_OFFSET_TIMESTAMP);
     m_pSend += nPackets;
-    // Kept (clients): [report-octets] the callers pass 0, so the octet count falls by 12 with every
-    // packet, modulo 2^32.
+    // Kept (clients): [report-octets] the callers pass a length of 0, so every packet reduces the
+    // octet count by 12, modulo 2^32.
     m_oSend += nPackets * static_cast<uint32_t>(len - RTP_HEADER_SIZE);
 }
 
 void CRtcpSession::calc_next_time() {
     gettimeofday(&m_nextTime, nullptr);
-    // Kept (clients): [report-interval] whole seconds count, so a report may leave little more than
-    // 4 s after the start or the last one.
+    // Kept (clients): [report-interval] only whole seconds are compared, so a report may be sent
+    // little more than 4 s after the start or after the last report.
     m_nextTime.tv_sec += REPORT_INTERVAL_SEC;
 }
 
@@ -88,8 +88,8 @@ int CRtcpSession::send_sr(int timeout) {
     }
     timeval now{};
     gettimeofday(&now, nullptr);
-    // Kept (clients): [report-alone] a lone sender report without report blocks and without the
-    // SDES that RFC 3550 asks for.
+    // Kept (clients): [report-alone] the sender report has no report blocks and is sent without the
+    // SDES packet that RFC 3550 requires.
     uint8_t packet[RTP_PREFIX_SIZE + SENDER_REPORT_SIZE] = {};
     uint8_t* pReport = packet + RTP_PREFIX_SIZE;
     pReport[0] = RTP_VERSION << 6;
@@ -97,7 +97,7 @@ int CRtcpSession::send_sr(int timeout) {
     WriteBe16(pReport + 2, SENDER_REPORT_WORDS);
     WriteBe32(pReport + 4, m_ssrc);
     WriteBe32(pReport + 8, static_cast<uint32_t>(now.tv_sec) + NTP_EPOCH_OFFSET);
-    // Kept (clients): [report-fraction] the microseconds, not scaled to 2^32.
+    // Kept (clients): [report-fraction] the fraction is in microseconds, not in units of 2^-32 s.
     WriteBe32(pReport + 12, static_cast<uint32_t>(now.tv_usec));
     WriteBe32(pReport + 16, m_lastTimeStamp);
     WriteBe32(pReport + 20, m_pSend);
@@ -108,9 +108,9 @@ int CRtcpSession::send_sr(int timeout) {
         WriteBe16(packet + 2, SENDER_REPORT_SIZE);
         pTransmitter->SendPacket(packet, sizeof(packet), timeout);
     } else {
-        // Kept (clients): [report-without-header] handed over without a prefix, so the UDP
-        // transmitter cuts off the common header and the datagram holds the 24 bytes from the SSRC
-        // on.
+        // Kept (clients): [report-without-header] the report is passed without a 4-byte prefix, so
+        // the UDP transmitter removes the common header instead. The datagram holds the 24 bytes
+        // that begin with the SSRC.
         pTransmitter->SendPacket(pReport, SENDER_REPORT_SIZE, timeout);
     }
     return 0;

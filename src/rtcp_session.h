@@ -8,32 +8,33 @@
 
 #include "session.h"
 
-// The RTCP side of one media stream (RFC 3550, 6.4.1): counts what is sent and emits a sender
-// report every 5 seconds at most, while media is being sent. Incoming RTCP is never read.
+// The RTCP side of one media stream (RFC 3550, 6.4.1): counts the packets sent and, while media is
+// sent, sends a sender report about every 5 seconds. Incoming RTCP is never read.
 // Not thread-safe: all fields are under the owning CTransCtrl's m_mutexMedia.
 class CRtcpSession final : public CSession {
   public:
     explicit CRtcpSession(ETRANS_MODE mode) : CSession(mode) {}
     ~CRtcpSession() override;
 
-    // Opens the path on the RTCP ports in `pInfo`; 0 or -1. A session that was never opened
-    // counts, and sends nothing.
+    // Opens the transmitter on the RTCP ports in `pInfo`. Returns 0 or -1. A session that was never
+    // opened counts packets but sends no report.
     [[nodiscard]] int open(TRANS_INFO* pInfo);
     int close();
     int get_handle() const { return GetTransmitter()->GetHandle(); }
 
-    // Accounts one RTP packet, given its header of at least 12 bytes; 0.
+    // Counts one RTP packet, of which `pHeader` holds at least 12 bytes. Returns 0.
     int parse_rtp_packet(const uint8_t* pHeader, int len);
-    // The same for `nPackets` in a row, given the header of the last one.
+    // Counts `nPackets` packets in a row; `pLastHeader` is the header of the last one.
     void count_packets(const uint8_t* pLastHeader, int len, uint32_t nPackets);
 
-    // Whether the next is_time() does anything but say 0.
+    // Whether the next is_time() returns 1 or schedules the first report.
     bool is_due() const;
-    // 1 when a report is due; the next one is then 5 seconds off.
+    // Returns 1 when a report is due, and then schedules the next one 5 seconds later. The first
+    // call only schedules the first report, and returns 0.
     uint32_t is_time();
     void calc_next_time();
 
-    // Sends one report; 0, whatever happens.
+    // Sends one report. Always returns 0.
     int send_sr(int timeout);
 
   private:

@@ -3,7 +3,7 @@
 
 namespace {
 
-// Whether one more datagram of `nUnit` bytes fits a burst of `nUnits` in `nBytes`.
+// Whether a unit of `nUnit` bytes fits a burst that already holds `nUnits` units of `nBytes` bytes.
 bool FitsBurst(int nUnit, int nFirstSize, int nUnits, int nBytes) {
     return nUnit <= nFirstSize && nUnits < CRtpBurst::MAX_DATAGRAMS &&
            nBytes + nUnit <= CRtpBurst::MAX_DATAGRAM_BYTES;
@@ -33,7 +33,7 @@ CRtpBurst::CRtpBurst(uint8_t* pUnits, int len, EKind kind, CUnitStamp stamp,
         }
         uint16_t nNext = nSequence;
         if (!CheckVideoSequence(pUnit + RTP_PREFIX_SIZE, &nNext)) {
-            break;  // a gap is a log line
+            break;  // a gap is logged when its unit is sent alone
         }
         nSequence = nNext;
         StampUnit(pUnit, nUnit, stamp);

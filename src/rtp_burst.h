@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The units at the start of a push that may leave in one system call, and the result of a send.
+// A burst: the units at the start of a push that one system call may send. Also the result of a
+// send.
 //
-// A burst is only ever what an observer cannot tell from sending its units one by one: the same
-// bytes in the same order, the same results and log lines, the same treatment of what the socket
-// does not take (but for the room that the kernel grants one call and not many). Whatever needs
-// more care than that (a sequence gap, a report that is due, a reply, an odd size) ends the burst,
-// and the unit goes alone.
+// A burst has the same effects as sending its units one by one: the same bytes in the same order,
+// the same results, the same log lines, and the same handling of units that the socket does not
+// take. The only difference is that the kernel may accept more bytes in one call than in several.
+// A unit with a further effect (a sequence gap, a report that is due, a reply, a size that does not
+// fit) ends the burst and is sent alone.
 #ifndef RTP_BURST_H
 #define RTP_BURST_H
 
@@ -13,12 +14,12 @@
 
 #include "rtp_packet.h"
 
-// What became of the first units of a run.
+// The result of sending the first units of a run.
 struct CSendResult {
     enum EOutcome {
-        SENT,        // `nUnits` units of `nBytes` in all were taken
-        SEND_ALONE,  // nothing was tried: the first unit has to leave on its own
-        NOT_TAKEN,   // the first unit was not taken whole, but for `nBytes` of it
+        SENT,        // the socket took `nUnits` units, `nBytes` bytes in total
+        SEND_ALONE,  // nothing was sent: the caller has to send the first unit alone
+        NOT_TAKEN,   // the socket took only `nBytes` bytes of the first unit, or 0
         FAILED,      // a socket error
     };
     EOutcome outcome;
@@ -29,18 +30,18 @@ struct CSendResult {
 class CRtpBurst {
   public:
     enum EKind {
-        NONE,       // every unit goes alone
-        STREAM,     // the units as they lie in the buffer, prefixes included
+        NONE,       // every unit is sent alone
+        STREAM,     // the units as they are in the buffer, prefixes included
         DATAGRAMS,  // one datagram per unit, all of one size except for a shorter last one
     };
 
     static constexpr int MAX_DATAGRAMS = 64;          // segments that one call takes
-    static constexpr int MAX_DATAGRAM_BYTES = 65000;  // together; less than one IP packet holds
+    static constexpr int MAX_DATAGRAM_BYTES = 65000;  // in total; below the limit of an IP packet
 
-    // Looks for the burst at the start of `len` bytes of units, and stamps its units. A unit that
-    // is sent alone after all is stamped again, with the same. A unit that is not sent keeps the
-    // stamp in the host's buffer until the next client's replaces it. `nExpectedSequence` is the
-    // next sequence number of video, 0 when none is expected.
+    // Finds the burst at the start of `len` bytes of units, and stamps its units. A unit that is
+    // then sent alone is stamped again with the same values. A unit that is not sent keeps this
+    // stamp in the host's buffer until the stamp of the next client replaces it.
+    // `nExpectedSequence` is the next sequence number of video, 0 when none is expected.
     CRtpBurst(uint8_t* pUnits, int len, EKind kind, CUnitStamp stamp, uint16_t nExpectedSequence);
 
     uint8_t* Data() const { return m_pUnits; }
@@ -51,8 +52,8 @@ class CRtpBurst {
     uint16_t NextSequence() const { return m_nSequence; }
     const uint8_t* LastUnit() const { return m_pLastUnit; }
 
-    // The results when all units were taken, the first one only, and all up to and including the
-    // one in which byte `nByte` of the burst lies.
+    // The results for three cases: the socket took all units, only the first one, or all up to and
+    // including the one that contains byte `nByte` of the burst.
     CSendResult AllSent() const { return {CSendResult::SENT, m_nBytes, m_nUnits}; }
     CSendResult FirstSent() const { return {CSendResult::SENT, m_nFirstSize, 1}; }
     CSendResult SentUpTo(int nByte) const;

@@ -9,8 +9,8 @@
 #include "rtsps_server_api.h"
 #include "rtsps_text.h"
 
-// Where the fields of a packet lie, in bytes from the start of its header. Packets in the host's
-// buffers start at any alignment: read and write them byte by byte (ReadBe16 and its kin).
+// Offsets of the fields, in bytes from the start of the header. Packets in the host's buffers may
+// have any alignment: read and write them byte by byte (ReadBe16 and similar functions).
 constexpr int RTP_HEADER_SIZE = 12;
 constexpr int RTP_OFFSET_PAYLOAD = 1;  // the marker bit shares this byte
 constexpr int RTP_OFFSET_SEQUENCE = 2;
@@ -22,8 +22,8 @@ constexpr uint8_t RTP_PAYLOAD_MASK = 0x7F;
 constexpr unsigned RTP_VERSION = 2;
 constexpr uint8_t RTP_PAYLOAD_VIDEO = 96;  // the dynamic payload type that marks video
 
-// A media unit is a prefix and one RTP packet: "$", a channel byte, and the length of what follows
-// as a big-endian 16-bit number.
+// A media unit is a prefix and one RTP packet. The prefix is "$", a channel byte, and the length of
+// the packet as a big-endian 16-bit number.
 constexpr int RTP_PREFIX_SIZE = RTSPS_UNIT_PREFIX_SIZE;
 constexpr int RTP_PREFIX_OFFSET_CHANNEL = 1;
 constexpr int RTP_PREFIX_OFFSET_LENGTH = 2;
@@ -40,11 +40,11 @@ inline int UnitSize(const uint8_t* pUnit) {
     return ReadBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH) + RTP_PREFIX_SIZE;
 }
 
-// Interleaved, replies pass through the media path, so that both share the connection's pending
-// buffer. Whether a buffer is one: it begins with "RTSP", in any case.
+// Whether a buffer holds a reply: it begins with "RTSP". In interleaved mode replies take the same
+// path as media, so that both share the connection's pending buffer.
 //
 // Kept (hosts): [reply-like-unit] a unit of the host that begins with these letters, in any case,
-// passes for a reply and is not stamped.
+// is treated as a reply and is not stamped.
 inline bool IsReplyText(const void* pBuf, int len) {
     constexpr uint32_t LOWER_CASE_BITS = 0x20202020;
     constexpr uint32_t RTSP_IN_LOWER_CASE = 0x72747370;
@@ -55,7 +55,7 @@ inline bool IsReplyText(const void* pBuf, int len) {
 // How a transport changes the units of the host.
 struct CUnitStamp {
     enum EPrefix {
-        LEFT_ALONE,   // datagrams leave without it
+        LEFT_ALONE,   // datagrams are sent without the prefix
         EMPTY,        // channel 0 and length 0
         INTERLEAVED,  // the channel and the length
     };
@@ -64,7 +64,7 @@ struct CUnitStamp {
     uint8_t byChannel;  // for INTERLEAVED
 };
 
-// Stamps a unit of `len` bytes in place. Touches only what the unit holds.
+// Stamps a unit of `len` bytes in place. A unit without room for a field is not stamped with it.
 inline void StampUnit(uint8_t* pUnit, int len, CUnitStamp stamp) {
     if (len >= RTP_PREFIX_SIZE + RTP_HEADER_SIZE) {
         WriteBe32(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SSRC, stamp.dwSSRC);
@@ -79,9 +79,9 @@ inline void StampUnit(uint8_t* pUnit, int len, CUnitStamp stamp) {
     }
 }
 
-// Checks the sequence number of a video packet against the expected one, where 0 expects none, and
-// stores the number to expect after it. Packets of other payload types always pass. Reads the first
-// 4 bytes of the header.
+// Compares the sequence number of a video packet with `*pnExpected` (0: no number is expected), and
+// stores the next expected number there. Packets of other payload types always pass. Reads the
+// first 4 bytes of the header.
 inline bool CheckVideoSequence(const uint8_t* pHeader, uint16_t* pnExpected) {
     // Kept (hosts): [sequence-of-96] only payload type 96 is checked, whatever the host has
     // declared for video.
@@ -95,8 +95,8 @@ inline bool CheckVideoSequence(const uint8_t* pHeader, uint16_t* pnExpected) {
     return bAsExpected;
 }
 
-// Wire structures overlay bytes that come from anywhere, so they ask for no alignment and may alias
-// any type.
+// Wire structures are laid over received bytes, so they require no alignment and may alias any
+// type.
 #define RTP_WIRE __attribute__((packed, may_alias))
 
 struct RTP_WIRE rtp_hdr {
@@ -142,30 +142,32 @@ struct rtp_buf {
     int32_t len;
 };
 
-// Convert `nCount` 32-bit words in place, beginning with word `nFirst` of those at `pWords`, which
-// may lie at any alignment.
+// Convert `nCount` 32-bit words in place, starting with word `nFirst` of the array at `pWords`. Any
+// alignment is allowed.
 void ConvertToNetwork(void* pWords, int nFirst, int nCount);
 void ConvertFromNetwork(void* pWords, int nFirst, int nCount);
 
-// Packs or parses one RTP header in a buffer of the caller, who keeps it alive and owns it.
+// Packs or parses one RTP header in a buffer that the caller owns. The buffer must outlive the
+// object.
 class CRtpPacket {
   public:
-    // `hdr` is where the header starts. `length` is the length of the payload behind it for pack()
-    // (the buffer then holds 12 bytes more), and of the whole packet for unpack().
+    // `hdr` is the start of the header. For pack(), `length` is the length of the payload after the
+    // header, and the buffer is 12 bytes larger. For unpack(), `length` is that of the packet.
     CRtpPacket(void* hdr, int length);
 
-    // Writes the header, and raises the sequence number of `param` for the next packet.
-    // Returns header and payload, or null when there is no buffer, no parameters or no such length.
+    // Writes the header, and increments the sequence number of `param` for the next packet.
+    // Returns header and payload. Returns null when the buffer or `param` is null, and when the
+    // length is negative or too large.
     [[nodiscard]] rtp_buf* pack(rtp_param* param);
 
-    // Converts the header to host byte order in place, once, and finds the payload.
-    // Returns the payload, or null, with the packet untouched, when it is too short for what it
-    // declares or not of version 2.
+    // Converts the header to host byte order in place and finds the payload. Call it once.
+    // Returns the payload. Returns null, and leaves the packet unchanged, when the packet is
+    // shorter than it declares or its version is not 2.
     [[nodiscard]] rtp_buf* unpack();
 
     [[nodiscard]] int RtpHeaderSize() const { return RTP_HEADER_SIZE; }
     [[nodiscard]] const rtp_hdr* Header() const { return m_rtphdr; }
-    [[nodiscard]] int Length() const { return m_length; }  // unpack() takes the padding off
+    [[nodiscard]] int Length() const { return m_length; }  // unpack() subtracts the padding
     [[nodiscard]] bool IsValid() const { return m_bValid; }
 
   private:

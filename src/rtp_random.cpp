@@ -36,7 +36,7 @@ double RTPRdm::GetRandomDouble() {
     return d;
 }
 
-// rand() is what the header promises: one state for the whole process.
+// The header documents rand(), with its one state for the whole process.
 // NOLINTBEGIN(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
 uint8_t GetRandom8_Default() {
     return static_cast<uint8_t>(static_cast<unsigned>(rand() * 256.0 / RAND_RANGE));
@@ -50,7 +50,8 @@ uint32_t GetRandom32_Default() {
     const uint32_t a = GetRandom16_Default();
     const uint32_t b = GetRandom16_Default();
     const uint32_t c = GetRandom16_Default();
-    // Kept (hosts): [random32-overlap] the parts overlap. A seed of the host keeps its sequence.
+    // Kept (hosts): [random32-overlap] the parts overlap. Hosts that seed rand() get the same
+    // sequence as ever.
     return a ^ (b << 8) ^ (c << 16);
 }
 

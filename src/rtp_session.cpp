@@ -9,7 +9,7 @@
 
 namespace {
 
-// Shortest units in which a sequence number, and in which a whole RTP header, is held.
+// The shortest units that hold a sequence number and a whole RTP header.
 constexpr int UNIT_SIZE_WITH_SEQUENCE = RTP_PREFIX_SIZE + RTP_OFFSET_TIMESTAMP;
 constexpr int UNIT_SIZE_WITH_HEADER = RTP_PREFIX_SIZE + RTP_HEADER_SIZE;
 
@@ -46,7 +46,8 @@ void CRtpSession::open_rtcp(const TRANS_INFO& info) {
     }
     RTSPS_LOG(INFO, "rtcp create_new OK == [%d]", GetTransMode());
     if (GetTransMode() != UDP_MODE) {
-        // Kept (clients): [rtcp-udp-only] never opened when interleaved, so no report leaves there.
+        // Kept (clients): [rtcp-udp-only] RTCP is never opened in interleaved mode, so no report is
+        // sent there.
         return;
     }
     TRANS_INFO rtcpInfo = info;
@@ -101,7 +102,7 @@ CUnitStamp CRtpSession::stamp() const {
     if (GetTransMode() == RTPOVERRTSP_MODE) {
         stamp.prefix = CUnitStamp::INTERLEAVED;
     } else if (GetTransMode() == TCP_MODE) {
-        // Kept (clients): [tcp-empty-prefix] the four bytes are sent, with channel 0 and length 0.
+        // Kept (clients): [tcp-empty-prefix] the prefix is sent too, with channel 0 and length 0.
         stamp.prefix = CUnitStamp::EMPTY;
     }
     return stamp;
@@ -116,7 +117,7 @@ CSendResult CRtpSession::send_units(uint8_t* pUnits, int len, int timeout) {
     }
     const int nUnit = UnitSize(pUnits);
     if (nUnit > len) {
-        return {CSendResult::NOT_TAKEN};  // cut off by the host: never clamped and sent
+        return {CSendResult::NOT_TAKEN};  // the push ends inside the unit: no part of it is sent
     }
     return send_alone(pUnits, nUnit, timeout);
 }
@@ -128,7 +129,7 @@ CSendResult CRtpSession::send_burst(uint8_t* pUnits, int len) {
     }
     const CRtpBurst burst(pUnits, len, pTransmitter->burst_kind(), stamp(), m_seq);
     if (burst.Units() < 2 || (m_pRtcpSession != nullptr && m_pRtcpSession->is_due())) {
-        return {CSendResult::SEND_ALONE};  // a report that is due leaves after the next unit
+        return {CSendResult::SEND_ALONE};  // a report that is due is sent after the next unit
     }
     const CSendResult result = pTransmitter->SendBurst(burst);
     account_burst(burst, result);
@@ -137,7 +138,7 @@ CSendResult CRtpSession::send_burst(uint8_t* pUnits, int len) {
 
 CSendResult CRtpSession::send_alone(uint8_t* pUnit, int len, int timeout) {
     const int nResult = send(pUnit, len, timeout);
-    // The next client's walk needs the length, which separate TCP has overwritten.
+    // Separate TCP has overwritten the length, which the send to the next client reads.
     WriteBe16(pUnit + RTP_PREFIX_OFFSET_LENGTH, static_cast<uint16_t>(len - RTP_PREFIX_SIZE));
     if (nResult < 0) {
         return {CSendResult::FAILED};
@@ -146,9 +147,9 @@ CSendResult CRtpSession::send_alone(uint8_t* pUnit, int len, int timeout) {
                           : CSendResult{CSendResult::NOT_TAKEN, nResult};
 }
 
-// Accounts the units that were tried, each as account_unit does.
+// Does the work of account_unit for each unit whose send was tried.
 void CRtpSession::account_burst(const CRtpBurst& burst, const CSendResult& result) {
-    if (result.nUnits == burst.Units()) {  // all at once: no sequence number is a gap
+    if (result.nUnits == burst.Units()) {  // all units at once: a burst has no sequence gap
         m_seq = burst.NextSequence();
         if (m_pRtcpSession != nullptr) {
             m_pRtcpSession->count_packets(burst.LastUnit() + RTP_PREFIX_SIZE, 0,

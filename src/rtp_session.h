@@ -10,16 +10,16 @@
 
 class CRtcpSession;
 
-// One media stream of one client: stamps each unit with the stream's SSRC and the prefix that suits
-// the transport, and hands it to the transmitter. Not thread-safe: all fields are under the owning
-// CTransCtrl's m_mutexMedia.
+// One media stream of one client: writes the stream's SSRC and the prefix of the transport into
+// each unit, and passes the unit to the transmitter. Not thread-safe: all fields are under the
+// owning CTransCtrl's m_mutexMedia.
 class CRtpSession final : public CSession {
   public:
     explicit CRtpSession(ETRANS_MODE mode);
     ~CRtpSession() override;
 
-    // Makes the transmitter, and over UDP the RTCP path on the ports above; 0 or -1. Without an
-    // RTCP path the stream plays without reports: that is no failure.
+    // Creates and opens the transmitter and, over UDP, the RTCP session on the next higher ports.
+    // Returns 0 or -1. When only RTCP cannot be opened, the result is 0, and no reports are sent.
     [[nodiscard]] int open(TRANS_INFO* pInfo);
     void gen_initial_params(int payload, unsigned int ssrc, int marker, int extension);
 
@@ -28,12 +28,12 @@ class CRtpSession final : public CSession {
     // 0 when there is no usable transmitter.
     int send(void* buf, int len, int timeout);
 
-    // Sends the first unit of a run of `len` bytes, at least a prefix, and with a time-out of 0
-    // also the units after it that may leave in the same system call. The lengths in the prefixes
-    // are unchanged afterwards. The result is never SEND_ALONE.
+    // Sends the first unit of a run of `len` bytes, which holds at least a prefix. With a time-out
+    // of 0 it also sends the units after it that fit the same system call. The lengths in the
+    // prefixes are unchanged afterwards. The result is never SEND_ALONE.
     CSendResult send_units(uint8_t* pUnits, int len, int timeout);
 
-    // Stamps one unit in place, touching only what it holds; 0.
+    // Stamps one unit in place (see StampUnit) and counts it. Returns 0.
     int buff_process(void* buf, int len);
 
     int get_rtcp_handle() const;
@@ -49,7 +49,7 @@ class CRtpSession final : public CSession {
     void check_sequence(const uint8_t* pHeader);
 
     std::unique_ptr<CRtcpSession> m_pRtcpSession;
-    rtp_param m_param{};  // informational: nothing in sending reads it
+    rtp_param m_param{};  // informational: sending does not read it
     uint16_t m_seq = 0;   // next expected sequence number, payload type 96 only; 0: none expected
 };
 

@@ -25,9 +25,9 @@ void ClockTime::FromString(const char* text) {
         return;
     }
     tm when = {};
-    // Kept (clients): [clock-missing-fields] fields that are missing read as 0, and the time is
-    // what results from that.
-    // NOLINTNEXTLINE(cert-err34-c): at most four digits a field cannot overflow
+    // Kept (clients): [clock-missing-fields] missing fields count as 0, and the resulting time is
+    // used.
+    // NOLINTNEXTLINE(cert-err34-c): at most four digits per field cannot overflow
     (void)sscanf(text + strspn(text, " "), "%4d%2d%2dT%2d%2d%2d", &when.tm_year, &when.tm_mon,
                  &when.tm_mday, &when.tm_hour, &when.tm_min, &when.tm_sec);
     when.tm_year -= 1900;

@@ -16,9 +16,9 @@ class ClockTime : public SecTime<ClockTime> {
     const char* to_string();
     explicit operator const char*() { return to_string(); }
 
-    // Takes the time from a NUL-terminated text, read in the LOCAL time zone. A fraction of a
-    // second is ignored. Text without a 'T' or without a 'Z' gives 0. In other text, fields that
-    // cannot be read count as 0, and a time outside the range of an int is cut to its nearer end.
+    // Reads the time from a NUL-terminated text, in the LOCAL time zone. A fraction of a second is
+    // ignored. Text without a 'T' or without a 'Z' gives 0. In other text, fields that cannot be
+    // read count as 0, and a time outside the range of an int is clamped to it.
     void FromString(const char* text);
 };
 

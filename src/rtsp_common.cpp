@@ -5,9 +5,9 @@
 
 namespace {
 
-// Kept (operators): [method-table] the words "ERROR" and "UNKNOW", without its N, are rows like the
-// methods, and three methods have no row. The number in the log line of an unknown method depends
-// on the rows.
+// Kept (operators): [method-table] "ERROR" and the misspelled "UNKNOW" have rows like the methods,
+// and three methods have no row. The number that is logged for an unknown method depends on this
+// table.
 constexpr RTSP_METHOD_MAP s_g_RtspMethodMapTable[] = {
     {RTSP_ERROR, "ERROR"},
     {RTSP_UNKNOWN, "UNKNOW"},
@@ -26,7 +26,7 @@ constexpr RTSP_METHOD_MAP s_g_RtspMethodMapTable[] = {
     {RTSP_SET_VIDEO_PARAM, "SETVIDEOPARAM"},
 };
 
-// The reason phrases are on the wire byte for byte, capitals included.
+// The reason phrases are sent exactly as they are written here.
 constexpr RTSP_STATUS_MAP s_g_RtspStatusMapTable[] = {
     {RTSP_STATUS_100, "100", "Continue"},
     {RTSP_STATUS_200, "200", "OK"},

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The vocabulary of the protocol: request methods and status codes, and their texts. The lookups
-// are pure functions over constant tables; any thread may call them at any time.
+// Request methods and status codes of the protocol, and their texts. The lookups read constant
+// tables only, so any thread may call them at any time.
 #ifndef RTSP_COMMON_H
 #define RTSP_COMMON_H
 
-// A request method. It doubles as a session's protocol state: the last method that succeeded.
+// A request method. It is also used as a session's protocol state: the last method that succeeded.
 typedef enum eRTSP_METHOD_INDEX_tag : int {
     RTSP_ERROR = -1,
     RTSP_UNKNOWN = 0,
