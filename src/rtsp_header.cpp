@@ -118,8 +118,8 @@ const CRtspParameter* CRtspHeaderValue::GetParameter(const char* attr) const {
 }
 
 const char* CRtspHeaderValue::GetParameterValue(const char* attr) const {
-    // Kept (clients): [parameter-presence] the attribute, not the value. Callers use it as a
-    // presence test.
+    // Kept (clients): [parameter-presence] this returns the attribute, not the value. Callers only
+    // test whether the parameter is present.
     const CRtspParameter* pParameter = GetParameter(attr);
     return pParameter == nullptr ? nullptr : pParameter->get_attr();
 }
@@ -176,8 +176,8 @@ void CRtspHeader::append_text(CTextAppender& out) const {
     out.Append("\r\n");
 }
 
-// Kept (clients): [header-name-case] names are compared with their case, although RFC 2326 ignores
-// it. A request with "Cseq" gets a reply without CSeq.
+// Kept (clients): [header-name-case] the comparison is case-sensitive, although RFC 2326 ignores
+// case. A request with "Cseq" gets a reply without CSeq.
 bool CRtspHeader::IsTypeByName(const char* name) const {
     return strcmp(m_szName, name) == 0;
 }
@@ -261,7 +261,7 @@ const char* FirstValueText(const CRtspHeader& header, const char* attr) {
 
 // The leading number of a port or port pair, cut to 16 bits.
 unsigned short PortFromText(const char* szPort) {
-    // Kept (clients): [client-port-16-bits] the low 16 bits of the leading number count: 70000 is
+    // Kept (clients): [client-port-16-bits] only the low 16 bits of the number are used: 70000 is
     // port 4464.
     return szPort == nullptr ? static_cast<unsigned short>(0)
                              : static_cast<unsigned short>(TextToInt(szPort));
@@ -276,7 +276,7 @@ trans_protocol CRtspTransport::GetTransProtocol(const CRtspHeader& header) {
     }
     if (HasParameter(*pValue, "RTP/AVP/TCP")) {
         // Kept (clients): [separate-tcp-by-port] "client_port" next to "RTP/AVP/TCP" selects a
-        // connection of its own, whatever "interleaved" says.
+        // separate connection, also when "interleaved" is present.
         return HasParameter(*pValue, "client_port") ? protocol_tcp : protocol_over_rtsp;
     }
     if (HasParameter(*pValue, "RTP/AVP") || HasParameter(*pValue, "RTP/AVP/UDP")) {
@@ -284,8 +284,8 @@ trans_protocol CRtspTransport::GetTransProtocol(const CRtspHeader& header) {
             HasParameter(*pValue, "multicast") || HasParameter(*pValue, "mcast");
         return bMulticast ? protocol_mcast : protocol_udp;
     }
-    // Kept (clients): [transport-default-udp] a transport that the server does not know, or writes
-    // in another case, is served over UDP.
+    // Kept (clients): [transport-default-udp] an unknown transport, or a known one in another case,
+    // is served over UDP.
     return protocol_udp;
 }
 
@@ -327,8 +327,8 @@ int CRtspTransport::GetInterleavedFlag(const CRtspHeader& header, int* first, in
     }
     const char* szValue = FirstValueText(header, "interleaved");
     if (szValue == nullptr) {
-        // Kept (operators): [interleaved-on-stderr] the text goes to standard error, past the log
-        // and its switch.
+        // Kept (operators): [interleaved-on-stderr] the text goes to standard error, without a log
+        // level and independent of the debug switch.
         fputs("can not find interleaved para! \n", stderr);
         return -1;
     }
@@ -339,7 +339,7 @@ int CRtspTransport::GetInterleavedFlag(const CRtspHeader& header, int* first, in
 
 namespace {
 
-// Appends one end of a range in its unit; an open end (0) appends nothing.
+// Appends the beginning or the end of a range in its unit. For an open one (0) it appends nothing.
 void AppendRangeEnd(CTextAppender& out, unsigned long nTime, RangeType type) {
     // Kept (clients): [range-open-end-zero] 0 stands for an open end, so "npt=0-" is written back
     // as "npt=-".
@@ -385,8 +385,8 @@ CRtspRangeValue::CRtspRangeValue(unsigned long begin, unsigned long end, RangeTy
 
 void CRtspRangeValue::append_text(CTextAppender& out) const {
     if (m_parameters.empty()) {
-        // Kept (clients): [range-without-text] a range without text erases what the output held
-        // before it.
+        // Kept (clients): [range-without-text] a range without text erases the earlier contents of
+        // the output.
         out.Clear();
         return;
     }

@@ -2,16 +2,16 @@
 // A message header as a tree: a header holds values (separated by "," on the wire), a value holds
 // parameters (separated by ";"), a parameter is an attribute with an optional value ("a=1").
 //
-// All texts live in fixed arrays; what does not fit is cut. Names and attributes are compared
-// exactly, case included. Objects own what is added to them, and belong to one thread at a time.
+// All texts are stored in fixed arrays; longer text is cut. Names and attributes are compared
+// exactly, case included. An object owns what is added to it. Only one thread at a time may use an
+// object.
 //
-// A part that cannot be allocated is left out. Its owner remembers that: IsComplete() is then false
-// for it and for everything that holds it, copies included, and such a message is never written as
-// bytes (a reply that lacks a header may say something else).
+// A part that cannot be allocated is left out. IsComplete() is then false for its owner and for
+// everything that contains the owner, copies included. An incomplete message is never written as
+// bytes, because a reply without one of its headers may have another meaning.
 //
-// Every level has two serialisations. `append_text` writes into a bounded appender and does the
-// work; `as_string` calls it for a NUL-terminated buffer whose caller vouches that it is large
-// enough.
+// Every level has two serialisations. `append_text` writes into a bounded appender. `as_string`
+// calls it for a NUL-terminated buffer; the caller guarantees that the buffer is large enough.
 #ifndef RTSP_HEADER_H
 #define RTSP_HEADER_H
 
@@ -24,13 +24,13 @@
 
 class CTextAppender;
 
-// A list that owns its elements. A vector, because its default construction allocates nothing: a
-// deque's may throw out of `new (std::nothrow)`.
+// A list that owns its elements. It is a vector because the default constructor of a vector
+// allocates nothing. That of a deque may throw, even from `new (std::nothrow)`.
 template <class T>
 using COwningList = std::vector<std::unique_ptr<T>>;
 
-// Puts `pItem` at the end of `list`, which then owns it. Out of memory the item is destroyed and
-// the result is false.
+// Appends `pItem` to `list`, which then owns it. When memory runs out, destroys the item and
+// returns false.
 template <class T>
 bool AppendOwned(COwningList<T>& list, T* pItem) {
     std::unique_ptr<T> item(pItem);
@@ -66,7 +66,7 @@ class CRtspParameter {
 class CRtspHeaderValue {
   public:
     CRtspHeaderValue() = default;
-    explicit CRtspHeaderValue(const char* attr);  // one parameter; none when out of memory
+    explicit CRtspHeaderValue(const char* attr);  // one parameter; none when memory runs out
     CRtspHeaderValue(const char* attr, const char* value);
     virtual ~CRtspHeaderValue() = default;
     CRtspHeaderValue(const CRtspHeaderValue&) = delete;
@@ -76,13 +76,13 @@ class CRtspHeaderValue {
     virtual void as_string(char* out) const;
     virtual void append_text(CTextAppender& out) const;
 
-    // Append one parameter; out of memory nothing is appended. A given object is owned by the
-    // value from then on, whatever happens; null is ignored.
+    // Append one parameter, or nothing when memory runs out. The value takes ownership of a passed
+    // object, also on failure; null is ignored.
     void AddParameter(const char* attr, const char* value);
     void AddParameter(const char* attr);
     void AddParameter(CRtspParameter* pParameter);
 
-    // The first parameter with that attribute, or null. The value keeps it.
+    // The first parameter with that attribute, or null. The value still owns it.
     CRtspParameter* GetParameter(const char* attr);
     [[nodiscard]] const CRtspParameter* GetParameter(const char* attr) const;
 
@@ -96,8 +96,8 @@ class CRtspHeaderValue {
 
     void remove_parameter(const char* attr);  // the first with that attribute, if any
 
-    // A new plain value with copies of the parameters, owned by the caller; null when out of
-    // memory. A parameter that cannot be copied is left out, and the copy is incomplete.
+    // A new plain value with copies of the parameters, owned by the caller; null when memory runs
+    // out. A parameter that cannot be copied is left out, and the copy is incomplete.
     [[nodiscard]] CRtspHeaderValue* clone() const;
 
     void Clear();             // destroys all parameters
@@ -112,7 +112,7 @@ class CRtspHeaderValue {
 
 class CRtspHeader {
   public:
-    // A new header of that name (null: empty name), owned by the caller; null when out of memory.
+    // A new header of that name (null: empty name), owned by the caller; null when memory runs out.
     [[nodiscard]] static CRtspHeader* create_new(const char* name);
 
     CRtspHeader();
@@ -121,32 +121,32 @@ class CRtspHeader {
     CRtspHeader(const CRtspHeader&) = delete;
     CRtspHeader& operator=(const CRtspHeader&) = delete;
 
-    // Appends the values in order, separated by ",", and the line end. The name and ": " are the
-    // message's to write.
+    // Appends the values in order, separated by ",", and the line end. The message writes the name
+    // and ": ".
     virtual void as_string(char* out) const;
     virtual void append_text(CTextAppender& out) const;
 
     [[nodiscard]] const char* Name() const { return m_szName; }
     [[nodiscard]] bool IsTypeByName(const char* name) const;
 
-    // Appends a value, which the header owns from then on, whatever happens. Null is ignored.
+    // Appends a value. The header takes ownership, also on failure. Null is ignored.
     void AddHeaderValue(CRtspHeaderValue* pValue);
     // The same for a value that was just allocated: null marks the header as incomplete.
     void AddNewHeaderValue(CRtspHeaderValue* pValue);
 
-    // Appends a value whose one parameter is the whole text, and returns it (the header keeps
-    // it); null when out of memory.
+    // Appends a value with the whole text as its only parameter. Returns the value, which the
+    // header owns; null when memory runs out.
     CRtspHeaderValue* AddHeaderValue(const char* text);
 
-    // The first value, or null. The header keeps it.
+    // The first value, or null. The header still owns it.
     CRtspHeaderValue* GetHeaderValue();
     [[nodiscard]] const CRtspHeaderValue* GetHeaderValue() const;
 
-    // The first value that serialises to exactly `text`, or null. The header keeps it.
+    // The first value that serialises to exactly `text`, or null. The header still owns it.
     CRtspHeaderValue* GetHeaderValue(const char* text);
 
     // A new plain header with the same name and clones of all values, owned by the caller; null
-    // when out of memory. A value that cannot be copied is left out, and the copy is incomplete.
+    // when memory runs out. A value that cannot be copied is left out, and the copy is incomplete.
     [[nodiscard]] CRtspHeader* clone() const;
 
     // False when a part of it could not be allocated.
@@ -164,7 +164,7 @@ class CRtspHeader {
     bool m_bLacksPart = false;
 };
 
-// What a "Transport" header asks for.
+// The transport that a "Transport" header requests.
 typedef enum trans_protocol_tag : int {
     protocol_udp = 1,
     protocol_tcp = 2,
@@ -178,14 +178,13 @@ typedef enum trans_type_tag : int {
     mcast = 2,
 } trans_type;
 
-// The read side of a "Transport" header. The static forms answer for any header, whatever its
-// class, because the parser makes plain headers; the member forms ask the object itself. All look
-// at the first value only.
+// Reads a "Transport" header. The static functions accept any header, because the parser creates
+// plain headers; the member functions read the object itself. All read the first value only.
 class CRtspTransport : public CRtspHeader {
   public:
     CRtspTransport() : CRtspHeader("Transport") {}
 
-    // protocol_udp when the header has no value or names nothing that is known.
+    // protocol_udp when the header has no value or names no known transport.
     static trans_protocol GetTransProtocol(const CRtspHeader& header);
     static trans_type GetTransType(const CRtspHeader& header);
 
@@ -194,12 +193,12 @@ class CRtspTransport : public CRtspHeader {
     static unsigned short GetMcastClientPort(const CRtspHeader& header);
     static unsigned short GetServerPort(const CRtspHeader& header);
 
-    // The "destination" text, which the header keeps, or null.
+    // The "destination" text, which the header owns, or null.
     static const char* GetClientAddress(const CRtspHeader& header);
     static const char* GetMcastClientAddress(const CRtspHeader& header);
 
-    // Reads the channel pair of "interleaved"; a number that does not parse leaves its output as
-    // it is. Returns 0, or -1 when there is no value or no such parameter.
+    // Reads the channel pair of "interleaved". An output stays unchanged when its number cannot be
+    // read. Returns 0, or -1 when the header has no value or no such parameter.
     static int GetInterleavedFlag(const CRtspHeader& header, int* first, int* second);
 
     [[nodiscard]] trans_protocol GetTransProtocol() const { return GetTransProtocol(*this); }
@@ -214,7 +213,7 @@ class CRtspTransport : public CRtspHeader {
     }
 
   private:
-    // Declared for the class; every answer comes from the parameters instead.
+    // Not used: every result is read from the parameters.
     [[maybe_unused]] unsigned short m_clientport = 0;
     [[maybe_unused]] unsigned short m_serverport = 0;
     [[maybe_unused]] trans_type m_transtype = unicast;
@@ -227,14 +226,14 @@ typedef enum RangeType_tag : int {
     TR_NPT = 2,
 } RangeType;
 
-// The value of a "Range" header (RFC 2326, section 12.29): one range, 0 standing for an open end.
+// The value of a "Range" header (RFC 2326, section 12.29): one range, in which 0 is an open end.
 class CRtspRangeValue : public CRtspHeaderValue {
   public:
     // `begin` and `end` are seconds for TR_NPT, seconds since 1970-01-01 UTC for TR_CLOCK and
     // milliseconds for TR_SMPTE.
     CRtspRangeValue(unsigned long begin, unsigned long end, RangeType type);
 
-    // Appends the unit, "=" and the range; a value that holds no range text empties the output.
+    // Appends the unit, "=" and the range. A value without a range text empties the output.
     void append_text(CTextAppender& out) const override;
 
     [[nodiscard]] uint64_t Begin() const { return m_begin; }

@@ -34,8 +34,8 @@ void AddTtl(CRtspHeaderValue& value) {
 
 void SetSsrc(CRtspHeaderValue& value, unsigned int ssrc) {
     char szSsrc[NUMBER_TEXT_SIZE];
-    // Kept (clients): [ssrc-unpadded] lower case without leading zeros, where RFC 2326 has eight
-    // digits.
+    // Kept (clients): [ssrc-unpadded] the digits are lower-case, without leading zeros. RFC 2326
+    // has eight digits.
     snprintf(szSsrc, sizeof(szSsrc), "%x", ssrc);
     CRtspParameter* pSsrc = value.GetParameter("ssrc");
     if (pSsrc != nullptr) {
@@ -45,8 +45,8 @@ void SetSsrc(CRtspHeaderValue& value, unsigned int ssrc) {
     }
 }
 
-// Kept (clients): [interleaved-channel-bits] 255 stands for "not given", and channel 0 is used
-// then. Of other numbers the low 8 bits count: 256 is channel 0, and 511 is channel 255.
+// Kept (clients): [interleaved-channel-bits] 255 means "not given", and channel 0 is used. Of other
+// numbers the low 8 bits are used: 256 is channel 0, and 511 is channel 255.
 void StoreChannel(int nChannel, unsigned char* pChannel) {
     if (pChannel != nullptr && nChannel != NO_CHANNEL) {
         *pChannel = static_cast<unsigned char>(nChannel);
@@ -272,7 +272,7 @@ int CRtspResponse::as_binary(char* out, int size) const {
     return append_head(head) ? copy_binary(head, szHead, out, size) : -1;
 }
 
-// A copy of the request's header of that name; null when there is none, or no memory.
+// A copy of the request's header of that name; null when there is none, or when memory runs out.
 std::unique_ptr<CRtspHeader> CRtspResponse::copy_header(const CRtspMsg* req, const char* name) {
     if (req == nullptr) {
         return nullptr;
@@ -292,8 +292,8 @@ std::unique_ptr<CRtspHeader> CRtspResponse::copy_header(const CRtspMsg* req, con
 }
 
 void CRtspResponse::append_cseq(const CRtspMsg* req) {
-    // Kept (clients): [cseq-as-it-came] the copy is not checked: a text is repeated, and without
-    // the header the reply has none.
+    // Kept (clients): [cseq-as-it-came] the value is not checked: text that is no number is
+    // repeated too. The reply to a request without CSeq has none.
     AddHeader(copy_header(req, "CSeq").release());
 }
 
@@ -322,15 +322,15 @@ void CRtspResponse::append(const char* name, const char* text) {
 }
 
 void CRtspResponse::append_range_time_now(const CRtspMsg*, time_t now) {
-    // Kept (clients): [range-now-bare] the bare time, without "clock=" before it and "-" after it.
+    // Kept (clients): [range-now-bare] the header holds the bare time, without "clock=" and "-".
     AddHeader("Range", ClockTime(ClampToInt(now), 0).to_string());
 }
 
 void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,
                                      unsigned short port1, unsigned short port2, const char* source,
                                      unsigned char* chan1, unsigned char* chan2) {
-    // Kept (clients): [transport-alternatives] a list of alternatives is repeated whole, and only
-    // the first one is read and completed.
+    // Kept (clients): [transport-alternatives] the reply repeats the whole list of alternatives,
+    // but only the first one is read and completed.
     std::unique_ptr<CRtspHeader> header = copy_header(req, "Transport");
     CRtspHeaderValue* pValue = header == nullptr ? nullptr : header->GetHeaderValue();
     if (pValue == nullptr) {
@@ -346,7 +346,7 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
             AddPortPair(*pValue, "server_port", port1, port2);
             break;
         case protocol_over_rtsp:
-            // The client's own "interleaved" parameter is the answer.
+            // The reply repeats the client's own "interleaved" parameter.
             TakeInterleaved(*header, chan1, chan2);
             break;
         default:
@@ -356,8 +356,8 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
     if (source != nullptr && pValue->GetParameter("destination") != nullptr) {
         pValue->AddParameter("source", source);
     }
-    // Kept (clients): [separate-tcp-no-ssrc] no "ssrc" over separate TCP, although the packets
-    // carry it.
+    // Kept (clients): [separate-tcp-no-ssrc] the reply for separate TCP has no "ssrc", although the
+    // packets carry one.
     if (proto != protocol_tcp && ssrc != 0) {
         SetSsrc(*pValue, ssrc);
     }
@@ -377,8 +377,8 @@ void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ss
     if (szGroup != nullptr) {
         TextCopy(szAddress, szGroup);
     }
-    // Kept (clients): [mcast-second-destination] appended even when the client named a
-    // "destination", while its "ssrc" is replaced.
+    // Kept (clients): [mcast-second-destination] "destination" is appended even when the request
+    // has one. An "ssrc" of the request is replaced.
     pValue->AddParameter("destination", szAddress);
     AddPortPair(*pValue, "port", port1, port2);
     AddTtl(*pValue);
@@ -387,7 +387,7 @@ void CRtspResponse::append_mul_address_port(const CRtspMsg* req, unsigned int ss
     AddHeader(header.release());
 }
 
-// Kept (clients): [mul-address-unread] a placeholder that leaves both outputs untouched.
+// Kept (clients): [mul-address-unread] a placeholder that leaves both outputs unchanged.
 void CRtspResponse::GetMulAddressPort(const CRtspMsg*, unsigned short&, unsigned long&) const {}
 
 int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
@@ -404,8 +404,8 @@ int CRtspResponse::CheckSessionId(const CRtspMsg* req, const char* id) {
     char szSession[SESSION_TEXT_SIZE] = {};
     CTextAppender session(szSession, sizeof(szSession));
     pValue->append_text(session);
-    // Kept (clients): [session-id-substring] found anywhere in the text, so that
-    // "12345678;timeout=60" matches "12345678", and so does any text that contains the id.
+    // Kept (clients): [session-id-substring] the id may stand anywhere in the text. So
+    // "12345678;timeout=60" matches "12345678", and so does any other text that contains the id.
     if (strstr(szSession, id) != nullptr) {
         return 0;
     }

@@ -23,18 +23,20 @@ class CRtspMsg {
     CRtspMsg(const CRtspMsg&) = delete;
     CRtspMsg& operator=(const CRtspMsg&) = delete;
 
-    // Appends the whole message as text to a NUL-terminated buffer whose caller vouches that it
-    // is large enough. The body ends at its first NUL byte. The base class, and a response whose
-    // status has no row in the status table, write nothing.
+    // Appends the whole message as text to a NUL-terminated buffer; the caller guarantees that the
+    // buffer is large enough. The body ends at its first NUL byte. The base class, and a response
+    // whose status has no row in the status table, write nothing.
     virtual void as_string(char* out) const;
 
-    // Writes the message as bytes and returns how many: the head, then exactly ContentLen() body
-    // bytes. A NUL follows when there is room for one. Returns -1, with `out` untouched, when the
-    // head is longer than HEAD_BUFFER_SIZE - 1 bytes, when the total exceeds `size`, when a
-    // response's status has no row, when the message is incomplete, and always in the base class.
+    // Writes the message as bytes and returns their number: the head, then exactly ContentLen()
+    // body bytes. A NUL follows when there is room for one. Returns -1 and leaves `out` unchanged
+    // - when the head is longer than HEAD_BUFFER_SIZE - 1 bytes, or the total exceeds `size`;
+    // - when the status of a response has no row in the status table;
+    // - when the message is incomplete;
+    // - always in the base class.
     virtual int as_binary(char* out, int size) const;
 
-    // The work behind as_string, for a bounded output, which tells whether the text was cut.
+    // Like as_string, for a bounded output, which records whether the text was cut.
     virtual void append_text(CTextAppender& out) const;
 
     void Version(int major, int minor);
@@ -43,8 +45,8 @@ class CRtspMsg {
     void Cseq(int nCseq) { m_cseq = nCseq; }
     [[nodiscard]] int Cseq() const { return m_cseq; }
 
-    // Copies the body. Returns 0, or -1 and changes nothing when `len` is negative or above
-    // CONTENT_SIZE.
+    // Copies the body. Returns 0. Returns -1 and changes nothing when `len` is negative or above
+    // CONTENT_SIZE, and when `data` is null and `len` is not 0.
     int Content(const char* data, int len);
     [[nodiscard]] const char* Content() const { return m_szContent; }  // ContentLen() bytes
     [[nodiscard]] int ContentLen() const { return m_contentLen; }
@@ -54,28 +56,29 @@ class CRtspMsg {
     [[nodiscard]] const char* Method() const { return get_rtsp_method(m_method); }
     [[nodiscard]] bool IsRequest() const { return m_method != RTSP_RESPONSE; }
 
-    // Append a header. Out of memory nothing is appended, and the message is incomplete. A given
-    // object is owned by the message from then on, whatever happens; null is ignored. `text`
+    // Append a header. When memory runs out, nothing is appended, and the message is incomplete.
+    // The message takes ownership of a passed object, also on failure; null is ignored. `text`
     // becomes one value and is not split.
     void AddHeader(CRtspHeader* pHeader);
     void AddHeader(const char* name, const char* text);
     void AddHeader(const char* name, int n);
     void AddHeader(const char* name, unsigned long n);
 
-    // The first header of that name, or null. The message keeps it.
+    // The first header of that name, or null. The message still owns it.
     CRtspHeader* GetHeader(const char* name);
     [[nodiscard]] const CRtspHeader* GetHeader(const char* name) const;
 
-    // Appends the first value's text of the first header of that name to the NUL-terminated
-    // `out`. False, and `out` untouched, when there is no such header or it has no value. With
-    // `size` (the NUL included) text that does not fit is cut; without, the caller vouches for
-    // the buffer.
+    // Finds the first header of that name and appends the text of its first value to the
+    // NUL-terminated `out`. Returns false and leaves `out` unchanged when there is no such header
+    // or it has no value. With `size` (the NUL included) text that does not fit is cut. Without it,
+    // the caller guarantees that the buffer is large enough.
     bool GetHeaderValue(const char* name, char* out) const;
     bool GetHeaderValue(const char* name, char* out, size_t size) const;
-    // The same value as a decimal number, 0 when it begins with none.
+    // The same value as a decimal number; 0 when the value does not begin with a number.
     bool GetHeaderValue(const char* name, int& n) const;
 
-    // Walks the headers in order; null at the end. One walk at a time per message.
+    // Iterate over the headers in order; null at the end. A message supports one iteration at a
+    // time.
     CRtspHeader* GetFirstHeader();
     CRtspHeader* GetNextHeader();
 
@@ -86,7 +89,7 @@ class CRtspMsg {
     void MarkIncomplete() { m_bLacksPart = true; }
 
   protected:
-    // What requests and responses share: everything behind the start line.
+    // Shared by requests and responses: everything after the start line.
     void append_headers(CTextAppender& out) const;
     void append_body(CTextAppender& out) const;
     // Copies a finished head and the body to `out`, as as_binary describes.
@@ -131,15 +134,16 @@ class CRtspResponse : public CRtspMsg {
     void SetResponseCode(eRTSP_STATUS_CODE_INDEX index) { m_index = index; }
     [[nodiscard]] eRTSP_STATUS_CODE_INDEX GetResponseCode() const { return m_index; }
 
-    // The code text and the reason phrase of the status, or null when it has no row.
+    // The code text and the reason phrase of the status, or null when the status has no row.
     [[nodiscard]] const char* Code() const;
     [[nodiscard]] const char* Msg() const;
     void Code(const char* code) { m_index = get_rtsp_status_index(code); }
-    void Msg(const char* msg);  // ignores the phrase: the phrase is always the status table's
+    void Msg(const char* msg);  // ignored: the phrase is always that of the status table
 
     // Header builders. Each appends one header at the end, so the order of the calls is the order
-    // on the wire. Out of memory the header is left out, and the response is incomplete. So is the
-    // response to an incomplete request: the header to copy may be the part that is missing.
+    // on the wire. When memory runs out, the header is left out, and the response is incomplete.
+    // The response to an incomplete request is also incomplete, because the missing part may be the
+    // header to copy.
     void append_cseq(const CRtspMsg* req);        // a copy of the request's "CSeq", when it has one
     void append_session_id(const CRtspMsg* req);  // a copy of its "Session", when it has one
     void append_session_id(const char* id);
@@ -149,11 +153,11 @@ class CRtspResponse : public CRtspMsg {
     void append(const char* name, const char* text);
     void append_range_time_now(const CRtspMsg* req, time_t now);
 
-    // A copy of the request's "Transport" header, completed with what the server chose: ports,
-    // `source` when the client named a destination (null: leave it out) and the SSRC (0: leave it
-    // out; never for protocol_tcp). For protocol_over_rtsp the client's channel numbers are
-    // stored through `chan1` and `chan2`, which may be null. Does nothing when the request has no
-    // such header or the header no value.
+    // A copy of the request's "Transport" header, completed with the ports, `source` and the SSRC.
+    // `source` is added only when the client named a destination; null leaves it out. An SSRC of 0
+    // is left out, and for protocol_tcp every SSRC. For protocol_over_rtsp, stores the client's
+    // channel numbers through `chan1` and `chan2`, which may be null. Does nothing when the request
+    // has no such header, or the header has no value.
     void append_transport(const CRtspMsg* req, trans_protocol proto, unsigned int ssrc,
                           unsigned short port1, unsigned short port2, const char* source,
                           unsigned char* chan1, unsigned char* chan2);
@@ -162,11 +166,11 @@ class CRtspResponse : public CRtspMsg {
     void append_mul_address_port(const CRtspMsg* req, unsigned int ssrc, unsigned short port1,
                                  unsigned short port2, const tagCBB_ADDR_T* addr);
 
-    // A placeholder: leaves both outputs untouched.
+    // A placeholder: leaves both outputs unchanged.
     void GetMulAddressPort(const CRtspMsg* req, unsigned short& port, unsigned long& addr) const;
 
-    // 0 when the request's "Session" value contains `id` anywhere in its text, otherwise -1 and a
-    // log line.
+    // Returns 0 when the text of the request's "Session" value contains `id`. Otherwise writes a
+    // log line and returns -1.
     static int CheckSessionId(const CRtspMsg* req, const char* id);
     static int CheckSessionId(const CRtspMsg* req, unsigned int id);
 

@@ -53,9 +53,9 @@ bool BeginsWithProtocol(const string_node& slice) {
            memcmp(slice.value, PROTOCOL_PREFIX, PROTOCOL_PREFIX_LEN) == 0;
 }
 
-// Headers whose value is one text that commas and semicolons do not divide.
+// Headers whose value is one text: commas and semicolons do not divide it.
 bool IsWholeTextHeader(const CRtspHeader& header) {
-    // Kept (clients): [whole-text-names] exactly these spellings, "Content-base" among them.
+    // Kept (clients): [whole-text-names] only these spellings match, "Content-base" among them.
     static constexpr const char* NAMES[] = {"WWW-Authenticate", "Authenticate", "Authorization",
                                             "Location", "Content-base"};
     return std::any_of(std::begin(NAMES), std::end(NAMES),
@@ -69,11 +69,11 @@ unsigned long ReadTime(const CMimeToken& token) {
                : 0;
 }
 
-// Reads "begin-end". All three units give whole seconds here, while a TR_SMPTE value counts
+// Reads "begin-end". ReadTime returns whole seconds for all three units, but a TR_SMPTE range is in
 // milliseconds.
 //
 // Kept (clients): [range-smpte-unit] a parsed smpte range is written back with its times divided by
-// 1000. The server reads npt ranges only.
+// 1000.
 template <class Time>
 CRtspRangeValue* ReadRange(CMimeScanner& scanner, RangeType type) {
     const unsigned long nBegin = ReadTime<Time>(scanner.next_token("-"));
@@ -121,12 +121,12 @@ int CRtspMsgParser::ScanHeaders(const char* data, int len) {
         if (!line.hasValue() && bAfterLineEnd) {
             return nSkipped + scanner.offset();
         }
-        if (m_lines.size() <= MAX_HEADER_LINES) {  // the start line comes on top
+        if (m_lines.size() <= MAX_HEADER_LINES) {  // not counting the start line
             m_lines.push_back(line);
         }
         if (bEndOfData) {
             // Kept (clients): [blank-line-missing] without a blank line the header block counts as
-            // empty, and the lines are parsed all the same.
+            // empty, but its lines are parsed.
             return nSkipped;
         }
         bAfterLineEnd = line.m_lastChar == CMimeToken::END_OF_LINE;
@@ -143,13 +143,13 @@ std::unique_ptr<CRtspMsg> CRtspMsgParser::parse_lines() {
 int CRtspMsgParser::take_body(std::unique_ptr<CRtspMsg>& msg, const char* data, int len,
                               int nHeaderLen) {
     int nBody = 0;
-    // Kept (clients): [content-length-spelling] this spelling only, "Content-Length" is not
-    // recognised.
+    // Kept (clients): [content-length-spelling] only this spelling announces a body.
+    // "Content-Length" does not.
     if (!msg->GetHeaderValue("Content-length", nBody)) {
         return nHeaderLen;
     }
     nBody = std::max(nBody, 0);
-    // A body that no message can hold is refused like one that has not arrived.
+    // A body that is too long for a message is rejected like a body that has not arrived.
     if (int64_t{len} < int64_t{nHeaderLen} + nBody || msg->Content(data + nHeaderLen, nBody) != 0) {
         msg.reset();
         return 0;
@@ -246,7 +246,8 @@ std::unique_ptr<CRtspResponse> CRtspMsgParser::ParseResponseLine(const char* lin
     if (ParseProtocolVersion(version.m_conten.value, version.m_conten.len, &nMajor, &nMinor)) {
         response->Version(nMajor, nMinor);
     } else {
-        // Kept (clients): [response-version-default] 0.0 here, 1.0 for a request.
+        // Kept (clients): [response-version-default] any other text is version 0.0, but 1.0 in a
+        // request.
         response->Version(0, 0);
     }
     const CMimeToken code = scanner.next_token(nullptr);
@@ -302,11 +303,11 @@ void CRtspMsgParser::DefaultParseHeaderValues(const char* text, int len, CRtspHe
     CMimeStream stream(text, len);
     CMimeScanner scanner(stream);
     for (;;) {
-        // Kept (clients): [quotes-ignored] quotes protect nothing: a comma inside them divides the
+        // Kept (clients): [quotes-ignored] quotes have no meaning: a comma inside them divides the
         // value.
         const CMimeToken element = scanner.next_token(",");
         if (!element.hasValue()) {
-            // Kept (clients): [empty-element] an empty element ends the list, "a,,b" is "a".
+            // Kept (clients): [empty-element] an empty element ends the list: "a,,b" is "a".
             return;
         }
         ParseHeaderValue(element.m_conten.value, element.m_conten.len, header);
@@ -329,7 +330,7 @@ void CRtspMsgParser::ParseHeaderValue(const char* text, int len, CRtspHeader* he
         header->MarkIncomplete();
         return;
     }
-    // Kept (clients): [empty-parameter] an empty parameter ends the value, "a;;b" is "a".
+    // Kept (clients): [empty-parameter] an empty parameter ends the value: "a;;b" is "a".
     while (token.hasValue() && value->ParameterCount() < MAX_PARAMETERS) {
         const CSliceText<ATTRIBUTE_SIZE> attribute(token.m_conten);
         if (token.m_lastChar == '=') {
@@ -347,7 +348,7 @@ void CRtspMsgParser::ParseRangeValue(const char* text, int len, CRtspHeader* hea
     CMimeStream stream(text, len);
     CMimeScanner scanner(stream);
     const CSliceText<ATTRIBUTE_SIZE> unit(scanner.next_token("=").m_conten);
-    // Kept (clients): [range-unit-prefix] compared over the length of the received word only, so a
+    // Kept (clients): [range-unit-prefix] the comparison ends with the received word, so a
     // shortened word selects its unit, and an empty one selects smpte.
     const auto is_unit = [&unit](const char* szUnit) {
         return strncmp(unit.c_str(), szUnit, strlen(unit.c_str())) == 0;
@@ -416,8 +417,8 @@ void CRtspMsgParser::SetRTPInfoEntry(const char* entry, int len, CRtspHeader* he
             ReadRTPInfoEntry(szText, field.nBegin, field.nKeyLen, nEnd, &slice);
         }
     }
-    // Kept (clients): [rtp-info-fields] an empty value stands for the entry; its fields are not
-    // stored, and nothing reads them.
+    // Kept (clients): [rtp-info-fields] an empty value represents the entry. Its fields are not
+    // stored, and no code reads them.
     header->AddNewHeaderValue(new (std::nothrow) CRtspHeaderValue);
 }
 

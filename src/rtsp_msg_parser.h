@@ -17,7 +17,7 @@ class CRtspResponse;
 // thread; it keeps nothing from one message to the next.
 class CRtspMsgParser {
   public:
-    // What a message may hold; further lines and parameters are dropped.
+    // The limits of a message; further lines and parameters are dropped.
     static constexpr size_t MAX_HEADER_LINES = 128;
     static constexpr size_t MAX_PARAMETERS = 64;
 
@@ -26,30 +26,30 @@ class CRtspMsgParser {
     CRtspMsgParser(const CRtspMsgParser&) = delete;
     CRtspMsgParser& operator=(const CRtspMsgParser&) = delete;
 
-    // Parses `len` bytes as one whole message; they are not changed, and not needed afterwards.
-    // Returns a new message, owned by the caller. Returns null when
+    // Parses `len` bytes as one whole message. The bytes are not changed, and not needed
+    // afterwards. Returns a new message, owned by the caller. Returns null when
     // - `data` is null, `len` is not positive, or no line is found;
     // - the start line lacks one of its fields;
     // - the body that "Content-length" announces has not arrived in full or is larger than a
     //   message can hold;
     // - memory runs out for the message itself. When it runs out for a part, the message is
     //   incomplete.
-    // An unknown method, status or version is no failure.
+    // An unknown method, status or version is not an error.
     [[nodiscard]] CRtspMsg* parse(const char* data, int len) noexcept;
 
-    // The steps of parse(). Texts are slices (pointer and length), not terminated; what a step
-    // finds is added to `header`.
+    // The steps of parse(). Texts are slices (pointer and length) without a terminator. A step adds
+    // its values to `header`.
 
-    // Fills the line list. Returns the length of the header block, skipped leading bytes included
-    // (only these when no blank line closes the block).
+    // Fills the line list. Returns the length of the header block with the skipped bytes before it;
+    // only that of the skipped bytes when no blank line ends the block.
     int ScanHeaders(const char* data, int len);
     std::unique_ptr<CRtspMsg> ParseRequest();
     std::unique_ptr<CRtspMsg> ParseResponse();
     std::unique_ptr<CRtspRequest> ParseRequestLine(const char* line, int len);
     std::unique_ptr<CRtspResponse> ParseResponseLine(const char* line, int len);
     bool ParseProtocolVersion(const char* text, int len, int* major, int* minor);
-    // Null when the line has no name, and when memory runs out; `*pOutOfMemory` tells the two
-    // apart.
+    // Returns null when the line has no name, and when memory runs out. Only in the second case
+    // sets `*pOutOfMemory` to true.
     std::unique_ptr<CRtspHeader> ParseHeader(const char* line, int len, bool* pOutOfMemory);
     void DefaultParseHeaderValues(const char* text, int len, CRtspHeader* header);
     void ParseHeaderValue(const char* text, int len, CRtspHeader* header);

@@ -13,7 +13,7 @@ namespace {
 constexpr size_t TEXT_SIZE = 32;
 constexpr int MAX_FIELDS = 4;
 
-// The integer part of a number from the wire; infinities end at the nearer end, NaN is 0.
+// The integer part of a number from the wire, clamped to the range of int; NaN is 0.
 int ToWhole(double f) {
     if (std::isnan(f)) {
         return 0;
@@ -24,8 +24,8 @@ int ToWhole(double f) {
     return f <= static_cast<double>(INT_MIN) ? INT_MIN : static_cast<int>(f);
 }
 
-// Splits a text at ":" into at most MAX_FIELDS numbers. Returns how many there are, 0 when there
-// are more than that.
+// Splits a text at ":" into at most MAX_FIELDS numbers. Returns how many there are, or 0 when there
+// are more.
 int SplitFields(const char* text, double (&fields)[MAX_FIELDS]) {
     char szText[TEXT_SIZE];
     TextCopy(szText, text);
@@ -38,8 +38,8 @@ int SplitFields(const char* text, double (&fields)[MAX_FIELDS]) {
         if (nFields == MAX_FIELDS) {
             return 0;
         }
-        // The decimal point is the host's locale's; whole seconds, all that the server needs, are
-        // not touched by it.
+        // strtod expects the decimal point of the host's locale. The server needs whole seconds
+        // only, which do not depend on it.
         fields[nFields++] = strtod(szField, nullptr);
     }
     return nFields;
@@ -72,8 +72,8 @@ bool NPTime::FromString(const char* text) {
     }
     const double fSeconds = fields[nFields - 1];
     int64_t nSec = ToWhole(fSeconds);
-    // Kept (clients): [npt-field-cut] each field is cut to whole seconds by itself; only the last
-    // one gives a fraction.
+    // Kept (clients): [npt-field-cut] each field is cut to whole seconds before the sum; only the
+    // last one keeps a fraction.
     for (int i = 1; i < nFields; ++i) {
         // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): at most MAX_FIELDS
         nSec += ToWhole(fields[nFields - 1 - i] * SECONDS_PER_UNIT[i]);

@@ -12,16 +12,16 @@ class NPTime : public SecTime<NPTime> {
     NPTime(int sec, int usec) : SecTime(sec, usec) {}
     explicit NPTime(unsigned long sec) : SecTime(sec) {}
     NPTime(const char* text, int len);  // at most 31 bytes are read
-    // With `wholeSeconds` the fraction is dropped; `valid` tells whether the text had one to four
-    // fields.
+    // With `wholeSeconds` the fraction is dropped. `valid` is set to whether the text had one to
+    // four fields.
     NPTime(const char* text, int len, bool wholeSeconds, bool& valid);
 
     // The seconds, with six decimals unless they are whole; valid until the next call.
     const char* to_string();
     explicit operator const char*() { return to_string(); }
 
-    // Takes the time from a NUL-terminated text. Text without a field, or with more than four,
-    // gives 0 and false.
+    // Reads the time from a NUL-terminated text. For text without a field, or with more than four,
+    // the time is 0 and the result false.
     bool FromString(const char* text);
 };
 

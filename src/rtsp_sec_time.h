@@ -5,7 +5,7 @@
 #include <climits>
 #include <cstdint>
 
-// Cuts a number to what an int holds, at the nearer end.
+// Clamps a number to the range of int.
 inline int ClampToInt(int64_t n) {
     if (n > INT_MAX) {
         return INT_MAX;
@@ -13,8 +13,7 @@ inline int ClampToInt(int64_t n) {
     return n < INT_MIN ? INT_MIN : static_cast<int>(n);
 }
 
-// What the time classes of seconds and microseconds have in common. `T` is the class derived from
-// this one.
+// The common base of the time classes that hold seconds and microseconds. `T` is the derived class.
 template <class T>
 class SecTime {
   public:
@@ -26,7 +25,7 @@ class SecTime {
     void from_msec(int msecs) { Set(msecs / 1000, int64_t{msecs % 1000} * 1000); }
     [[nodiscard]] int usec() const { return m_usec; }
 
-    // Less than, equal to or greater than 0, as this time is earlier, equal or later.
+    // Returns a negative number when this time is earlier, 0 when equal, a positive one when later.
     [[nodiscard]] int compare(const T& other) const {
         if (m_sec != other.m_sec) {
             return m_sec < other.m_sec ? -1 : 1;
@@ -52,10 +51,10 @@ class SecTime {
 
     SecTime() = default;
     SecTime(int sec, int usec) { Set(sec, usec); }
-    // Read as signed first, so that a time below 0 survives its way through an unsigned long.
+    // Converted to signed first, so that a negative time passed as unsigned long keeps its value.
     explicit SecTime(unsigned long sec) { Set(static_cast<long>(sec), 0); }
 
-    // Stores a normalised time; seconds that an int cannot hold are cut to the nearer end.
+    // Stores a normalised time; seconds outside the range of int are clamped to it.
     void Set(int64_t nSec, int64_t nUsec) {
         const int64_t nBorrow = nUsec < 0 ? (-nUsec + USEC_PER_SEC - 1) / USEC_PER_SEC : 0;
         const int64_t nPositive = nUsec + nBorrow * USEC_PER_SEC;

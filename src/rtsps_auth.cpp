@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_auth.h"
 
-// Kept (operators): [credentials-unchecked] both checkers accept whatever they are given.
-// Authentication is switched off as well.
+// Kept (operators): [credentials-unchecked] both functions accept every credential. Authentication
+// is switched off as well.
 int CheckBasicAuth(const tagRtspRequestCfg* /*cfg*/, const char* /*szValue*/) {
     return 0;
 }

@@ -4,8 +4,8 @@
 
 struct tagRtspRequestCfg;
 
-// Checkers of the "Authorization" header's value (RFC 7617, RFC 7616). Both accept every
-// credential: 0. The host's user name and password are not consulted.
+// Check the value of the "Authorization" header (RFC 7617, RFC 7616). Both accept every credential
+// and return 0. They do not read the host's user name and password.
 int CheckBasicAuth(const tagRtspRequestCfg* cfg, const char* szValue);
 int CheckDigestAuth(const tagRtspRequestCfg* cfg, const char* szValue, const char* szMethod);
 

@@ -29,7 +29,7 @@ const char* LevelLabel(int nLevel, bool bInfoOn) {
 }  // namespace
 
 CDebugInfo* CDebugInfo::Instance() {
-    // Trivially destructible, so threads that outlive main may go on logging.
+    // Trivially destructible, so threads that outlive main may continue to log.
     static CDebugInfo debugInfo;
     return &debugInfo;
 }
@@ -47,14 +47,14 @@ void CDebugInfo::OutputDebugInfo(int nLevel, const char* fmt, ...) {
     char szLine[LINE_SIZE] = {};
     const int nLabel = snprintf(szLine, sizeof(szLine), "%s", szLabel);
 
-    // Kept (operators): [log-line-length] 1023 - n, not 1024 - n: the longest line is 1022
-    // characters.
+    // Kept (operators): [log-line-length] the last byte of the array is not used, so the longest
+    // line has 1022 characters.
     va_list args;
     va_start(args, fmt);
     vsnprintf(szLine + nLabel, static_cast<size_t>(LINE_SIZE - 1 - nLabel), fmt, args);
     va_end(args);
 
-    // One print call per line and no flush: a redirected host decides how its output is buffered.
+    // One print call per line and no flush: the host decides how its standard output is buffered.
     printf("%s", szLine);
     errno = nError;  // hosts read the error number of a failed Start after its log lines
 }

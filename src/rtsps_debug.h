@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-// Log levels. The numbers are part of the output contract; any other number prints nothing.
+// Log levels. A line with any other number is not printed.
 enum eLOG_LEVEL : int {
     LOG_LEVEL_ERROR = 1,
     LOG_LEVEL_CRIT = 2,
@@ -12,20 +12,20 @@ enum eLOG_LEVEL : int {
     LOG_LEVEL_INFO = 4,
 };
 
-// Kept (operators): [log-texts] the texts of the messages are part of the output contract too,
-// misspellings and trailing blanks included: operators' filters match them.
+// Kept (operators): [log-texts] the texts of the messages do not change, misspellings and trailing
+// blanks included: operators' filters match them.
 //
 // Prints one diagnostic line: RTSPS_LOG(ERROR, "bind %d failed", port). The level is a name of
 // eLOG_LEVEL without its prefix, the text a literal. After the level, each line has the source
-// file, the line and the function of the call. The empty last argument lets a text stand without
-// arguments of its own.
+// file, the line and the function of the call. The empty last argument allows a text without
+// arguments.
 #define RTSPS_LOG(level, ...) RTSPS_LOG_LINE(level, __VA_ARGS__, "")
 #define RTSPS_LOG_LINE(level, text, ...)                                                          \
     CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_##level, "%s:%d %s " text "%s\n", __FILE__, \
                                             __LINE__, __func__, __VA_ARGS__)
 
-// The one way in which the library prints diagnostics: a level label and the formatted line, in a
-// single printf to standard output. Any thread may log at any time; nothing is allocated.
+// Prints the log lines of the library: a level label and the formatted line, in a single printf to
+// standard output. Any thread may log at any time. No memory is allocated.
 class CDebugInfo {
   public:
     static CDebugInfo* Instance();

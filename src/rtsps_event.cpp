@@ -12,7 +12,7 @@ constexpr int NOT_DESCRIBED = -1;
 
 thread_local bool t_bInCallBack = false;
 
-// The clock that nobody sets: times since connect never jump.
+// The monotonic clock cannot be set, so times since the connection never jump.
 uint64_t MonotonicMs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -60,7 +60,7 @@ void CSessionEvents::Begin(uint32_t dwSessionId, const CBB_ADDR_T& client) {
     const char* szAddr = CBB_GetAddrString(&client);
     TextCopy(m_info.szClientAddr, szAddr != nullptr ? szAddr : "");
     if (!raise(RTSPS_EVENT_CONNECTED, RTSPS_MEDIA_NONE)) {
-        m_bMayRaise.store(false, std::memory_order_release);  // the function went meanwhile
+        m_bMayRaise.store(false, std::memory_order_release);  // no function is set any more
     }
 }
 
@@ -87,7 +87,7 @@ void CSessionEvents::TornDown() {
 void CSessionEvents::End(const tagRtspServerTotals& totals) {
     int32_t nReason = m_reason.load(std::memory_order_acquire);
     if (m_bTornDown && nReason != RTSPS_CLOSE_SERVER_STOPPED) {
-        nReason = RTSPS_CLOSE_TEARDOWN;  // however the connection went down after it
+        nReason = RTSPS_CLOSE_TEARDOWN;  // whatever closed the connection afterwards
     }
     m_info.dwReason = static_cast<uint32_t>(nReason);
     m_info.stuTotals = totals;
@@ -99,21 +99,21 @@ void CSessionEvents::SetReason(RTSP_SERVER_CLOSE_REASON reason) {
     m_reason.compare_exchange_strong(nNone, reason, std::memory_order_acq_rel);
 }
 
-// Returns whether the host has heard of it.
+// Returns whether an event function was called.
 bool CSessionEvents::raise(RTSP_SERVER_EVENT event, uint32_t dwMedia) {
     if (!MayRaise()) {
         return false;
     }
     m_info.dwMedia = dwMedia;
     m_info.qwConnectedMs = MonotonicMs() - m_nConnectedAtMs;
-    tagRtspServerEventInfo info = m_info;  // the host's to scribble on
+    tagRtspServerEventInfo info = m_info;  // a copy, because the host may write to it
     bool bHeard = true;
     t_bInCallBack = true;
     try {
         bHeard =
             CRtspSessionManager::Instance()->RaiseEvent(event, m_dwSessionId, &info, sizeof(info));
     } catch (...) {
-        // A host's exception ends here, like all others at the library's edge.
+        // An exception of the host must not end the session's thread.
     }
     t_bInCallBack = false;
     return bHeard;

@@ -10,11 +10,11 @@
 #include "cbb.h"
 #include "rtsps_server_api.h"
 
-// What one client's events tell, and when they are raised.
+// Collects the data of one client's events and raises them.
 //
-// All events of a session are raised on its own thread, with no lock held. The thread raises
-// nothing before the manager has decided whether the session is registered; a refused session, and
-// one that found no event function when it was registered, raises nothing at all.
+// All events of a session are raised on its own thread, with no lock held. The thread raises no
+// event before the manager has decided whether the session is registered. A session never raises an
+// event when it was refused, or when no event function was set at its registration.
 class CSessionEvents {
   public:
     CSessionEvents();
@@ -22,12 +22,12 @@ class CSessionEvents {
     CSessionEvents(const CSessionEvents&) = delete;
     CSessionEvents& operator=(const CSessionEvents&) = delete;
 
-    // Before the session's thread starts: its registration will be decided.
+    // Called before the session's thread starts, when ReportRegistration will follow.
     void AwaitRegistration() { m_bExpected = true; }
-    // Once, from the thread that registers; ignored when nobody expects it.
+    // Called once, by the registering thread. Ignored without AwaitRegistration.
     void ReportRegistration(bool bRegistered);
 
-    // Session's thread: waits for the decision, then raises "connected".
+    // Session's thread: waits for ReportRegistration, then raises "connected".
     void Begin(uint32_t dwSessionId, const CBB_ADDR_T& client);
     // Session's thread: the stream that the client has described.
     void Describe(int nChan, int nStreamType);
@@ -35,14 +35,14 @@ class CSessionEvents {
     void SetUp(uint32_t dwMedia, uint32_t dwTransport);
     void Playing();
     void TornDown();
-    // Session's thread, last: raises "closed" with the session's totals.
+    // Session's thread, as its last call: raises "closed" with the session's totals.
     void End(const tagRtspServerTotals& totals);
 
     // Why the session ends; the first reason given counts. Any thread.
     void SetReason(RTSP_SERVER_CLOSE_REASON reason);
 
-    // False once it is certain that this session raises no event, so that nobody has to wait for
-    // one when its thread is joined.
+    // False when it is certain that this session raises no event. A thread that joins the session's
+    // thread then does not wait for the host's event function.
     bool MayRaise() const { return m_bMayRaise.load(std::memory_order_acquire); }
 
     // Whether the calling thread is inside the host's event function.
@@ -53,7 +53,7 @@ class CSessionEvents {
 
     sem_t m_semDecided;          // posted by the deciding thread, waited for by the session's
     bool m_bExpected = false;    // written before the session's thread exists
-    bool m_bRegistered = false;  // handed over by the semaphore
+    bool m_bRegistered = false;  // synchronised by the semaphore
     // atomic: written by the deciding and by the session's thread, read by the sweep
     std::atomic<bool> m_bMayRaise{false};
     std::atomic<int32_t> m_reason{RTSPS_CLOSE_NONE};  // atomic: written by any thread

@@ -61,7 +61,7 @@ int CRtspListener::listen_on(int port) {
     CBB_MakeAddrByString(AF_INET, nullptr, static_cast<uint16_t>(port), &addr);
     CBB_SetReuseAddr(GetFd(), 1);
     CBB_SetBuffSize(GetFd(), RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);
-    // A client that vanishes between poll and accept must not block the thread.
+    // A client that disconnects between poll and accept must not block the thread.
     CBB_SetNonBlock(GetFd(), 1);
     if (CBB_Bind(GetFd(), &addr) != 0) {
         const int nError = GetSystemLastError();
@@ -118,13 +118,13 @@ void* CRtspListener::accept_handler_svc(void* pListener) {
         try {
             pSelf->accept_clients();
         } catch (...) {
-            CBB_Sleep(REFUSAL_PAUSE_MS);  // no memory: nothing below may end the accept thread
+            CBB_Sleep(REFUSAL_PAUSE_MS);  // lack of memory must not end the accept thread
         }
     }
     return nullptr;
 }
 
-// Accepted connections whose sessions are not made yet, first come first served.
+// Accepted connections that have no session yet, in the order of their arrival.
 struct CRtspListener::CArrivals {
     ~CArrivals() {
         for (; nCount > 0; --nCount) {
@@ -145,8 +145,8 @@ void CRtspListener::accept_clients() {
     CArrivals arrivals;
     if (!wait_for_clients(&arrivals)) {
         if (IsRunning()) {
-            // Kept (operators): [sweep-when-idle] no sweep while clients keep arriving, so ended
-            // sessions keep their connection and place until then.
+            // Kept (operators): [sweep-when-idle] there is no sweep while clients keep arriving.
+            // Ended sessions keep their connection and their slot until the next sweep.
             CRtspSessionManager::Instance()->DelExceptionSession();
             CBB_Sleep(REFUSAL_PAUSE_MS);
         }
@@ -161,10 +161,11 @@ void CRtspListener::accept_clients() {
     }
 }
 
-// Many clients may connect at once: when the power is back, say. The kernel's short queue drops
-// those that it cannot hold, and a dropped client tries again after a second. So the queue is
-// emptied first. Sessions, whose threads compete for the processors, are made when no client
-// arrives within ARRIVAL_GAP_MS, when RTSPS_MAX_SESSIONS have arrived, or after GATHER_LIMIT.
+// Many clients may connect at the same time, for example after a power failure. The kernel's listen
+// queue is short; it drops connections that do not fit, and a dropped client tries again after a
+// second. So this function empties the queue first. The sessions, whose threads compete for the
+// processors, are created when no client arrives within ARRIVAL_GAP_MS, when RTSPS_MAX_SESSIONS
+// have arrived, or after GATHER_LIMIT.
 bool CRtspListener::wait_for_clients(CArrivals* pArrivals) const {
     take_arrivals(pArrivals, ACCEPT_TIMEOUT_MS);
     const auto end = std::chrono::steady_clock::now() + GATHER_LIMIT;
@@ -176,7 +177,7 @@ bool CRtspListener::wait_for_clients(CArrivals* pArrivals) const {
     return pArrivals->nCount > 0;
 }
 
-// Takes who has arrived; when nobody has, who does within a time.
+// Accepts all clients that have arrived. When none has, waits up to `nTimeOutMs` for the first.
 void CRtspListener::take_arrivals(CArrivals* pArrivals, uint32_t nTimeOutMs) const {
     for (; pArrivals->nCount < CArrivals::CAPACITY; nTimeOutMs = 0) {
         CBB_ADDR_T peer{};
@@ -216,7 +217,7 @@ void CRtspListener::serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
     }
 }
 
-// Returns whether a session has taken the socket over.
+// Returns whether a session owns the socket now.
 bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
     CRtspSessionManager* pManager = CRtspSessionManager::Instance();
     const uint32_t dwId = pManager->GenerateSessionId();
@@ -238,6 +239,6 @@ bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
         pSession->Release();
         return false;
     }
-    pManager->AddSession(pSession.release());  // the manager's from here on, refused or not
+    pManager->AddSession(pSession.release());  // the manager owns it, also when it is refused
     return true;
 }

@@ -7,10 +7,10 @@
 
 #include "cbb.h"
 
-// Accepts clients on one TCP port, IPv4, and makes a session of each. While nobody arrives, its
-// accept thread sweeps out the sessions that have ended.
+// Accepts clients on one TCP port (IPv4) and creates a session for each. While no client arrives,
+// its accept thread sweeps: it closes and removes the sessions that have ended.
 //
-// Open and Close belong to one thread at a time (CRtspServer serialises them).
+// Only one thread at a time may call Open or Close (CRtspServer serialises them).
 class CRtspListener {
   public:
     CRtspListener() = default;
@@ -18,9 +18,9 @@ class CRtspListener {
     CRtspListener(const CRtspListener&) = delete;
     CRtspListener& operator=(const CRtspListener&) = delete;
 
-    // Listens on `port` and starts the accept thread; 0 or -1.
+    // Listens on `port` and starts the accept thread. Returns 0 or -1.
     [[nodiscard]] int Open(int port);
-    // Ends the thread and closes the socket, in milliseconds; 0.
+    // Ends the thread and closes the socket. Returns 0.
     int Close();
 
     bool IsRunning() const { return m_running.load(std::memory_order_acquire) != 0; }

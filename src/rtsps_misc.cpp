@@ -15,13 +15,13 @@ namespace {
 constexpr int DUMP_ROW_SIZE = 16;
 
 void AppendSessionLines(const tagRtspRequestCfg& cfg, CTextAppender& sdp) {
-    // Kept (clients): [sdp-family-from-url] brackets in the URL select IPv6, not the connection,
-    // which is always IPv4.
+    // Kept (clients): [sdp-family-from-url] brackets in the URL select IPv6, although the
+    // connection is always IPv4.
     const bool bIpv6 = cfg.byIPV6 != 0;
     const char* szFamily = bIpv6 ? "IP6" : "IP4";
     const char* szAnyAddr = bIpv6 ? "::" : "0.0.0.0";
     sdp.Append("v=0\r\n");
-    // Kept (clients): [sdp-fixed-origin] one session id and version for every description.
+    // Kept (clients): [sdp-fixed-origin] every description has this session id and version.
     sdp.AppendFormat("o=%s %s %s IN %s %s\r\n", "-", "1109162014219182", "0", szFamily, szAnyAddr);
     sdp.Append("s=Media Server\r\n");
     sdp.Append("i=Media Server Session Description : standard\r\n");
@@ -34,8 +34,8 @@ void AppendSessionLines(const tagRtspRequestCfg& cfg, CTextAppender& sdp) {
     }
 }
 
-// Kept (clients): [sdp-no-parameter-sets] no "a=fmtp" line: parameter sets travel in the stream,
-// before each key frame.
+// Kept (clients): [sdp-no-parameter-sets] there is no "a=fmtp" line. The stream carries the
+// parameter sets, before each key frame.
 void AppendVideoLines(const tagRtspServerStreamInfo& info, CTextAppender& sdp) {
     sdp.AppendFormat("m=video 0 RTP/AVP %d\r\n", info.byVideoPayload);
     sdp.Append("i=Video media\r\n");
@@ -66,8 +66,7 @@ const char* get_encoding_name_for_sdp(unsigned int format) {
         case RTSPS_AUDIO_STREAM_TYPE_G711A:
             return "PCMA/8000";
         default:
-            // Kept (clients): [sdp-unknown-coding] one fallback for every other value, AAC
-            // included.
+            // Kept (clients): [sdp-unknown-coding] every other value, AAC included, gets this name.
             RTSPS_LOG(ERROR, "encode is %u; nof find match!", format);
             return "MP4V-ES/90000";
     }

@@ -17,7 +17,8 @@ constexpr int MSECS_PER_25_FPS_FRAME = 40;
 }  // namespace
 
 SMPTETimeCode::SMPTETimeCode(uint64_t msecs)
-    // Kept (clients): [smpte-seconds-unread] times 1000, not divided by it. Nothing reads m_secs.
+    // Kept (clients): [smpte-seconds-unread] m_secs is multiplied by 1000 instead of divided. No
+    // code reads it.
     : m_msecs(msecs), m_secs(msecs * 1000) {
     from_msec();
 }
@@ -85,8 +86,8 @@ void SMPTETimeCode::to_msec() {
     m_msecs = static_cast<uint64_t>(nMsecs);
 }
 
-// Kept (clients): [smpte-rounds-down] rounds down, so a frame that was read from text may be one
-// lower when it is written.
+// Kept (clients): [smpte-rounds-down] the conversion rounds down, so a frame that was read from
+// text may be written one lower.
 void SMPTETimeCode::from_msec() {
     const uint64_t fps = static_cast<uint64_t>(frames_per_sec());
     // m_msecs * fps / 1000 in two steps, because the product may exceed 64 bits.

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-// An SMPTE time code (RFC 2326, section 3.5): "hh:mm:ss" with an optional ".ff" of frames, beside
-// the time in milliseconds.
+// An SMPTE time code (RFC 2326, section 3.5): "hh:mm:ss" with an optional ".ff" of frames. Also
+// holds the time in milliseconds.
 class SMPTETimeCode {
   public:
     enum DropFrame : int { DROP_FRAME = 0, NON_DROP_FRAME = 1 };
@@ -22,7 +22,7 @@ class SMPTETimeCode {
     explicit operator const char*() { return to_string(); }
     explicit operator unsigned long() const;  // whole seconds
 
-    // Takes the time from a NUL-terminated text; null or empty text gives 0.
+    // Reads the time from a NUL-terminated text; null or empty text gives 0.
     void FromString(const char* text);
 
     // Recompute the milliseconds from the fields, and the fields from the milliseconds.
@@ -30,7 +30,7 @@ class SMPTETimeCode {
     void from_msec();
     [[nodiscard]] uint64_t msecs() const { return m_msecs; }
 
-    // Less than, equal to or greater than 0, as this time is earlier, equal or later.
+    // Returns a negative number when this time is earlier, 0 when equal, a positive one when later.
     [[nodiscard]] int compare(const SMPTETimeCode& other) const;
     // Results keep the rate of the left side; a difference below 0 is 0.
     SMPTETimeCode& operator+=(const SMPTETimeCode& other);
