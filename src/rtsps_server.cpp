@@ -12,8 +12,8 @@
 
 namespace {
 
-// Kept (hosts): [stream-key] both halves are sign-extended, so a negative stream erases the channel
-// and all channels share one record for it.
+// Kept (hosts): [stream-key] both halves are sign-extended. A negative stream number sets all bits
+// of the channel's half, so all channels share one record for it.
 uint64_t StreamInfoKey(int nChan, int nStreamType) {
     const auto nHigh = static_cast<uint64_t>(static_cast<int64_t>(nChan)) << 32;
     return nHigh | static_cast<uint64_t>(static_cast<int64_t>(nStreamType));
@@ -40,10 +40,10 @@ int CRtspServer::Init(const TRtspServerPara* pPara) {
     }
     if (CBB_InitNetwork_Inter() < 0) {
         RTSPS_LOG(ERROR, "init failed");
-        // Kept (hosts): [failed-init-counts] the count stays raised.
+        // Kept (hosts): [failed-init-counts] an initialisation that fails stays counted.
         return -1;
     }
-    // Kept (hosts): [config-unused] szMultiAddr, szUserName and szPasswd are stored, and nothing
+    // Kept (hosts): [config-unused] szMultiAddr, szUserName and szPasswd are stored, but no code
     // reads them.
     m_stuPara = pPara != nullptr ? *pPara : TRtspServerPara{};
     CDebugInfo::Instance()->SetDebugSwitch(m_stuPara.byDbg != 0);
@@ -52,8 +52,8 @@ int CRtspServer::Init(const TRtspServerPara* pPara) {
 
 int CRtspServer::Release() {
     const CLockGuard guard(m_Mutex);
-    // Kept (hosts): [release-no-floor] the count has no floor: a Release too many takes an Init
-    // more before Start succeeds.
+    // Kept (hosts): [release-no-floor] the count may become negative. After one Release too many,
+    // Start fails until Init is called twice.
     --m_nInitRef;
     if (m_nInitRef < 1) {
         CBB_FiniNetwork_Inter();
@@ -77,7 +77,7 @@ int CRtspServer::Start() {
     return 0;
 }
 
-// The pool exists before the listener opens, and so before a client can ask for a port.
+// The pool is created before the listener opens, because the first client may need a port at once.
 int CRtspServer::create_parts() {
     if (m_nInitRef <= 0) {
         RTSPS_LOG(ERROR, "Start failed,not init");
@@ -111,7 +111,7 @@ int CRtspServer::Stop() {
         pListener = std::move(m_pListener);
     }
     if (pListener != nullptr) {
-        pListener->Close();  // joins the accept thread, whose sweep gives ports back
+        pListener->Close();  // joins the accept thread, which gives ports back in its sweep
     }
     const CLockGuard guard(m_Mutex);
     m_pPortQueue.reset();

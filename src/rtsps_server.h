@@ -12,12 +12,12 @@
 class CNet_PortPool;
 class CRtspListener;
 
-// The server: configuration, listener, data ports, and what the host has declared of its streams.
+// The server: configuration, listener, data ports, and the streams that the host has declared.
 // Every operation may be called from any thread.
 //
 // Locks: m_mutexStartStop serialises Start and Stop and is taken before m_Mutex, which guards the
-// fields. The port pool's lock is taken inside m_Mutex. Stop never waits with m_Mutex in hand: the
-// accept thread it waits for, and the session threads, take it.
+// fields. The port pool's lock is taken inside m_Mutex. Stop never waits while it holds m_Mutex,
+// because the accept thread and the session threads, for which it waits, take m_Mutex too.
 class CRtspServer {
   public:
     static CRtspServer* Instance();
@@ -31,7 +31,8 @@ class CRtspServer {
     int Stop();
 
     int SetStreamInfo(int nChan, int nStreamType, const TRtspServerStreamInfo* pPara);
-    // Copies the stored record out: 0, or -1, with `pPara` untouched, when there is none.
+    // Copies the stored record to `pPara` and returns 0. Without a record, returns -1 and leaves
+    // `pPara` unchanged.
     int GetStreamInfo(int nChan, int nStreamType, TRtspServerStreamInfo* pPara);
     int GetPara(TRtspServerPara* pPara);
 

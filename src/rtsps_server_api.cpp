@@ -8,7 +8,7 @@
 
 namespace {
 
-// Starting and stopping wait for threads, and a callback runs on one of them.
+// Start and Stop may wait for session threads, and the event callback runs on a session thread.
 bool IsInsideCallBack() {
     if (!CSessionEvents::InCallBack()) {
         return false;
@@ -20,7 +20,7 @@ bool IsInsideCallBack() {
 }  // namespace
 
 int32_t RTSPServer_Init(tagRtspServerPara* pPara) {
-    // Kept (hosts): [init-result] the result of Init is not passed on.
+    // Kept (hosts): [init-result] the result of Init is ignored.
     CRtspServer::Instance()->Init(pPara);
     CRtspSessionManager::Instance()->Init();
     return 0;
@@ -53,7 +53,7 @@ int32_t RTSPServer_Stop(void) {
     return 0;
 }
 
-// Kept (hosts): [sendrealsteam] spelled so; hosts link against this name.
+// Kept (hosts): [sendrealsteam] the name lacks the r of Stream; hosts link against it.
 int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType, void* pData, int32_t nLen) {
     return CRtspSessionManager::Instance()->SendRealStream(nChan, nStreamType, pData, nLen);
 }

@@ -25,7 +25,7 @@ namespace {
 
 constexpr int POLL_INTERVAL_MS = 3000;
 constexpr int IDLE_LIMIT_MS = 30000;
-// Kept (clients): [frames-below-8] a frame on a higher channel is taken for the beginning of a
+// Kept (clients): [frames-below-8] a frame on a higher channel is treated as the beginning of a
 // request, although SETUP accepts such channels.
 constexpr unsigned char INTERLEAVED_CHANNELS = 8;
 constexpr size_t CSEQ_SIZE = 16;
@@ -46,8 +46,8 @@ int FrameLength(const char* data, int len) {
 // The length of the message head that the NUL-terminated data begin with, its empty line included.
 // 0 while the empty line is missing.
 //
-// Kept (clients): [nul-in-head] bytes after a NUL are not searched: such a head never ends, and is
-// dropped when it is too long.
+// Kept (clients): [nul-in-head] bytes after a NUL are not searched. A head with a NUL never ends,
+// and is dropped when it is too long.
 int HeadLength(const char* data) {
     const char* pEnd = CBB_Strstr(data, HEAD_END);
     return pEnd == nullptr ? 0 : static_cast<int>(pEnd - data) + HEAD_END_SIZE;
@@ -55,8 +55,8 @@ int HeadLength(const char* data) {
 
 }  // namespace
 
-// The received bytes and how many of them are not consumed yet; consume says where these stand. A
-// NUL follows them.
+// The received bytes, and the number of bytes that are not consumed yet. Their position is
+// explained at consume. A NUL follows the received bytes.
 struct CRtspSession::CReceiveBuffer {
     char data[RECV_BUFFER_SIZE + 1] = {};
     int nHeld = 0;
@@ -85,7 +85,7 @@ int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
     }
     if (hThread == nullptr || hThread == CBB_INVALID_HANDLE) {
         RTSPS_LOG(ERROR, "create process_msg_svc! error!, FD[%d]", sock);
-        m_sockfd = -1;  // not closed: the socket is the caller's again
+        m_sockfd = -1;  // not closed: the caller owns the socket again
         m_bQuit = true;
         return -1;
     }
@@ -94,7 +94,7 @@ int CRtspSession::Open(CBB_SOCK_T sock, const CBB_ADDR_T* client) {
 }
 
 void CRtspSession::RequestQuit() {
-    m_events.SetReason(RTSPS_CLOSE_SERVER_STOPPED);  // counts only for one that was running
+    m_events.SetReason(RTSPS_CLOSE_SERVER_STOPPED);  // a session that has ended keeps its reason
     m_bQuit = true;
     const CLockGuard guard(m_mutexSend);  // the descriptor is closed under it
     const CBB_SOCK_T sock = m_sockfd;
@@ -153,13 +153,13 @@ void* CRtspSession::process_msg_svc(void* pSession) {
     try {
         pSelf->run_message_loop();
     } catch (...) {
-        // Out of memory: this client ends, the process does not.
+        // Memory ran out: this session ends, but not the process.
         pSelf->m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
     }
-    // Kept (clients): [ended-session-waits] neither the socket nor the transport is closed here but
-    // by the next sweep. The client of a session that has ended waits until then.
+    // Kept (clients): [ended-session-waits] the socket and the transport stay open here. The next
+    // sweep closes them; until then the client keeps waiting.
     pSelf->m_bQuit = true;
-    // Kept (operators): [exit-line] every end is printed, at level CRIT.
+    // Kept (operators): [exit-line] the end of every session is printed, at level CRIT.
     RTSPS_LOG(CRIT, "exit");
     pSelf->m_events.End(pSelf->media_totals());
     pSelf->m_bEnded.store(true, std::memory_order_release);
@@ -171,7 +171,7 @@ void* CRtspSession::process_msg_svc(void* pSession) {
     return nullptr;
 }
 
-// On the session's thread, which then ends unjoined.
+// Runs on the session's thread, which then ends without being joined.
 void CRtspSession::detach_thread() {
     const CLockGuard guard(m_mutexClose);
     m_hSrvThread = nullptr;
@@ -188,7 +188,7 @@ void CRtspSession::run_message_loop() {
             return;  // woken to stop: not a receive error
         }
         if (nReady < 0 && nError == EINTR) {
-            continue;  // the C library's own signals, as when the host drops its privileges
+            continue;  // a signal of the C library, for example when the host changes its user id
         }
         if (nReady < 0) {
             m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
@@ -212,12 +212,12 @@ void CRtspSession::run_message_loop() {
     }
 }
 
-// Waits with select, because its outcomes are fixed in the log: the wait for a descriptor that is
-// closed fails with EBADF ("select failed,errno 9"), and an error or the end of the connection
-// makes it readable, so that the receive finds the number to print. poll reports all of these as
-// events without a number.
+// Waits with select, because operators match the log lines that its results lead to. For a closed
+// descriptor select fails with EBADF ("select failed,errno 9"). After an error, or at the end of
+// the connection, the descriptor becomes readable, and the receive returns the error number to
+// print. poll reports all of these as events without a number.
 //
-// The bitmap is as large as the descriptor needs: FD_SET would write beyond an fd_set for
+// The bitmap is as large as the descriptor requires: FD_SET would write beyond an fd_set for
 // descriptors of 1024 and above.
 int CRtspSession::wait_readable(int nMilliSec, int* pnError) const {
     constexpr int WORD_BITS = static_cast<int>(sizeof(fd_mask) * CHAR_BIT);
@@ -246,7 +246,7 @@ int CRtspSession::wait_readable(int nMilliSec, int* pnError) const {
 
 bool CRtspSession::idle_too_long(int nIdleMs) {
     // Kept (operators): [no-idle-limit] the idle limit is switched off for the whole life of a
-    // session. A silent client keeps its place.
+    // session. A silent client keeps its slot.
     if (!m_bUseHeartBeat || nIdleMs <= IDLE_LIMIT_MS) {
         return false;
     }
@@ -257,12 +257,12 @@ bool CRtspSession::idle_too_long(int nIdleMs) {
     return true;
 }
 
-// How many bytes to receive when the next `nPeeked` bytes are known: they stand in the buffer after
-// the held ones, and are still in the socket.
+// Returns how many bytes to receive. The next `nPeeked` bytes are known: they are in the buffer,
+// after the held bytes, and also still in the socket.
 //
-// Clients write the receiver reports of interleaved media and their requests on one connection, so
-// one segment may carry both. A receive therefore ends where a frame begins or ends. Where no frame
-// is involved, it takes all that has arrived.
+// Clients send the receiver reports of interleaved media and their requests on one connection, so
+// one segment may carry both. A receive therefore ends where a frame begins or ends. Without a
+// frame, it takes all bytes that have arrived.
 int CRtspSession::receive_size(const CReceiveBuffer& buffer, int nPeeked) {
     const int nHeld = buffer.nHeld;
     const int nArrived = nHeld + nPeeked;
@@ -274,7 +274,7 @@ int CRtspSession::receive_size(const CReceiveBuffer& buffer, int nPeeked) {
     if (nHead > nHeld && FrameLength(buffer.data + nHead, nArrived - nHead) > 0) {
         return nHead - nHeld;
     }
-    return nPeeked;  // not more: a frame may arrive before the receive
+    return nPeeked;  // not more, because a frame may arrive before the receive
 }
 
 bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
@@ -282,7 +282,7 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
     // receive of 0 bytes then ends the session.
     const int nRoom = RECV_BUFFER_SIZE - pBuffer->nHeld;
     char* pFree = pBuffer->data + pBuffer->nHeld;
-    // The end of the stream and errors are met here: an error is reported once only.
+    // The peek already reports the end of the stream and errors; the kernel reports an error once.
     int nReceived = static_cast<int>(
         recv(m_sockfd, pFree, static_cast<size_t>(nRoom), MSG_PEEK | MSG_DONTWAIT));
     if (nReceived > 0) {
@@ -310,10 +310,10 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
 
 // Takes one message or frame out of the buffer; false ends the session.
 //
-// Kept (clients): [receive-not-moved] only the count shrinks, the remaining bytes are not moved to
-// the front, and the next receive appends after the reduced count. One message per receive leaves
-// the buffer empty; with a second message, or a body, the framing shifts. Frames never share a
-// receive, see receive_size.
+// Kept (clients): [receive-not-moved] only the count is reduced. The remaining bytes are not moved
+// to the front, and the next receive appends after the reduced count. One message per receive
+// leaves the buffer empty; after a second message, or a body, the framing is wrong. Frames never
+// share a receive, see receive_size.
 bool CRtspSession::consume(CReceiveBuffer* pBuffer) {
     int nMsgLen = 0;
     switch (check_packet(pBuffer->data, RECV_BUFFER_SIZE, pBuffer->nHeld, nMsgLen)) {
@@ -340,7 +340,7 @@ bool CRtspSession::handle_message(const char* buf, int msgLen) {
         return false;
     }
     const int nResult = proc_rtsp_msg_hook(msg.get());
-    // Kept (clients): [response-ignored] a received response gives -1, which is ignored.
+    // Kept (clients): [response-ignored] a received response has the result -1, which is ignored.
     return nResult == 0 || !msg->IsRequest();
 }
 
@@ -357,9 +357,9 @@ int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLe
         RTSPS_LOG(INFO, "RTCP packet recv");
         return 1;
     }
-    // Kept (clients): [body-not-awaited] a body is neither waited for nor counted. A request that
+    // Kept (clients): [body-not-awaited] the body does not belong to the message. A request that
     // announces one as "Content-length" does not parse and ends its session. After every other
-    // request the body counts as the beginning of the next one.
+    // request the body is treated as the beginning of the next one.
     const int nHead = HeadLength(buf);
     if (nHead > 0) {
         msgLen = nHead;
@@ -381,7 +381,7 @@ int CRtspSession::proc_response(CRtspMsg* /*msg*/) {
     return 0;
 }
 
-// A message as it leaves.
+// The bytes of a message to send.
 struct CRtspSession::CSendText {
     explicit CSendText(const CRtspMsg& msg, const char* szBody = "", int nBodyLen = 0)
         : nLen(msg.as_binary(sz, SEND_BUFFER_SIZE)) {
@@ -393,7 +393,7 @@ struct CRtspSession::CSendText {
     }
 
     char sz[SEND_BUFFER_SIZE + 1] = {};
-    int nLen;        // negative: it does not fit, or lacks a part, and is not sent
+    int nLen;        // negative: the message does not fit or is incomplete, and is not sent
     int nError = 0;  // the system's error number after the send
 };
 
@@ -427,9 +427,8 @@ int CRtspSession::send_request(const CRtspRequest* req) {
     return 0;
 }
 
-// Sends a message over the path that the session has: its transport once there is one, else the
-// bare connection. The state changes under the lock: a push that sees the state PLAY waits here
-// until the reply is out.
+// Sends a message through the transport, or on the connection while there is no transport. The
+// state changes under the lock, so a push that sees the state PLAY waits until the reply is sent.
 bool CRtspSession::send_text(CSendText* pText, EAfterReply after) {
     const CLockGuard guard(m_mutexSend);
     const eRTSP_METHOD_INDEX before = m_emRtspStat;

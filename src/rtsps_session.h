@@ -23,39 +23,40 @@ struct tagRtspServerStreamInfo;
 
 // One connected client: its thread, its protocol state and its media.
 //
-// Threads: the session's own thread runs the message loop and the handlers; host threads push media
-// through SendRealStream; the manager's callers ask IsRunning and call RequestQuit and Close.
+// Threads: the session's own thread runs the message loop and the handlers. Host threads push media
+// through SendRealStream. Callers of the manager use IsRunning, RequestQuit and Close.
 //
 // Locks, in the order in which they may be taken: m_mutexClose, m_mutexSend, then the transport's.
-// m_mutexSend is held for one reply or one push, during which nothing waits for the network.
+// m_mutexSend is held for one reply or one push; no call under it waits for the network.
 class CRtspSession {
   public:
     // The session stays stopped until Open.
     explicit CRtspSession(unsigned int id);
-    // Closes nothing: Close comes first.
+    // Closes nothing; the owner calls Close first.
     ~CRtspSession();
     CRtspSession(const CRtspSession&) = delete;
     CRtspSession& operator=(const CRtspSession&) = delete;
 
     int Init() { return 0; }
 
-    // Starts to serve a connected socket, which is the session's if this succeeds; 0 or -1.
+    // Starts to serve a connected socket. Returns 0, and the session owns the socket; or -1, and
+    // the caller still owns it.
     [[nodiscard]] int Open(CBB_SOCK_T sock, const CBB_ADDR_T* client);
 
-    // Tells the session's thread to end and wakes it, without waiting for it.
+    // Requests the end of the session's thread and wakes it, without waiting for it.
     void RequestQuit();
 
-    // Ends the thread, closes the socket, frees the transport; 0. May run twice and in two threads
-    // at once. It waits for the session's own thread, so that thread may call it only after
-    // detach_thread.
+    // Ends the thread, closes the socket and frees the transport. Returns 0. May be called twice,
+    // and by two threads at once. It joins the session's own thread, which may therefore call it
+    // only after detach_thread.
     int Close();
 
-    // Closes a session that is not running, unless its thread is, or may soon be, inside the host's
-    // event function: it is then told to end, and the result is false.
+    // Closes a session that is not running, and returns true. While its thread is, or may soon be,
+    // inside the host's event function, only requests its end and returns false.
     bool TryReap();
 
-    // Before Open: the session is to be registered, and its thread waits for the result. The
-    // thread that registers it, or does not, reports that once.
+    // AwaitRegistration is called before Open, when the session is to be registered: its thread
+    // then waits for the result. The thread that registers or refuses it reports the result once.
     void AwaitRegistration() { m_events.AwaitRegistration(); }
     void ReportRegistration(bool bRegistered) { m_events.ReportRegistration(bRegistered); }
 
@@ -63,23 +64,24 @@ class CRtspSession {
     int Release();
 
     bool IsRunning() const { return !m_bQuit.load(std::memory_order_acquire); }
-    // Whether its thread has raised its last event. It may still take the manager's mutex, and
-    // then returns.
+    // Whether its thread has raised its last event. The thread may then still take the manager's
+    // mutex before it returns.
     bool HasEnded() const { return m_bEnded.load(std::memory_order_acquire); }
     unsigned int GetSessionId() const { return m_dwSessionId; }
 
     // Offers a push to this session (see RTSPServer_SendRealSteam for the buffer). Returns the
-    // bytes handed to the transport, 0 when the push is not for this session, -1 on a fault.
+    // number of bytes that the transport took, 0 when the push is not for this session, or -1 on
+    // an error.
     int SendRealStream(int chan, int streamtype, void* data, int len);
     // Sends nothing; 0.
     int SendFileStream(void* data, int len);
 
-    // Framing of the receive buffer, whose `len` bytes are followed by a NUL. 0: `msgLen` bytes
-    // are a message head; 1: they are an interleaved frame; 2: incomplete; -1: too much without a
-    // head.
+    // Finds the first message head or frame in the receive buffer, whose `len` bytes are followed
+    // by a NUL. Returns 0 when the first `msgLen` bytes are a message head, 1 when they are an
+    // interleaved frame, 2 when more bytes are needed, or -1 for too many bytes without a head.
     static int check_packet(const char* buf, int bufSize, int len, int& msgLen);
 
-    // Dispatches one parsed message to its handler; the handler's result.
+    // Passes one parsed message to its handler. Returns the handler's result.
     int proc_rtsp_msg_hook(CRtspMsg* msg);
 
   private:
@@ -104,9 +106,9 @@ class CRtspSession {
     int proc_response(CRtspMsg* msg);
     void refresh_status() {}
 
-    // Some members below have no caller: they are the whole vocabulary of the protocol.
+    // Some members below have no caller. They complete the set of methods and replies.
 
-    // Method handlers: 0 keeps the connection, anything else ends it
+    // Method handlers: 0 keeps the connection, any other result ends it
     int proc_options(CRtspMsg* msg);
     int proc_describe(CRtspMsg* msg);
     int proc_setup(CRtspMsg* msg);
@@ -146,9 +148,10 @@ class CRtspSession {
     int send_response_not_implemented(const CRtspMsg* msg);
     int send_response_no_bandwidth(const CRtspMsg* msg);
 
-    // Send path; 0 or -1. A reply that does not fit SEND_BUFFER_SIZE, or lacks a part, is not sent:
-    // -1. With PLAYS the session plays from the reply on: media of a push that comes while it is
-    // sent follows right after it. A reply that is not sent leaves the state as it was.
+    // Send path; 0 or -1. A reply that does not fit SEND_BUFFER_SIZE or is incomplete is not sent:
+    // -1. With PLAYS the state becomes PLAY together with the reply, so that the media of a push
+    // that arrives during the send follow the reply. Without a sent reply the state does not
+    // change.
     enum class EAfterReply { KEEPS_STATE, PLAYS };
     struct CSendText;
     int send_response(const CRtspResponse* resp, EAfterReply after = EAfterReply::KEEPS_STATE);
@@ -167,7 +170,7 @@ class CRtspSession {
         return szText != nullptr ? szText : "";
     }
 
-    // --- What every push looks at, side by side ---
+    // The fields that every push reads are adjacent, so that a push touches few cache lines.
 
     // atomic: set by the session's thread, by Close and by a fatal push; read by all
     std::atomic<bool> m_bQuit{true};
@@ -184,10 +187,10 @@ class CRtspSession {
     // Written by DESCRIBE; read by pushes once they have seen the state PLAY.
     tagRtspRequestCfg m_stuReqCfg{};
 
-    // --- The rest ---
+    // The other fields.
 
-    // Present, and switched off by these values for the whole life of a session: session-id
-    // checking, the idle rule, and authentication below. Session thread only.
+    // These values switch off session-id checking, the idle limit and authentication (below) for
+    // the whole life of a session. Session thread only.
     bool m_bNeedCheckId = false;
     bool m_bEachReqAuthCheck = true;
     bool m_bAuthChecked = false;
@@ -195,19 +198,19 @@ class CRtspSession {
     const uint32_t m_dwSessionId;
     int32_t m_nCSeq = 0;              // of the last request that succeeded; session thread only
     int32_t m_nCheckUserPwdMode = 0;  // 0 none, 1 Basic, 2 Digest; session thread only
-    uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;  // in all
+    uint32_t m_nShortSends GUARDED_BY(m_mutexSend) = 0;  // in total
     uint32_t m_nLongestShortRun GUARDED_BY(m_mutexSend) = 0;
-    CSessionEvents m_events;  // its fields say who uses them
-    // atomic: set by the session's thread when only its end is left, read by sweeps
+    CSessionEvents m_events;  // each of its fields names the threads that use it
+    // atomic: set by the session's thread after its last event, read by sweeps
     std::atomic<bool> m_bEnded{false};
     CBB_HANDLE m_hSrvThread GUARDED_BY(m_mutexClose) = nullptr;
-    CMutex m_mutexClose ACQUIRED_BEFORE(m_mutexSend);  // one Close at a time
+    CMutex m_mutexClose ACQUIRED_BEFORE(m_mutexSend);  // serialises Close
     // atomic: read by the session's thread; closed under m_mutexSend once that thread has ended
     std::atomic<CBB_SOCK_T> m_sockfd{-1};
     // Written by Open before the session's thread starts, and not again; read by all threads.
     CBB_ADDR_T m_serverAddr{};
     CBB_ADDR_T m_clientAddr{};
-    // Never changed: multicast is refused, and the transport has the mode.
+    // Never changed: multicast is refused, and the transport stores the mode.
     CBB_ADDR_T m_mcastAddr{};
     ETRANS_MODE m_emTransmode = NON_MODE;
     CRtspMsgParser m_parser;  // session thread only

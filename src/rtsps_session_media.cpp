@@ -11,8 +11,8 @@ namespace {
 constexpr int OFFSET_PAYLOAD_TYPE = RTP_PREFIX_SIZE + RTP_OFFSET_PAYLOAD;
 constexpr int NO_PAYLOAD_TYPE = -2;  // matches no stream
 
-// Kept (hosts): [push-first-payload] the first unit decides for the whole push; the payload types
-// of the others are not read.
+// Kept (hosts): [push-first-payload] the payload type of the first unit selects the stream for the
+// whole push. Those of the other units are not read.
 int FirstPayloadType(const void* data, int len) {
     if (len <= OFFSET_PAYLOAD_TYPE) {
         return NO_PAYLOAD_TYPE;
@@ -37,7 +37,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         return 0;
     }
     const CLockGuard guard(m_mutexSend);
-    // A TEARDOWN or a Close may have come first: the push is dropped as a whole.
+    // A TEARDOWN or a Close may have come first. The push is then dropped as a whole.
     if (!takes_push(chan, streamtype)) {
         return 0;
     }
@@ -46,11 +46,12 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         return -1;
     }
     const int nPayloadType = FirstPayloadType(data, len);
-    // Kept (hosts): [equal-payload-types] video first, so equal payload types always go to video.
+    // Kept (hosts): [equal-payload-types] video is compared first, so when both streams have the
+    // same payload type, every push goes to video.
     const bool bVideo = nPayloadType == m_nVideoPT;
     if (!bVideo && nPayloadType != m_nAudioPT) {
-        // Kept (hosts): [unknown-payload] not counted as a short push, so a client is never ended
-        // by it.
+        // Kept (hosts): [unknown-payload] this does not count as a short push, so it never ends a
+        // client's session.
         RTSPS_LOG(ERROR, "unkown payload type");
         return -1;
     }
@@ -64,8 +65,8 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
         m_nSndErrCounter = 0;
         return nSent;
     }
-    // Kept (hosts): [push-not-set-up] a push of a stream that the client has not set up is a short
-    // one too.
+    // Kept (hosts): [push-not-set-up] a push of a stream that the client has not set up counts as a
+    // short push.
     RTSPS_LOG(ERROR, "send failed,nLen=%d,nSendLen=%d,chan=%d, stream=%d,client=%s", len, nSent,
               chan, streamtype, client_text());
     if (count_short_send() > RTSPS_MAX_SHORT_PUSHES) {
@@ -75,7 +76,7 @@ int CRtspSession::SendRealStream(int chan, int streamtype, void* data, int len) 
     return nSent;
 }
 
-// The length of the run of short pushes.
+// Counts a short push. Returns the number of short pushes in a row.
 int CRtspSession::count_short_send() {
     ++m_nSndErrCounter;
     ++m_nShortSends;
@@ -83,8 +84,8 @@ int CRtspSession::count_short_send() {
     return m_nSndErrCounter;
 }
 
-// Ends the session on a host's thread. The session's own thread may wait for the client just then:
-// it is woken in a way that puts nothing on the wire. The socket stays open until the sweep.
+// Ends the session from a host's thread. SHUT_RD wakes the session's own thread, which may be
+// waiting for the client, and sends nothing to the client. The socket stays open until the sweep.
 void CRtspSession::end_from_push(RTSP_SERVER_CLOSE_REASON reason) {
     m_events.SetReason(reason);
     m_bQuit = true;
@@ -92,7 +93,7 @@ void CRtspSession::end_from_push(RTSP_SERVER_CLOSE_REASON reason) {
 }
 
 tagRtspServerTotals CRtspSession::media_totals() {
-    const CLockGuard guard(m_mutexSend);  // waits for a push that is on its way
+    const CLockGuard guard(m_mutexSend);  // waits for a push in progress
     tagRtspServerTotals totals{};
     if (m_pTransCtrl != nullptr) {
         m_pTransCtrl->GetTotals(&totals);
@@ -102,7 +103,7 @@ tagRtspServerTotals CRtspSession::media_totals() {
     return totals;
 }
 
-// Kept (hosts): [file-data-unsent] sends nothing and reports success.
+// Kept (hosts): [file-data-unsent] this sends nothing and returns success.
 int CRtspSession::SendFileStream(void* /*data*/, int /*len*/) {
     const CLockGuard guard(m_mutexSend);
     return 0;

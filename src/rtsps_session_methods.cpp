@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The answers to the requests, and the session's protocol state.
+// The replies to the requests, and the session's protocol state.
 //
-// Kept (clients): [header-order] a reply's headers leave in the order in which they are appended,
-// and the order differs between methods. Clients match replies byte for byte.
+// Kept (clients): [header-order] the headers of a reply are sent in the order in which they are
+// appended, and the order differs between methods. Clients match replies byte for byte.
 #include <cstring>
 #include <new>
 
@@ -38,8 +38,9 @@ const char* UrlOf(const CRtspMsg* msg) {
     return req != nullptr ? req->URL() : nullptr;
 }
 
-// An empty pool is tried again once ended sessions have given their ports back: a viewer that comes
-// back every few seconds would otherwise keep its own earlier ports from being freed.
+// When the pool is empty, ended sessions give their ports back, and the pool is tried again. The
+// accept thread does not sweep while clients keep arriving: a viewer that reconnects every few
+// seconds would otherwise prevent the sweep that frees its own earlier ports.
 int BorrowDataPort() {
     CRtspServer* pServer = CRtspServer::Instance();
     const int nPort = pServer->BorrowDataPort();
@@ -107,8 +108,8 @@ int CRtspSession::proc_options(CRtspMsg* msg) {
 int CRtspSession::proc_describe(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     const CRtspUrl url(UrlOf(msg));
-    // Kept (clients): [describe-once] a second DESCRIBE is 455 and ends the session. One connection
-    // selects one stream.
+    // Kept (clients): [describe-once] a second DESCRIBE gets 455 and ends the session. One
+    // connection selects one stream.
     if (m_emRtspStat != RTSP_UNKNOWN) {
         RTSPS_LOG(ERROR, "describe timing sequence is illegal");
         send_response_method_not_valid_in_this_state(msg);
@@ -121,7 +122,7 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
     }
     url.get_req_cfg(&m_stuReqCfg);
     if (check_authentication(msg) < 0) {
-        // The 401 is out, and the client may ask again with credentials.
+        // The 401 was sent, and the client may repeat the request with credentials.
         RTSPS_LOG(ERROR, "check_authentication failed");
         return 0;
     }
@@ -162,7 +163,7 @@ int CRtspSession::describe_stream(const CRtspMsg* msg, CRtspResponse* resp) {
     return 0;
 }
 
-// What one SETUP gathers on its way.
+// The data that the steps of one SETUP share.
 struct CRtspSession::CSetup {
     explicit CSetup(const char* szUrl) : url(szUrl) {}
     CRtspResponse resp{RTSP_STATUS_200};
@@ -177,17 +178,17 @@ struct CRtspSession::CSetup {
 int CRtspSession::proc_setup(CRtspMsg* msg) {
     tagRtspServerStreamInfo streamInfo{};
     CRtspServer* pServer = CRtspServer::Instance();
-    // Kept (clients): [setup-stream-first] the stream is looked up before the state is checked, so
-    // a SETUP that comes first is answered with 404 where channel 0 main is not declared, and with
-    // 455 where it is.
+    // Kept (clients): [setup-stream-first] the stream is looked up before the state is checked. A
+    // SETUP without a DESCRIBE gets 404 when the host has not declared channel 0 main, and 455 when
+    // it has.
     if (pServer->GetStreamInfo(m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype, &streamInfo) < 0) {
         RTSPS_LOG(ERROR, "get stream info failed,reqtype[%d],chan[%d],streamtype[%d]",
                   m_stuReqCfg.nReqType, m_stuReqCfg.nChan, m_stuReqCfg.nStreamtype);
         send_response_nothis_streaming(msg);
         return -1;
     }
-    // Kept (clients): [setup-payload-types] stored before the state is checked, so a SETUP that is
-    // refused changes them too. It ends the session.
+    // Kept (clients): [setup-payload-types] the payload types are stored before the state is
+    // checked, so a refused SETUP changes them too. A refused SETUP ends the session.
     m_nVideoPT = streamInfo.byVideoPayload;
     m_nAudioPT = streamInfo.byAudioPayload;
     const eRTSP_METHOD_INDEX state = m_emRtspStat;
@@ -196,8 +197,8 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
         RTSPS_LOG(ERROR, " bad m_rtspstat : %d", state);
         return -1;
     }
-    // Kept (clients): [refusal-of-setup] unlike at DESCRIBE, a refusal ends the session, here and
-    // at PLAY and PAUSE.
+    // Kept (clients): [refusal-of-setup] failed authentication ends the session here and at PLAY
+    // and PAUSE, unlike at DESCRIBE.
     if (check_authentication(msg) < 0) {
         RTSPS_LOG(ERROR, "check_authentication");
         return -1;
@@ -209,8 +210,8 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
         if (setup.nServerPort != 0) {
             pServer->GivebackDataPort(setup.nServerPort);
         }
-        // Kept (operators): [client-port-in-pool] the client's own port number is handed to the
-        // pool as well.
+        // Kept (operators): [client-port-in-pool] the client's own port number is given to the pool
+        // as well.
         if (setup.nClientPort != 0) {
             pServer->GivebackDataPort(setup.nClientPort);
         }
@@ -265,7 +266,7 @@ int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
         send_response_bad_request(msg);
         return -1;
     }
-    pInfo->sockFd = m_sockfd;  // interleaved media of both streams leave on this connection
+    pInfo->sockFd = m_sockfd;  // interleaved media of both streams are sent on this connection
     return 0;
 }
 
@@ -283,7 +284,7 @@ int CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
         case protocol_udp:
         case protocol_tcp:
             return setup_with_ports(msg, pSetup, protocol);
-        // Kept (clients): [multicast-501] multicast is 501, not 461, and ends the session.
+        // Kept (clients): [multicast-501] multicast gets 501, not 461, and ends the session.
         case protocol_mcast:
             pSetup->transInfo.mode = MCAST_MODE;
             RTSPS_LOG(ERROR, "setup not support mcast");
@@ -309,7 +310,7 @@ int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_pr
     pInfo->mode = protocol == protocol_tcp ? TCP_MODE : UDP_MODE;
     pSetup->nClientPort = CRtspTransport::GetClientPort(*msg->GetHeader("Transport"));
     if (pSetup->nClientPort == 0) {
-        // Kept (operators): [client-port-text] the same text as for a missing stream id.
+        // Kept (operators): [client-port-text] this is the text for a missing stream id.
         RTSPS_LOG(ERROR, "bad streamid ");
         send_response_bad_request(msg);
         return -1;
@@ -359,8 +360,8 @@ int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
 int CRtspSession::proc_play(CRtspMsg* msg) {
     const CRtspUrl url(UrlOf(msg));  // for its log lines only
     CRtspResponse resp(RTSP_STATUS_200);
-    // Kept (clients): [play-without-transport] without a transport the reply is 500, not 455, in
-    // every state.
+    // Kept (clients): [play-without-transport] without a transport the reply is 500 in every state,
+    // not 455.
     if (m_pTransCtrl == nullptr) {
         send_response_internal_server_error(msg);
         RTSPS_LOG(ERROR, "m_pTransCtrl == NULL");
@@ -379,7 +380,7 @@ int CRtspSession::proc_play(CRtspMsg* msg) {
         RTSPS_LOG(ERROR, "rtsp status invalid");
         return -1;
     }
-    // Kept (clients): [play-headers] neither Range nor RTP-Info.
+    // Kept (clients): [play-headers] the reply has neither Range nor RTP-Info.
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     resp.append_cseq(msg);
     if (send_response(&resp, EAfterReply::PLAYS) < 0) {
@@ -399,7 +400,7 @@ int CRtspSession::proc_pause(CRtspMsg* msg) {
     if (m_emRtspStat != RTSP_PLAY && m_emRtspStat != RTSP_PAUSE) {
         send_response_method_not_valid_in_this_state(msg);
         RTSPS_LOG(WARN, "pause timing sequence is illegal");
-        // Kept (clients): [pause-goes-on] unlike the other methods, the session goes on.
+        // Kept (clients): [pause-goes-on] the session continues, unlike with the other methods.
         return 0;
     }
     if (m_stuReqCfg.nReqType == 0) {
@@ -431,20 +432,21 @@ int CRtspSession::proc_teardown(CRtspMsg* msg) {
     }
     resp.SetResponseCode(RTSP_STATUS_200);
     resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
-    // Kept (clients): [teardown-connection] the header is sent, and the connection stays open: the
-    // client closes it.
+    // Kept (clients): [teardown-connection] the header is sent, but the connection stays open until
+    // the client closes it.
     resp.append_connection("close");
     if (send_response(&resp) < 0) {
         RTSPS_LOG(ERROR, "send_response failed");
         return -1;
     }
-    // The state first, so that a waiting push is dropped whole.
+    // The state changes before the transport closes, so that a waiting push is dropped whole.
     {
-        const CLockGuard guard(m_mutexSend);  // a push that is on its way ends first
+        const CLockGuard guard(m_mutexSend);  // waits for a push in progress
         m_emRtspStat = RTSP_TEARDOWN;
     }
-    // Kept (clients): [teardown-lagging] what waits in the pending buffer of an interleaved client
-    // is dropped here, the reply above included. A client that lags never gets its 200.
+    // Kept (clients): [teardown-lagging] the pending buffer of an interleaved client is dropped
+    // here, with the reply above if it is there. A client that reads too slowly never receives its
+    // 200.
     if (m_pTransCtrl != nullptr) {
         m_pTransCtrl->Close();
     }
@@ -472,12 +474,14 @@ int CRtspSession::proc_unknown_request(CRtspMsg* msg) {
 }
 
 int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
-    // Kept (clients): [session-id-unchecked] the check is switched off: any id passes, and none.
+    // Kept (clients): [session-id-unchecked] the check is switched off: any id passes, and so does
+    // a request without one.
     if (!m_bNeedCheckId || CRtspResponse::CheckSessionId(msg, m_dwSessionId) == 0) {
         return 0;
     }
     RTSPS_LOG(ERROR, "BadSessionID!!!, FD[%d]", m_sockfd.load());
-    // Kept (clients): [bad-id-goes-on] a 454 that went out counts as 0, and the handler carries on.
+    // Kept (clients): [bad-id-goes-on] after a 454 that was sent the result is 0, and the handler
+    // continues.
     return send_response_bad_session_id(msg);
 }
 
@@ -522,7 +526,7 @@ void CRtspSession::refuse_authentication(const CRtspMsg* msg) {
             break;
         case AUTH_DIGEST:
             RTSPS_LOG(WARN, "Need Authorization Digest");
-            // Kept (clients): [digest-header] not "WWW-Authenticate".
+            // Kept (clients): [digest-header] the header is not "WWW-Authenticate".
             resp.append("Authorization", "Digest");
             break;
         default:
@@ -548,7 +552,7 @@ int CRtspSession::send_response_bad_session_id(const CRtspMsg* msg) {
 }
 
 int CRtspSession::send_response_no_support_transport(const CRtspMsg* msg) {
-    // Kept (operators): [log-454-for-461] the text names 454 while the code is 461.
+    // Kept (operators): [log-454-for-461] the log text names 454, but the reply is 461.
     RTSPS_LOG(WARN, "ERROR!!! RTSP_STATUS_454, FD[%d]", m_sockfd.load());
     return send_status(msg, RTSP_STATUS_461);
 }

@@ -36,7 +36,7 @@ uint32_t CRtspSessionManager::GenerateSessionId() {
         timeval now{};
         gettimeofday(&now, nullptr);
         // Kept (hosts): [srandom-per-id] the process-wide generator is seeded again for every id.
-        // The header tells hosts.
+        // rtp_random.h warns hosts about it.
         srandom(static_cast<unsigned int>(now.tv_usec));
         const auto r1 = static_cast<uint32_t>(random());
         srandom(static_cast<unsigned int>(now.tv_usec) + 1);
@@ -72,7 +72,7 @@ int CRtspSessionManager::AddSession(CRtspSession* pSession) {
         bFull = is_full();
     }
     if (bFull) {
-        make_room();  // dead entries must not lock live clients out
+        make_room();  // ended sessions must not keep new clients out
     }
     {
         const CLockGuard guard(m_Mutex);
@@ -105,7 +105,7 @@ bool CRtspSessionManager::register_session(CRtspSession* pSession) {
     return true;
 }
 
-// Kept (clients): [refused-clients] a refused session runs on, without media, and Stop does not
+// Kept (clients): [refused-clients] a refused session continues without media, and Stop does not
 // close it.
 void CRtspSessionManager::keep_refused(CRtspSession* pSession) {
     pSession->ReportRegistration(false);
@@ -225,10 +225,11 @@ void CRtspSessionManager::drop_registry_reference(uint32_t dwSessionId) {
 int CRtspSessionManager::Close() {
     {
         const CLockGuard guard(m_Mutex);
-        m_bStopped = true;  // before the sweep below: no refused session ends unnoticed in between
+        // Set before the sweep below: refused sessions that end after it free themselves.
+        m_bStopped = true;
     }
     const CSessionList sessions = getSession();
-    // All are told first, so that they end side by side and not one after another.
+    // The end of all sessions is requested first, so that they end in parallel.
     for (const tagSessionRef& entry : sessions) {
         entry.pSession->RequestQuit();
     }
@@ -260,18 +261,19 @@ void CRtspSessionManager::DelExceptionSession() {
 void CRtspSessionManager::SweepEnded() {
     const CSessionList sessions = getSession();
     for (const tagSessionRef& entry : sessions) {
-        // A session that has only been told to end may be the caller itself, may wait for the
-        // caller in this very loop, or may be inside the host's event function.
+        // Only ended sessions are joined. Another session whose end was requested may be the
+        // caller's own, may be in this loop and wait for the caller, or may be inside the host's
+        // event function.
         if (entry.pSession->HasEnded()) {
             entry.pSession->Close();
             closeSession(static_cast<int>(entry.dwSessionId));
         }
     }
     releaseSession(sessions);
-    sweep_refused();  // no refused session is told to end from outside
+    sweep_refused();  // the end of a refused session is never requested by another thread
 }
 
-// Returns whether sessions were left over that have been told to end and have not ended yet.
+// Returns whether sessions remain whose end was requested and that have not ended yet.
 bool CRtspSessionManager::sweep_registered() {
     bool bLeftOver = false;
     const CSessionList sessions = getSession();
@@ -289,7 +291,7 @@ bool CRtspSessionManager::sweep_registered() {
     return bLeftOver;
 }
 
-// Sweeps a full registry, and grants the sessions that are about to end a moment.
+// Sweeps a full registry, and waits a moment for sessions that are about to end.
 void CRtspSessionManager::make_room() {
     for (int i = 0; sweep_registered() && i < ROOM_PAUSES; ++i) {
         CBB_Sleep(ROOM_PAUSE_MS);
@@ -297,12 +299,12 @@ void CRtspSessionManager::make_room() {
     sweep_refused();
 }
 
-// Kept (hosts): [push-result] 0 whatever becomes of the push, also when no client takes it.
+// Kept (hosts): [push-result] the result is always 0, also when no client takes the push.
 int CRtspSessionManager::SendRealStream(int nChan, int nStreamType, void* pData, int nLen) {
     const CSessionList sessions = getSession();
     for (size_t i = 0; i < sessions.nCount; ++i) {
         if (i + 1 < sessions.nCount) {
-            // The send of one client pushes the others out of the cache.
+            // The send to one client evicts the other sessions from the cache.
             __builtin_prefetch(sessions.entries[i + 1].pSession);
         }
         sessions.entries[i].pSession->SendRealStream(nChan, nStreamType, pData, nLen);
@@ -317,9 +319,9 @@ int CRtspSessionManager::SendFileStream(int nSessionId, void* pData, int nLen) {
         return -1;
     }
     const int nResult = pSession->SendFileStream(pData, nLen);
-    // Kept (hosts): [file-data-place] the lookup's reference is not given back, so this session is
-    // never destroyed. Once is enough for that; the others go back, or the count would overflow
-    // some day.
+    // Kept (hosts): [file-data-place] the reference of the first lookup is never released, so this
+    // session is never destroyed. Those of later lookups are released, so that the count cannot
+    // overflow.
     const CLockGuard guard(m_Mutex);
     CReferences& references = m_mapRef.find(static_cast<uint32_t>(nSessionId))->second;
     if (references.bFileData) {

@@ -18,7 +18,7 @@ struct tagSessionRef {
     CRtspSession* pSession;
 };
 
-// A snapshot of the registry, in ascending id order. As large as the registry can be, so that
+// A snapshot of the registry, in ascending id order. It has room for the whole registry, so that
 // taking one allocates nothing and cannot fail.
 struct CSessionList {
     tagSessionRef entries[RTSPS_MAX_SESSIONS];
@@ -31,10 +31,10 @@ struct CSessionList {
 // The registry of client sessions. It destroys a session when the last reference is dropped: the
 // registry's own and one for every lookup or snapshot entry.
 //
-// m_Mutex is held for work on the maps, the refused sessions or the event callback, for a log line,
-// and for the destruction of a session. Under it, only calls that take no lock and do not wait are
-// made to a session. It is never held together with the server's lock, so a session's destructor
-// must call neither the manager nor the server.
+// m_Mutex is held for access to the maps, the refused sessions and the callback, for a log line,
+// and for the destruction of a session. Code that holds it calls only those session functions that
+// take no lock and do not wait. It is never held together with the server's lock, so a session's
+// destructor must call neither the manager nor the server.
 class CRtspSessionManager {
   public:
     static CRtspSessionManager* Instance();
@@ -56,11 +56,11 @@ class CRtspSessionManager {
     // is the list of refused sessions.
     bool CanTakeSession();
 
-    // Registers an open session: 0. When the registry is full: -1, and the session runs on
-    // unregistered, without media; its memory is the manager's in both cases.
+    // Registers an open session and returns 0. When the registry is full, returns -1, and the
+    // session continues unregistered, without media. The manager owns the session in both cases.
     int AddSession(CRtspSession* pSession);
 
-    // Take references; null for an unknown id. Give each back with releaseSession.
+    // Take references; null for an unknown id. Release each with releaseSession.
     CRtspSession* getSession(uint32_t dwSessionId);
     CSessionList getSession();
     void releaseSession(uint32_t dwSessionId);
@@ -71,9 +71,9 @@ class CRtspSessionManager {
     void closeSession(int nSessionId);
     void closeSession(const CSessionList& sessions);
 
-    // The server stops: closes every registered session and removes it, and frees the refused ones
-    // that have ended; 0. Refused ones that end later free themselves, until AddSession is called
-    // again.
+    // Called when the server stops. Closes and removes every registered session, and frees the
+    // refused ones that have ended. Returns 0. Refused sessions that end later free themselves,
+    // until AddSession is called again.
     int Close();
     // Closes and removes one session; its Close() result, or -1 for an unknown id.
     int Close(unsigned int dwSessionId);
@@ -81,13 +81,12 @@ class CRtspSessionManager {
     // Closes and removes the sessions whose own thread has ended.
     void DelExceptionSession();
 
-    // The same for a session's own thread, which needs what ended sessions still hold. It joins
-    // only threads that wait for no other thread any more, so two of them, or one and Close, never
-    // wait for each other.
-    // Call it with no lock held.
+    // The same for a session's own thread that needs the ports of ended sessions. It joins only
+    // threads that no longer wait for another thread, so two callers, or a caller and Close, never
+    // wait for each other. Call it with no lock held.
     void SweepEnded();
 
-    // A session's own thread asks this at its end. True: no sweep will find the session, and its
+    // Called by a session's own thread at its end. True: no sweep will find the session, and the
     // thread has to free it.
     bool IsLeftToItsThread(const CRtspSession* pSession);
 
@@ -95,9 +94,10 @@ class CRtspSessionManager {
     int SendFileStream(int nSessionId, void* pData, int nLen);
     int SetEventCallBack(pRtspServerEventCallBack pCallBack, void* pUserData);
 
-    // For the sessions' threads: whether an event function is set, and its call, without a lock.
+    // For the sessions' threads: whether an event function is set, and the call to it, with no lock
+    // held.
     bool HasEventCallBack();
-    // Returns whether a function was there to call.
+    // Returns whether a function was set and called.
     bool RaiseEvent(int nEvent, uint32_t dwSessionId, void* pData, int nLen);
 
     uint32_t GetCurrSessionNums();
@@ -107,14 +107,15 @@ class CRtspSessionManager {
     template <class T>
     friend class CNeverDestroyed;
 
-    // Who holds a registered session.
+    // The references to a registered session.
     struct CReferences {
         int32_t nCount = 1;
         bool bRegistry = true;   // the registry's own one is among them
         bool bFileData = false;  // one that is never given back, see SendFileStream, is among them
     };
 
-    // Sessions that the full registry refused; they run on until their client leaves.
+    // Sessions that were refused because the registry was full. They continue until their client
+    // leaves.
     struct CRefusedSessions {
         CRtspSession* pSessions[RTSPS_MAX_SESSIONS];
         size_t nCount = 0;
@@ -142,7 +143,7 @@ class CRtspSessionManager {
     std::map<uint32_t, CRtspSession*> m_mapSession GUARDED_BY(m_Mutex);  // owned
     std::map<uint32_t, CReferences> m_mapRef GUARDED_BY(m_Mutex);
     CRefusedSessions m_refused GUARDED_BY(m_Mutex){};  // owned
-    bool m_bStopped GUARDED_BY(m_Mutex) = false;       // no accept thread sweeps
+    bool m_bStopped GUARDED_BY(m_Mutex) = false;       // there is no accept thread that sweeps
     pRtspServerEventCallBack m_pEventCallBack GUARDED_BY(m_Mutex) = nullptr;
     void* m_pEventUserData GUARDED_BY(m_Mutex) = nullptr;
 };

@@ -35,7 +35,7 @@ void CTextAppender::AppendFormat(const char* fmt, ...) {
     const size_t nRoom = m_nCapacity - m_nLength;
     va_list args;
     va_start(args, fmt);
-    // vsnprintf refuses sizes above INT_MAX, which an unbounded appender would pass.
+    // vsnprintf rejects sizes above INT_MAX, which an unbounded appender would pass.
     const int nWanted =
         nRoom == 0 ? -1
                    : vsnprintf(m_szBuf + m_nLength, nRoom < INT_MAX ? nRoom : INT_MAX, fmt, args);

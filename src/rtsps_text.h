@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The one door through which text and numbers of unknown size pass: bounded copies, bounded
+// All code that handles text of unknown size uses these functions: bounded copies, bounded
 // appending, number reading that cannot overflow, and byte-wise big-endian access.
 #ifndef RTSPS_TEXT_H
 #define RTSPS_TEXT_H
@@ -9,9 +9,8 @@
 #include <cstdio>
 #include <limits>
 
-// Appends text to a NUL-terminated buffer and never leaves it. What does not fit is cut, and
-// Overflowed() then stays true, so that a caller decides once, at the end, what an over-long text
-// means.
+// Appends text to a NUL-terminated buffer and never writes outside it. Text that does not fit is
+// cut, and Overflowed() then stays true, so that a caller can check once, at the end.
 class CTextAppender {
   public:
     // Continues the NUL-terminated text that `szBuf` already holds; `nCapacity` counts the NUL.
@@ -20,12 +19,12 @@ class CTextAppender {
     void Append(const char* szText);
     void Append(const char* pText, size_t nLen);
     void AppendFormat(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-    void Clear();  // empties the text and forgets an overflow
+    void Clear();  // empties the text and resets Overflowed()
 
     [[nodiscard]] size_t Length() const { return m_nLength; }
     [[nodiscard]] bool Overflowed() const { return m_bOverflow; }
 
-    // For callers that vouch for a buffer without saying how large it is.
+    // For callers that guarantee a large enough buffer but do not pass its size.
     static constexpr size_t UNBOUNDED = std::numeric_limits<size_t>::max() / 2;
 
   private:
@@ -45,18 +44,18 @@ bool TextCopy(char (&szDst)[N], const char* szSrc) {
     return TextCopy(szDst, N, szSrc);
 }
 
-// The same for a slice as scanners yield it: null, or a length of 0 and below, is an empty text.
+// The same for a slice from a scanner: null, or a length of 0 or less, is an empty text.
 template <size_t N>
 bool TextCopySlice(char (&szDst)[N], const char* pSrc, int nLen) {
     const bool bEmpty = pSrc == nullptr || nLen <= 0;
     return TextCopy(szDst, N, bEmpty ? "" : pSrc, bEmpty ? 0 : static_cast<size_t>(nLen));
 }
 
-// Lower-cases ASCII letters in place, whatever the host's locale says.
+// Lower-cases ASCII letters in place, independent of the host's locale.
 void TextToLower(char* szText);
 
-// `atoi` and `strtol` without their undefined ends: leading blanks and a sign, then the digits,
-// clamped to the range of the type; 0 when there is no digit.
+// Like `atoi` and `strtol`, but defined for every text: they read leading blanks, a sign and
+// digits, and clamp the number to the range of the type. 0 when there is no digit.
 int TextToInt(const char* szText);
 long TextToLong(const char* szText);
 

@@ -18,7 +18,7 @@
 #define ACQUIRED_BEFORE(...) RTSPS_TSA(acquired_before(__VA_ARGS__))
 #define EXCLUDES(...) RTSPS_TSA(locks_excluded(__VA_ARGS__))
 
-// A mutex that clang's analysis understands.
+// A mutex with the attributes for clang's analysis.
 class RTSPS_TSA(capability("mutex")) CMutex {
   public:
     void lock() RTSPS_TSA(acquire_capability()) { m_mutex.lock(); }

@@ -15,8 +15,9 @@
 #define RTSPS_SANITIZED
 #endif
 
-// The stack of session threads and of the accept thread. A host that locks its memory pays for all
-// of it per client, so it is not the system's default of megabytes. Sanitizers widen every frame.
+// The stack of session threads and of the accept thread. A host that locks its memory needs the
+// whole stack of each client in RAM, so it is smaller than the system's default of several
+// megabytes. Sanitizers need larger frames.
 #ifdef RTSPS_SANITIZED
 constexpr uint32_t THREAD_STACK_SIZE = 8 * RTSPS_THREAD_STACK_SIZE;
 #else

@@ -44,7 +44,7 @@ int CTransCtrl::Open(const tagRtspRequestCfg* /*pCfg*/, ETransStreamId id) {
     const CMediaStream stream = id == TRANS_STREAM_VIDEO ? video() : audio();
     if (!replace_session(stream)) {
         RTSPS_LOG(ERROR, "new %s error!;", stream.szSession);
-        if (stream.pSession != nullptr) {  // the record and the session in place stay a pair
+        if (stream.pSession != nullptr) {  // the record must match the session that stays
             stream.stuTransInfo = *stream.pSession->get_trans_info();
         }
         return -1;
@@ -61,8 +61,8 @@ int CTransCtrl::Open(const tagRtspRequestCfg* /*pCfg*/, ETransStreamId id) {
     return 0;
 }
 
-// Puts a new, unopened media session in place. False when none can be made or when too many were
-// replaced already; the one in place then stays, since replies may go through it.
+// Replaces the media session with a new, unopened one. Returns false when memory runs out or too
+// many were replaced already. The old one then stays, because replies may go through it.
 //
 // Kept (clients): [repeated-setup] a repeated SETUP leaves the earlier media session open, with its
 // port and socket, until the transport closes.
@@ -104,7 +104,7 @@ int CTransCtrl::Close() {
     close_session(std::move(pVideoSession));
     close_session(std::move(pAudioSession));
     // Kept (operators): [ports-returned-twice] the records are not cleared, so a second Close gives
-    // the same ports back again.
+    // the same ports back a second time.
     give_back_port(videoInfo);
     give_back_port(audioInfo);
     close_superseded(&supersededVideo);
@@ -171,8 +171,8 @@ void CTransCtrl::GetTotals(tagRtspServerTotals* pTotals) {
 
 int CTransCtrl::SendMsg(void* buf, int len, int timeout) {
     const CLockGuard guard(m_mutexMedia);
-    // Kept (clients): [replies-need-video] a client that has audio alone, or has torn down, gets no
-    // replies.
+    // Kept (clients): [replies-need-video] a client gets no replies when it has set up audio only,
+    // and after its TEARDOWN.
     if (m_pVideoSession == nullptr) {
         RTSPS_LOG(ERROR, "m_pVideoSession is NULL");
         return -1;

@@ -22,7 +22,7 @@ enum ETransStreamId : int {
 // client's replies once a transport exists.
 //
 // Locks: the caller of SendStream and SendMsg holds the session's m_mutexSend; m_mutexMedia is
-// taken inside it. Close waits for transmitter threads only after it has let m_mutexMedia go.
+// taken inside it. Close waits for transmitter threads only after it has released m_mutexMedia.
 class CTransCtrl {
   public:
     explicit CTransCtrl(CRtspSession* pRtspSession);
@@ -33,26 +33,28 @@ class CTransCtrl {
     int Init() { return 0; }
     int Release() { return 0; }
 
-    // Copy the parameters of the stream that the next Open is for; 0.
+    // Copy the parameters for the next Open of the stream. Return 0.
     int SetVideoTransInfo(const TRANS_INFO* pInfo);
     int SetAudioTransInfo(const TRANS_INFO* pInfo);
 
-    // Makes and opens the media session of a stream; 0 or -1. An earlier one of the same stream
-    // stays open until Close.
+    // Creates and opens the media session of a stream. Returns 0 or -1. An earlier media session of
+    // the same stream stays open until Close.
     [[nodiscard]] int Open(const tagRtspRequestCfg* pCfg, ETransStreamId id);
 
-    // Closes everything and gives the data ports back; 0. May be called again.
+    // Closes all media sessions and gives the data ports back. Returns 0. May be called again.
     int Close();
 
     // Sends a run of units (4-byte prefix with the big-endian length, RTP packet) to one stream.
-    // Writes into `data`, and waits at most `timeout` ms per unit. Returns the bytes taken, fewer
-    // than `len` when a unit was not taken or the run is cut off, or -1 on a socket error.
+    // Writes into `data`, and waits at most `timeout` ms per unit. Returns the number of bytes
+    // taken, which is below `len` when a unit was not taken or the run ends inside a unit. Returns
+    // -1 on a socket error.
     int SendStream(void* data, int len, ETransStreamId id, int timeout);
 
-    // What SendStream has sent so far, both streams; the fields of short sends are not touched.
+    // Stores what SendStream has sent so far, for both streams. The fields for short sends stay
+    // unchanged.
     void GetTotals(tagRtspServerTotals* pTotals);
 
-    // Sends the text of a reply; the bytes taken or -1.
+    // Sends the text of a reply. Returns the number of bytes taken, or -1.
     int SendMsg(void* buf, int len, int timeout);
 
   private:
@@ -70,7 +72,7 @@ class CTransCtrl {
         uint64_t nBytes = 0;
     };
 
-    // The fields of one media stream, whose names in log lines differ.
+    // The fields of one media stream, and the name of its session in log lines.
     struct CMediaStream {
         std::unique_ptr<CRtpSession>& pSession;
         TRANS_INFO& stuTransInfo;

@@ -22,8 +22,8 @@ struct StreamName {
     const char* szName;
     int nStreamtype;
 };
-// Kept (clients): [url-stream-substring] searched in this order, as substrings, so "third-sub-main"
-// is main.
+// Kept (clients): [url-stream-substring] the names are searched in this order, as substrings, so
+// "third-sub-main" is main.
 constexpr StreamName STREAM_NAMES[] = {{"main", 0}, {"sub", 1}, {"third", 2}};
 
 }  // namespace
@@ -66,7 +66,7 @@ void CRtspUrl::parse(const char* url) {
     m_bIsValid = szPath != nullptr && parse_path(szPath);
 }
 
-// Returns what follows the scheme, or null when the scheme is refused.
+// Returns the text after the scheme, or null when the scheme is refused.
 const char* CRtspUrl::parse_scheme() {
     const char* szMark = CBB_Strstr(m_szUrl, "://");
     if (szMark == nullptr) {
@@ -89,7 +89,7 @@ const char* CRtspUrl::parse_scheme() {
     return nullptr;
 }
 
-// Returns the path behind the host part's slash, or null when the host part is refused.
+// Returns the path after the slash that ends the host part, or null when the host part is refused.
 const char* CRtspUrl::parse_host(const char* szHostPart) {
     const char* szSlash = CBB_Strchr(szHostPart, '/');
     const size_t nHost = szSlash == nullptr ? 0 : static_cast<size_t>(szSlash - szHostPart);
@@ -123,8 +123,8 @@ bool CRtspUrl::split_host_and_port() {
 void CRtspUrl::parse_port(char* szColon) {
     *szColon = '\0';
     if (szColon[1] != '\0') {
-        // Kept (clients): [url-port-digit] the first digit is skipped, so 8554 reads as 554.
-        // Nothing connects to this port.
+        // Kept (clients): [url-port-digit] the first digit is skipped, so 8554 is read as 554. No
+        // code connects to this port.
         m_port = static_cast<uint16_t>(TextToInt(szColon + 2));
     }
 }

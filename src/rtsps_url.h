@@ -4,12 +4,12 @@
 
 #include <cstdint>
 
-// The file of a playback request. No URL fills it.
+// The file of a playback request. No URL sets it.
 struct tagRtspPlayBackCfg {
     char ReqfileName[256];
 };
 
-// What a client asked for.
+// The stream that a client requests.
 struct tagRtspRequestCfg {
     int32_t nReqType;     // 0 live, the only kind that a URL selects
     int32_t nChan;        // channel number
@@ -20,11 +20,12 @@ struct tagRtspRequestCfg {
 };
 using RtspRequestCfg = tagRtspRequestCfg;
 
-// Takes a request URL apart:
+// Splits a request URL into its parts:
 //     rtsp://<host>[:<port>]/<text>chan<number>/<text with main, sub or third>
-// The first "chan" of the path counts, so the text before it cannot contain "chan". Without digits
-// after it, the number is 0. In the rest, "main" is searched first, then "sub", then "third", each
-// anywhere. Case is ignored. Not thread-safe; made on the stack for one request.
+// The first "chan" of the path is used, so the text before it cannot contain "chan". Without digits
+// after it, the number is 0. In the remaining text, "main" is searched first, then "sub", then
+// "third", each at any position. Case is ignored. Not thread-safe; created on the stack for one
+// request.
 class CRtspUrl {
   public:
     explicit CRtspUrl(const char* url);
@@ -32,7 +33,7 @@ class CRtspUrl {
     CRtspUrl(const CRtspUrl&) = delete;
     CRtspUrl& operator=(const CRtspUrl&) = delete;
 
-    // False leaves the fields as they were when the URL was refused.
+    // False when the URL was refused. The fields then hold what was read before that.
     bool IsValid() const { return m_bIsValid; }
 
     // Copies what the URL selects; 0, or -1 for a null `out`.
@@ -40,7 +41,7 @@ class CRtspUrl {
 
     const char* get_host_string() const { return m_szHost; }
     const char* get_rtsp_url() const { return m_szUrl; }  // lower-cased
-    uint16_t get_rtsp_port() const { return m_port; }     // informative, see parse_port
+    uint16_t get_rtsp_port() const { return m_port; }     // informational, see parse_port
     int get_req_type() const { return m_ReqCfg.nReqType; }
     int is_ipv6_addr() const { return m_ReqCfg.byIPV6; }
 

@@ -28,8 +28,8 @@ CSession::~CSession() {
 
 uint32_t CSession::inittransmitter(TRANS_INFO* pInfo) {
     const TRANS_INFO info = *pInfo;  // the caller may pass this session's own record
-    // Kept (clients): [second-open] cleared first, so after a refused second open the first one
-    // sends with SSRC 0 on channel 0.
+    // Kept (clients): [second-open] the record is cleared first, so after a refused second open the
+    // open transmitter sends with SSRC 0 on channel 0.
     m_tranInfo = {};
     if (m_pTransmitter != nullptr) {
         RTSPS_LOG(ERROR, "m_pTransmitter != NULL, mode [%d]", m_mode);

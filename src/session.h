@@ -16,8 +16,8 @@ class CSession {
     CSession(const CSession&) = delete;
     CSession& operator=(const CSession&) = delete;
 
-    // Makes and opens the transmitter of the session's mode. Returns 1, or 0 when one exists
-    // already or could not be made.
+    // Creates and opens the transmitter of the session's mode. Returns 1, or 0 when one exists
+    // already or could not be opened.
     uint32_t inittransmitter(TRANS_INFO* pInfo);
     void ReleaseTransmitter();
 
@@ -26,7 +26,7 @@ class CSession {
     const TRANS_INFO* get_trans_info() const { return &m_tranInfo; }
 
   protected:
-    // Each makes an opened transmitter, or null.
+    // Each returns a new, opened transmitter, or null.
     virtual std::unique_ptr<CTransmitter> inittransmitter_udp(TRANS_INFO* pInfo);
     virtual std::unique_ptr<CTransmitter> inittransmitter_tcp(TRANS_INFO* pInfo);
     virtual std::unique_ptr<CTransmitter> inittransmitter_mcast(TRANS_INFO* pInfo);

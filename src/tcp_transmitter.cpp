@@ -13,11 +13,11 @@ namespace {
 constexpr int LISTEN_BACKLOG = 24;
 constexpr int ACCEPT_BACKLOG = 1000;
 constexpr uint32_t PEER_TIMEOUT_MS = 1000;
-// Kept (operators): [one-accept] there is exactly one attempt to accept; the number is only
-// printed.
+// Kept (operators): [one-accept] there is one attempt to accept. This number is only printed.
 constexpr int RETRIES_LEFT = 9;
 constexpr uint32_t ACCEPT_STACK_SIZE = 131072;
-// A policy under which the priority is valid; the thread inherits its creator's scheduling anyway.
+// The priority is valid under this policy. Neither has an effect: the thread inherits the
+// scheduling of its creator.
 constexpr int ACCEPT_POLICY = SCHED_RR;
 constexpr int ACCEPT_PRIORITY = 50;
 
@@ -38,8 +38,8 @@ int CPendingTransmitter::send_pending(const void* buf, int len, int timeout) {
             set_status(STAUTS_ERROR);
             return nSent;
         }
-        // Kept (clients): [pending-not-moved] what remains is not moved to the front, the next
-        // drain starts there again.
+        // Kept (clients): [pending-not-moved] the remaining bytes are not moved to the front, but
+        // the next drain starts at the front again.
         m_nBufDataSize -= nSent;
     }
     if (m_nBufDataSize == 0) {
@@ -62,8 +62,8 @@ int CPendingTransmitter::send_fresh(const void* buf, int len, int timeout) {
     return queue_rest(static_cast<const unsigned char*>(buf) + nSent, len - nSent) ? len : nSent;
 }
 
-// Puts the bytes that the socket did not take into the empty pending buffer. False when they are
-// more than any unit holds.
+// Stores the bytes that the socket did not take in the empty pending buffer. Returns false when
+// they do not fit; a unit always fits.
 bool CPendingTransmitter::queue_rest(const unsigned char* pRest, int nRest) {
     if (nRest > PENDING_SIZE) {
         return false;
@@ -75,7 +75,8 @@ bool CPendingTransmitter::queue_rest(const unsigned char* pRest, int nRest) {
     return true;
 }
 
-// One send for all units; the one that the socket takes in part, or first does not take, waits.
+// Sends all units in one call. The first unit that the socket does not take whole waits in the
+// pending buffer.
 CSendResult CPendingTransmitter::send_burst(const CRtpBurst& burst) {
     const int nSent = CBB_Sendn(data_socket(), burst.Data(), burst.Bytes(), 0);
     if (nSent >= burst.Bytes()) {
@@ -113,7 +114,7 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
         RTSPS_LOG(ERROR, "Listen failed ");
         return -1;
     }
-    // A peer that vanishes between poll and accept must not block the accept thread.
+    // A peer that disconnects between poll and accept must not block the accept thread.
     CBB_SetNonBlock(sock, 1);
     {
         const CBlockSignals block;
@@ -126,8 +127,8 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
         return -1;
     }
     RTSPS_LOG(INFO, "Open OK, Need Recv 4 Byte!");
-    // Kept (clients): [tcp-counted-as-taken] the status becomes OK now. Until a peer comes, and
-    // also when none ever does, packets wait in the buffer and count as taken.
+    // Kept (clients): [tcp-counted-as-taken] the status becomes OK now. Until a peer connects, and
+    // also when none ever does, packets wait in the pending buffer and count as taken.
     return 0;
 }
 
@@ -135,14 +136,14 @@ void* CTcpTransmitter::accept_connect_svc(void* pTransmitter) {
     try {
         static_cast<CTcpTransmitter*>(pTransmitter)->accept_peer();
     } catch (...) {
-        // Nothing leaves a thread of the library; this stream stays without its connection.
+        // No exception may leave the thread. The stream then has no connection.
     }
     return nullptr;
 }
 
 void CTcpTransmitter::accept_peer() {
     // Kept (operators): [tcp-any-peer] the address of the peer is not compared with that of the
-    // client: the first one that connects gets the media.
+    // client: the first peer that connects receives the media.
     const CBB_SOCK_T sock = CBB_Accept(GetHandle(), nullptr, PEER_TIMEOUT_MS);
     if (sock == -1) {
         RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", RETRIES_LEFT);
@@ -181,7 +182,7 @@ int CTcpTransmitter::Accept() {
         return -1;
     }
     pollfd arrival = {sock, POLLRDNORM, 0};
-    CBB_PollEx(&arrival, 1, nullptr);  // the socket does not block, so the wait is here
+    CBB_PollEx(&arrival, 1, nullptr);  // the socket is non-blocking, so wait here
     const CBB_SOCK_T peer = CBB_Accept(sock, nullptr, CBB_INFINITE);
     m_Connectfd.store(peer, std::memory_order_release);
     return peer;

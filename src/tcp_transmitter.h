@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// RTP over TCP: on a connection of the stream's own, or interleaved on the RTSP connection.
+// RTP over TCP: on a separate connection per stream, or interleaved on the RTSP connection.
 #ifndef TCP_TRANSMITTER_H
 #define TCP_TRANSMITTER_H
 
@@ -7,8 +7,8 @@
 #include "rtsps_thread_safety.h"
 #include "transmitter.h"
 
-// What both TCP modes share: live packets that the socket does not take wait in a pending buffer,
-// and a packet that does not fit there is dropped.
+// The base of both TCP modes. Live packets that the socket does not take wait in a pending buffer;
+// a packet that does not fit there is dropped.
 class CPendingTransmitter : public CTransmitter {
   public:
     static constexpr int PENDING_SIZE = RTSPS_PENDING_BUFFER_SIZE;
@@ -16,7 +16,7 @@ class CPendingTransmitter : public CTransmitter {
     int RecvPacket(void* buf, int len, int timeout) override;
 
   protected:
-    // Not cleared: a client that keeps up never touches these pages.
+    // The buffer is not cleared, so that its pages stay unused for a client that keeps up.
     // cppcheck-suppress uninitMemberVar
     explicit CPendingTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}
 
@@ -28,10 +28,10 @@ class CPendingTransmitter : public CTransmitter {
     CSendResult send_burst(const CRtpBurst& burst);
     int pending_size() const { return m_nBufDataSize; }
 
-    // The interleaved connection. It stands here, before the buffer, and not in the derived class,
-    // after it, so that a push to a client that keeps up touches one page instead of two. In 12
-    // pairs of runs of PushToAll/interleaved that saved 5 % in the median with 100 clients, and
-    // nothing measurable with 128.
+    // The interleaved connection. It is a member of this class, before the buffer, and not of the
+    // derived class, after the buffer. So a push to a client that keeps up touches one page instead
+    // of two. In 12 pairs of runs of PushToAll/interleaved the median saving was 5 % with 100
+    // clients, and not measurable with 128.
     CBB_SOCK_T m_Sockfd = -1;
 
   private:
@@ -67,20 +67,20 @@ class CTcpTransmitter final : public CPendingTransmitter {
     void close_listener();
 
     CMutex
-        m_mutexListen;  // taken to read, shut down or close the listening socket; held for no wait
+        m_mutexListen;  // taken to read, shut down or close the listening socket; no wait under it
     CBB_SOCK_T m_ListenSockfd GUARDED_BY(m_mutexListen) = -1;
     // atomic: published by the accept thread once its options are set, read by the sender
     std::atomic<CBB_SOCK_T> m_Connectfd{-1};
     CBB_ADDR_T m_LocalAddr{};
-    CBB_ADDR_T m_HopedRemoteAddr{};  // informational: any client that connects is taken
-    CBB_HANDLE m_ThreadAccept = CBB_INVALID_HANDLE;  // not touched by that thread itself
+    CBB_ADDR_T m_HopedRemoteAddr{};  // informational: any peer that connects is accepted
+    CBB_HANDLE m_ThreadAccept = CBB_INVALID_HANDLE;  // not used by that thread itself
 };
 
 // Interleaved on the RTSP connection, which belongs to the client session and is never closed here.
 //
-// Kept (clients): [interleaved-buffers] video and audio have a pending buffer each, on one
-// connection. While one holds the rest of a unit the other sends on, so the framing of a client
-// that cannot keep up may break.
+// Kept (clients): [interleaved-buffers] video and audio have one pending buffer each, but share the
+// connection. While one buffer holds the rest of a unit, the other stream continues to send. So the
+// framing may break for a client that cannot keep up.
 class CRtpOverRtspTransmitter final : public CPendingTransmitter {
   public:
     explicit CRtpOverRtspTransmitter(ETRANS_MODE mode);
@@ -98,7 +98,7 @@ class CRtpOverRtspTransmitter final : public CPendingTransmitter {
     int Accept() override { return -2; }
     virtual int Close() { return 0; }
     virtual int Connect(CBB_SOCK_T sock, CBB_ADDR_T* pAddr);
-    // Sends past the pending buffer.
+    // Sends directly, without the pending buffer.
     virtual int SendnPacket(void* buf, int len, int timeout);
 
     int SetBufferSize(int nSend, int nRecv);

@@ -27,7 +27,7 @@ int CTransmitter::send_datagram(CBB_SOCK_T sock, const void* buf, int len, int t
     return nSent == nPacket ? len : 0;
 }
 
-// Kept (operators): [setup-dump] to standard error, whatever the debug switch says.
+// Kept (operators): [setup-dump] the dump goes to standard error, independent of the debug switch.
 void dump_addr(const CBB_ADDR_T& addr) {
     unsigned char bytes[sizeof(addr)];
     memcpy(bytes, &addr, sizeof(addr));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The socket end of one media stream. One class per transport mode derives from CTransmitter.
+// The socket of one media stream. One class per transport mode derives from CTransmitter.
 #ifndef TRANSMITTER_H
 #define TRANSMITTER_H
 
@@ -13,12 +13,12 @@
 enum ETRANS_MODE : int {
     NON_MODE = 0,
     UDP_MODE = 1,
-    TCP_MODE = 2,  // a TCP connection of the stream's own, opened by the client
+    TCP_MODE = 2,  // a separate TCP connection per stream, opened by the client
     MCAST_MODE = 3,
     RTPOVERRTSP_MODE = 4,  // interleaved on the RTSP connection (RFC 2326, 10.12)
 };
 
-// Spelled so on purpose, like its values.
+// The misspelling of the values is kept.
 enum CTRANS_STATUS_TAG : int {
     STAUTS_ERROR = 0,
     STAUTS_OK = 1,
@@ -55,12 +55,12 @@ class CTransmitter {
     // Opens the network path of one mode; 0 or -1.
     virtual int open_extra(TRANS_INFO* pInfo) = 0;
 
-    // Sends one buffer, a prefix of RTP_PREFIX_SIZE bytes included in `len`, waiting at most
-    // `timeout` ms for the socket. Returns `len` for a buffer that was taken, or 0 for one that was
-    // not. Over TCP, a packet that waits in the pending buffer counts as taken, and in playback
-    // mode, which has no pending buffer, the result is the number of bytes sent. After a socket
-    // error UDP returns 0, and TCP lets packets wait until the pending buffer is full. Callers
-    // allow for a negative result, but no transmitter returns one.
+    // Sends one buffer of `len` bytes, which begins with a prefix of RTP_PREFIX_SIZE bytes. Waits
+    // at most `timeout` ms for the socket. Returns `len` for a buffer that was taken, or 0 for one
+    // that was not. Over TCP, a packet that waits in the pending buffer counts as taken; in
+    // playback mode, which has no pending buffer, the result is the number of bytes sent. After a
+    // socket error UDP returns 0, and TCP keeps packets until the pending buffer is full. Callers
+    // handle a negative result, but no transmitter returns one.
     virtual int SendPacket(void* buf, int len, int timeout) = 0;
     virtual int RecvPacket(void* buf, int len, int timeout) = 0;
 
@@ -69,8 +69,8 @@ class CTransmitter {
     virtual int Connect() { return -1; }
     virtual int Accept() { return -1; }
 
-    // The kind of burst that the transmitter would take now, and the send of one without waiting.
-    // Each unit counts as taken exactly where SendPacket would have taken it.
+    // burst_kind returns the kind of burst that the transmitter accepts now. SendBurst sends one
+    // without waiting; it takes exactly the units that SendPacket would have taken.
     virtual CRtpBurst::EKind burst_kind() const { return CRtpBurst::NONE; }
     virtual CSendResult SendBurst(const CRtpBurst& /*burst*/) { return {CSendResult::SEND_ALONE}; }
 
@@ -83,7 +83,7 @@ class CTransmitter {
     int is_playback_mode() const { return m_bPlayback; }
 
   protected:
-    // The send of both datagram modes: the packet without its prefix, whole or not at all.
+    // The send of both datagram modes: one datagram with the packet, without its prefix.
     static int send_datagram(CBB_SOCK_T sock, const void* buf, int len, int timeout);
 
   private:

@@ -10,7 +10,7 @@
 #include "rtsps_debug.h"
 
 #ifndef UDP_SEGMENT
-#define UDP_SEGMENT 103  // headers older than the kernels that know it
+#define UDP_SEGMENT 103  // the system headers may be older than the kernel
 #endif
 
 CUdpTransmitter::CUdpTransmitter(ETRANS_MODE mode) : CTransmitter(mode) {}
@@ -49,8 +49,8 @@ int CUdpTransmitter::open_extra(TRANS_INFO* pInfo) {
     return 0;
 }
 
-// Asked of the socket before the first burst: a kernel that does not have the option would ignore
-// it in a send, too, and send all units as one datagram.
+// Tests whether the kernel has the option, before the first burst. A kernel without it would ignore
+// it in sendmsg too, and send all units as one datagram.
 void CUdpTransmitter::probe_segmentation() {
     const int nOff = 0;
     m_bSegmentation = setsockopt(m_Sockfd, IPPROTO_UDP, UDP_SEGMENT, &nOff, sizeof(nOff)) == 0;
@@ -61,7 +61,7 @@ CSendResult CUdpTransmitter::SendBurst(const CRtpBurst& burst) {
     if (CBB_Poll(&writable, 1, 0) <= 0 || (writable.revents & POLLWRNORM) == 0) {
         return {CSendResult::NOT_TAKEN};
     }
-    if ((writable.revents & POLLERR) != 0) {  // the pending error is for SendPacket to meet
+    if ((writable.revents & POLLERR) != 0) {  // SendPacket has to report the pending error
         m_refusal = SINGLE_FIRST;
         return {CSendResult::SEND_ALONE};
     }
@@ -109,17 +109,17 @@ ssize_t CUdpTransmitter::send_segmented(const CRtpBurst& burst) const {
 
 CSendResult CUdpTransmitter::burst_failed(const CRtpBurst& burst, int nError) {
     switch (nError) {
-        case EMSGSIZE:  // larger than the path takes in one piece: alone it is fragmented
+        case EMSGSIZE:  // larger than the path MTU: a datagram that is sent alone is fragmented
             m_nMaxUnit = burst.FirstSize() - 1;
             return {CSendResult::SEND_ALONE};
-        case EAGAIN:  // one packet may find the room that all together do not
+        case EAGAIN:  // there may be room for one packet, but not for all
         case ENOBUFS:
         case ENOMEM:
             return {CSendResult::SEND_ALONE};
         case EINVAL:
         case EIO:
         case EOPNOTSUPP:
-            m_bSegmentation = false;  // this interface or path does not segment
+            m_bSegmentation = false;  // this interface or path does not support segmentation
             return {CSendResult::SEND_ALONE};
         default:
             m_refusal = SINGLE_FIRST;
@@ -127,9 +127,9 @@ CSendResult CUdpTransmitter::burst_failed(const CRtpBurst& burst, int nError) {
     }
 }
 
-// Whether a refusal has arrived, which takes it off the socket. A client on this machine that is
-// gone refuses while the burst is still on its way: sent one by one, the second packet would have
-// met that refusal.
+// Whether a refusal has arrived; reading it clears the error of the socket. When a client on this
+// machine is gone, the refusal of the first datagram arrives during the send of the burst. Sent one
+// by one, the second packet would have failed with it.
 bool CUdpTransmitter::meets_refusal() {
     int nError = 0;
     socklen_t nLength = sizeof(nError);

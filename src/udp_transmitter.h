@@ -27,29 +27,30 @@ class CUdpTransmitter final : public CTransmitter {
     int SetBufferSize(int nSend, int nRecv);
 
   private:
-    // A client that is gone refuses: its port answers each datagram with an ICMP error, and a later
-    // send on this socket fails with it. One call per unit meets that error at the unit after the
-    // refused one. A burst would meet it one call later, so after the first refusal each burst
-    // waits until a single packet has left without meeting one.
+    // When the client's port is closed, the client's machine answers each datagram with an ICMP
+    // error (a refusal), and a later send on this socket fails with it. With one call per unit, the
+    // unit after the refused one fails. With bursts, the call after the burst would fail instead.
+    // So after the first refusal, each burst needs a single packet before it that was sent without
+    // an error.
     //
     //   from                 on                                             to
-    //   NEVER_REFUSED,       the send of a burst, or the look before it,    SINGLE_FIRST
-    //     SINGLE_LEFT          meets one
-    //   NEVER_REFUSED,       a refusal is there right after a burst         REFUSAL_OWED
+    //   NEVER_REFUSED,       an error of a refusal before or in the send    SINGLE_FIRST
+    //     SINGLE_LEFT          of a burst
+    //   NEVER_REFUSED,       a refusal right after the send of a burst      REFUSAL_OWED
     //     SINGLE_LEFT
     //   SINGLE_LEFT          the send of a burst, taken or not              SINGLE_FIRST
     //   REFUSAL_OWED         the next packet, which is not taken            SINGLE_FIRST
-    //   SINGLE_FIRST,        a packet leaves alone                          SINGLE_LEFT
+    //   SINGLE_FIRST,        a single packet is sent                        SINGLE_LEFT
     //     SINGLE_LEFT
-    //   SINGLE_FIRST,        a packet is not taken                          SINGLE_FIRST
+    //   SINGLE_FIRST,        a single packet is not taken                   SINGLE_FIRST
     //     SINGLE_LEFT
     //
-    // NEVER_REFUSED stays while single packets leave or fail.
+    // NEVER_REFUSED does not change when single packets are sent or fail.
     enum ERefusal {
-        NEVER_REFUSED,  // bursts may leave
-        REFUSAL_OWED,   // a refusal was read off the socket; the next packet has to report it
-        SINGLE_FIRST,   // no burst before a single packet has left
-        SINGLE_LEFT,    // the latest packet left alone: a burst may follow
+        NEVER_REFUSED,  // bursts are allowed
+        REFUSAL_OWED,   // a refusal was read from the socket; the next packet has to report it
+        SINGLE_FIRST,   // no burst until a single packet was sent
+        SINGLE_LEFT,    // a single packet was sent last: a burst may follow
     };
 
     void probe_segmentation();
@@ -59,7 +60,7 @@ class CUdpTransmitter final : public CTransmitter {
 
     CBB_SOCK_T m_Sockfd = -1;
     bool m_bSegmentation = false;  // the kernel cuts one send into datagrams
-    int m_nMaxUnit = INT_MAX;      // larger units do not fit the path in one piece
+    int m_nMaxUnit = INT_MAX;      // larger units exceed the path MTU
     ERefusal m_refusal = NEVER_REFUSED;
     CBB_ADDR_T LocalAddr{};
     CBB_ADDR_T RemoteAddr{};

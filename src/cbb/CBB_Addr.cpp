@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Endpoint addresses: made from text, numbers or sockets, and read back.
+// Endpoint addresses: creation from text, numbers or sockets, and access to their parts.
 #include <arpa/inet.h>
 
 #include <cstdio>
@@ -64,8 +64,8 @@ size_t CountColons(const char* szText) {
 
 // Reads an IPv6 text in one pass.
 //
-// Kept (hosts): [ipv6-text] a leading "::" is noted but not expanded ("::1" gives 1::), missing
-// groups at the end count as zero, and a wrong character that ends the text is taken for a colon.
+// Kept (hosts): [ipv6-text] a leading "::" is recorded but not expanded ("::1" gives 1::). Missing
+// groups at the end count as zero. A wrong character at the end of the text counts as a colon.
 class CIpv6Parser {
   public:
     bool Parse(const char* szText, uint8_t* pOut) {
@@ -106,7 +106,7 @@ class CIpv6Parser {
         return m_nGroup <= 0xFFFF;
     }
 
-    // Stores the pending group, or notes a "::"; `szRest` is the text behind the separator.
+    // Stores the pending group, or records a "::"; `szRest` is the text after the separator.
     bool EndGroup(const char* szRest) {
         if (!m_bPending) {
             const bool bFirst = !m_bDoubleColon;
@@ -121,7 +121,7 @@ class CIpv6Parser {
         m_nGroup = 0;
         m_bPending = false;
         if (*szRest == ':') {
-            const size_t nTail = 2 + 2 * CountColons(szRest + 1);  // bytes that the rest will fill
+            const size_t nTail = 2 + 2 * CountColons(szRest + 1);  // bytes of the remaining groups
             if (nTail > IPV6_BYTES) {
                 return false;
             }
@@ -160,8 +160,8 @@ const char* FormatIpv4(const uint8_t* p, char* szOut, int32_t nSize) {
     const int nLen = snprintf(szText, sizeof(szText), "%u.%u.%u.%u", static_cast<unsigned>(p[0]),
                               static_cast<unsigned>(p[1]), static_cast<unsigned>(p[2]),
                               static_cast<unsigned>(p[3]));
-    // Kept (hosts): [ipv4-size-without-nul] the size does not count the NUL, so an exactly filled
-    // buffer gets it one byte past the end: callers say 8 for "10.0.0.1".
+    // Kept (hosts): [ipv4-size-without-nul] the size does not count the NUL: callers pass 8 for
+    // "10.0.0.1". When the text fills the size exactly, the NUL is written one byte past it.
     if (nSize < nLen) {
         return nullptr;
     }
@@ -189,8 +189,8 @@ TZeroRun LongestZeroRun(const uint16_t* pGroups) {
 }
 
 const char* FormatIpv6(const uint8_t* p, char* szOut, int32_t nSize) {
-    // Kept (hosts): [embedded-ipv4-size] an embedded IPv4 address must fit 8 characters, a longer
-    // one fails the conversion.
+    // Kept (hosts): [embedded-ipv4-size] an embedded IPv4 address must fit 8 characters; with a
+    // longer one the conversion fails.
     constexpr int32_t EMBEDDED_SIZE = 8;
     uint16_t groups[IPV6_GROUPS];
     for (int i = 0; i < IPV6_GROUPS; ++i) {
@@ -247,7 +247,7 @@ int32_t CBB_MakeAddrByString(int32_t nFamily, const char* szAddr, uint16_t nPort
             nAddr = inet_addr(szAddr);
         }
         // Kept (hosts): [broadcast-address] all ones means failure, so 255.255.255.255 cannot be
-        // made from text; the address field is written all the same, family and port are not.
+        // converted from text. The address field is written even then, but not family and port.
         pAddr->SA.sin4.sin_addr.s_addr = nAddr;
         if (nAddr == INADDR_NONE) {
             return -1;
@@ -287,7 +287,8 @@ int32_t CBB_MakeAddr(const void* pBytes, uint32_t nLength, CBB_ADDR_T* pAddr) {
     if (pBytes == nullptr || pAddr == nullptr || nLength == 0) {
         return -1;
     }
-    // Kept (hosts): [address-bytes-cut] a longer length is no error; only what fits is copied.
+    // Kept (hosts): [address-bytes-cut] a longer length is not an error; only the bytes that fit
+    // are copied.
     memcpy(pAddr, pBytes, nLength < sizeof(*pAddr) ? nLength : sizeof(*pAddr));
     return 0;
 }
@@ -305,7 +306,7 @@ int32_t CBB_GetAddrType(const CBB_ADDR_T* pAddr) {
 }
 
 const char* CBB_GetAddrString(const CBB_ADDR_T* pAddr) {
-    // One text per thread: two sessions that log at once do not mix their addresses.
+    // One text per thread, so that sessions that log at the same time do not mix their addresses.
     static thread_local char szText[ADDR_TEXT_SIZE];
     memset(szText, 0, sizeof(szText));
     if (pAddr == nullptr) {
@@ -333,8 +334,8 @@ int32_t CBB_GetAddr4Int(const CBB_ADDR_T* pAddr, uint32_t* pAddr4) {
 }
 
 int32_t CBB_GetAddr6Int(const CBB_ADDR_T* pAddr, uint8_t* pAddr6) {
-    // Kept (hosts): [addr6-any-family] not the mirror image of the IPv4 getter. Every family but
-    // IPv4 is taken, so that a record without a family can be read too.
+    // Kept (hosts): [addr6-any-family] unlike the IPv4 function, this one accepts every family but
+    // IPv4, so that a record without a family can be read too.
     if (pAddr == nullptr || pAddr->SA.sin4.sin_family == AF_INET) {
         return -1;
     }
@@ -358,7 +359,7 @@ int32_t CBB_GetAddrBySockFd(CBB_SOCK_T iSockFd, CBB_ADDR_T* pLocal, CBB_ADDR_T* 
     if (pLocal == nullptr && pPeer == nullptr) {
         return -1;
     }
-    // Kept (hosts): [peer-before-local] the peer comes first, so the local record stays as it was
+    // Kept (hosts): [peer-before-local] the peer is read first, so the local record stays unchanged
     // when the socket has no peer. The second query may write as many bytes as the first one did.
     socklen_t nLength = sizeof(CBB_ADDR_T);
     if (pPeer != nullptr) {

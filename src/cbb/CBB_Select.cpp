@@ -26,7 +26,7 @@ int32_t CBB_Select(int iCount, fd_set* pRead, fd_set* pWrite, fd_set* pError,
     if (pTimeOut == nullptr) {
         return select(iCount, pRead, pWrite, pError, nullptr);
     }
-    timeval timeOut = *pTimeOut;  // select counts the time-out down in place
+    timeval timeOut = *pTimeOut;  // select writes the remaining time to its argument
     return select(iCount, pRead, pWrite, pError, &timeOut);
 }
 
@@ -47,7 +47,7 @@ int32_t CBB_Poll(struct pollfd* pFds, int iFds, int iTimeO) {
 }
 
 int32_t CBB_PollEx(struct pollfd* pFds, int iFds, int* piTimeO) {
-    if (piTimeO == nullptr || *piTimeO < 0) {  // poll takes every negative time for unlimited
+    if (piTimeO == nullptr || *piTimeO < 0) {  // for poll, every negative time is unlimited
         int nResult = 0;
         do {
             nResult = CBB_Poll(pFds, iFds, -1);
@@ -58,7 +58,7 @@ int32_t CBB_PollEx(struct pollfd* pFds, int iFds, int* piTimeO) {
         const uint64_t nStart = CBB_GetTimeTick();
         const int nResult = CBB_Poll(pFds, iFds, *piTimeO);
         const bool bInterrupted = nResult < 0 && errno == EINTR;
-        // A poll that timed out has used its time up, whatever a clock that was set back says.
+        // After a time-out the remaining time is 0, also when the clock was set back.
         *piTimeO = nResult == 0 ? 0 : TimeLeft(*piTimeO, ElapsedSince(nStart));
         if (!bInterrupted) {
             return nResult;

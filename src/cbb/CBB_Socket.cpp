@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Sockets: life, options, and sending and receiving with a limit on time.
+// Sockets: creating, closing, options, and sending and receiving with a time limit.
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
@@ -55,8 +55,8 @@ bool WouldBlock() {
     return errno == EAGAIN || errno == EWOULDBLOCK;
 }
 
-// A host that has closed its standard streams still prints to their numbers, and so does this
-// library's log: a socket with one of these numbers would send that to its peer.
+// A host that has closed its standard streams may still print to their descriptors, and so does the
+// log of this library. A socket with one of these numbers would send that text to its peer.
 CBB_SOCK_T AboveStandardStreams(CBB_SOCK_T iSockFd) {
     if (iSockFd < 0 || iSockFd > STDERR_FILENO) {
         return iSockFd;
@@ -68,10 +68,10 @@ CBB_SOCK_T AboveStandardStreams(CBB_SOCK_T iSockFd) {
 
 enum class EWait { READY, TIMED_OUT, FAILED };
 
-// Waits for one event and counts the time down. A poll that reports only an error or a hang-up has
-// failed: waiting on would return at once, again and again.
+// Waits for one event and reduces the remaining time. A poll that reports only an error or a
+// hang-up counts as failed, because each further poll would return at once with the same result.
 EWait WaitFor(CBB_SOCK_T iSockFd, short nEvent, int* piTimeO) {
-    if (iSockFd < 0 && *piTimeO == POLL_FOREVER) {  // poll skips it and would never end
+    if (iSockFd < 0 && *piTimeO == POLL_FOREVER) {  // poll ignores it and would wait forever
         errno = EBADF;
         return EWait::FAILED;
     }
@@ -100,8 +100,8 @@ int32_t FinishConnect(CBB_SOCK_T iSockFd, uint32_t nTimeOut) {
         nError = errno;
     }
     if (nError != 0) {
-        // Kept (hosts): [connect-error-text] prints the system's error number, not the socket's
-        // pending error; callers find the latter in errno.
+        // Kept (hosts): [connect-error-text] this prints the system's error number, not the
+        // socket's pending error. Callers find the latter in errno.
         printf("CBB_ConnectWithTimeOut getsockopt !iError return error, %d, Error\n",
                GetSystemLastError());
         return FailWith(nError);
@@ -123,8 +123,8 @@ int32_t ChangeMembership(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pLocal, const CBB
     if (pGroup->SA.sin4.sin_family == AF_INET6) {
         ipv6_mreq request = {};
         request.ipv6mr_multiaddr = pGroup->SA.sin6.sin6_addr;
-        // Kept (hosts): [multicast-interface] the interface index travels in the flow-label word,
-        // not in sin6_scope_id.
+        // Kept (hosts): [multicast-interface] the interface index is read from the flow-label word,
+        // not from sin6_scope_id.
         request.ipv6mr_interface = pGroup->SA.sin6.sin6_flowinfo;
         return SetOption(iSockFd, IPPROTO_IPV6, nOption6, request);
     }
@@ -140,8 +140,8 @@ int GetSystemLastError(void) {
 int32_t CBB_InitNetwork_Inter(void) {
     struct sigaction action = {};
     action.sa_handler = SIG_IGN;
-    // Kept (hosts): [sigpipe] for the whole process, and for good: CBB_FiniNetwork_Inter does not
-    // undo it.
+    // Kept (hosts): [sigpipe] the whole process ignores SIGPIPE from now on. CBB_FiniNetwork_Inter
+    // does not undo it.
     (void)sigaction(SIGPIPE, &action, nullptr);
     return 0;
 }
@@ -155,7 +155,7 @@ CBB_SOCK_T CBB_CreateSocket(int iDomain, int iType, int iProtocol) {
 }
 
 int32_t CBB_CloseSocket(CBB_SOCK_T iSockFd, int bForce) {
-    // Sockets are mostly closed because something failed; that error outlives the closing.
+    // Sockets are mostly closed after a failure, and callers read its error number afterwards.
     const int nError = errno;
     if (bForce != 0) {
         (void)shutdown(iSockFd, SHUT_RDWR);
@@ -199,17 +199,18 @@ int32_t CBB_ConnectWithTimeOut(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr, u
         return FailWith(EINVAL);
     }
     if (nTimeOut == CBB_INFINITE) {
-        // Kept (hosts): [connect-ipv4-length] always the IPv4 length, so an IPv6 connect needs a
-        // limited time-out.
+        // Kept (hosts): [connect-ipv4-length] the length is always that of IPv4, so an IPv6 connect
+        // needs a limited time-out.
         return connect(iSockFd, SysAddr(pCBBAddr), sizeof(sockaddr_in));
     }
     (void)CBB_SetNonBlock(iSockFd, 1);
-    // Kept (hosts): [connect-result-unread] what connect reports at once does not count, the
-    // socket's state after the wait does.
+    // Kept (hosts): [connect-result-unread] the immediate result of connect is ignored. The state
+    // of the socket after the wait decides.
     (void)connect(iSockFd, SysAddr(pCBBAddr), AddrLength(pCBBAddr));
     const int32_t nResult = FinishConnect(iSockFd, nTimeOut);
     const int nError = errno;
-    // Kept (hosts): [connect-leaves-blocking] blocking afterwards, whatever it was before.
+    // Kept (hosts): [connect-leaves-blocking] the socket is blocking afterwards, also when it was
+    // non-blocking before.
     (void)CBB_SetNonBlock(iSockFd, 0);
     errno = nError;
     return nResult;
@@ -248,7 +249,7 @@ int32_t CBB_GetTTL(CBB_SOCK_T iSockFd, int* pTTL) {
     if (pTTL == nullptr) {
         return FailWith(EFAULT);
     }
-    // The announced length is 8, so 8 bytes stand ready; the system fills the first four.
+    // The buffer has the 8 bytes of the length that is passed; the system fills the first four.
     int values[2] = {};
     socklen_t nLength = sizeof(values);
     const int nResult = getsockopt(iSockFd, IPPROTO_IP, IP_TTL, values, &nLength);
@@ -263,7 +264,7 @@ int32_t CBB_SetTOS(CBB_SOCK_T iSockFd, int iTOS) {
 }
 
 int32_t CBB_GetTOS(CBB_SOCK_T iSockFd, int* pTOS) {
-    // Kept (hosts): [tos-reads-ttl] reads the time to live, not the type of service.
+    // Kept (hosts): [tos-reads-ttl] this reads the time to live, not the type of service.
     return CBB_GetTTL(iSockFd, pTOS);
 }
 
@@ -272,8 +273,8 @@ int32_t CBB_SetReuseAddr(CBB_SOCK_T iSockFd, int bReuse) {
 }
 
 int32_t CBB_SetTimeOut(CBB_SOCK_T iSockFd, int iSndTimeO, int iRcvTimeO) {
-    // Kept (hosts): [time-outs-crossed] each limit is set from the other's value, and the remainder
-    // goes unscaled into the microseconds. Equal values in whole seconds show neither.
+    // Kept (hosts): [time-outs-crossed] each limit is set from the value of the other, and the
+    // remaining milliseconds are stored as microseconds. Equal values in whole seconds hide both.
     int32_t nResult = 0;
     if (iRcvTimeO != 0) {
         const timeval timeOut = {iSndTimeO / 1000, iSndTimeO % 1000};
@@ -325,7 +326,7 @@ int32_t CBB_GetBuffSize(CBB_SOCK_T iSockFd, int* pSndBuffSize, int* pRcvBuffSize
 }
 
 int32_t CBB_Send(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen) {
-    // A negative length would reach the system as a huge one, here and below.
+    // The system would read a negative length as a very large one, here and below.
     if (iBufLen < 0) {
         return FailWith(EINVAL);
     }
@@ -357,8 +358,8 @@ int32_t CBB_RecvFrom(CBB_SOCK_T iSockFd, void* pBuf, int iBufLen, CBB_ADDR_T* pC
                                          pCBBAddr == nullptr ? nullptr : &nLength));
 }
 
-// Kept (hosts): [sendn-never-negative] the number of bytes sent, never -1: after an error too, the
-// caller compares it with the length.
+// Kept (hosts): [sendn-never-negative] the result is the number of bytes sent, never -1, also after
+// an error. Callers compare it with the length.
 int32_t CBB_Sendn(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, uint32_t nTimeOut) {
     const char* pData = static_cast<const char*>(pBuf);
     int iTimeO = PollTime(nTimeOut);
@@ -369,7 +370,7 @@ int32_t CBB_Sendn(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, uint32_t nT
             break;
         }
         if (wait == EWait::READY) {
-            // A blocking socket would keep a media push here until the client has read it all.
+            // On a blocking socket, a media push would wait here until the client has read it all.
             const ssize_t nResult =
                 send(iSockFd, pData + nSent, static_cast<size_t>(iBufLen - nSent),
                      MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -385,8 +386,8 @@ int32_t CBB_Sendn(CBB_SOCK_T iSockFd, const void* pBuf, int iBufLen, uint32_t nT
     return nSent;
 }
 
-// Kept (hosts): [recvn-partial] -1 when the peer closes before the buffer is full, also when bytes
-// have been received.
+// Kept (hosts): [recvn-partial] the result is -1 when the peer closes before the buffer is full,
+// also when bytes have been received.
 int32_t CBB_Recvn(CBB_SOCK_T iSockFd, void* pBuf, int iBufCount, uint32_t nTimeOut) {
     char* pData = static_cast<char*>(pBuf);
     int iTimeO = PollTime(nTimeOut);
@@ -397,7 +398,7 @@ int32_t CBB_Recvn(CBB_SOCK_T iSockFd, void* pBuf, int iBufCount, uint32_t nTimeO
             return -1;
         }
         if (wait == EWait::READY) {
-            // Not blocking for the same reason: the limit on time holds on any socket.
+            // Non-blocking for the same reason: the time limit holds on any socket.
             const ssize_t nResult = recv(iSockFd, pData + nReceived,
                                          static_cast<size_t>(iBufCount - nReceived), MSG_DONTWAIT);
             if (nResult < 1 && (nResult == 0 || !WouldBlock())) {

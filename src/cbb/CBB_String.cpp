@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// String and number helpers. Where one differs from its standard namesake, callers rely on that.
+// String and number helpers. Callers rely on the differences from the standard functions.
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// No locale: protocol text is compared the same way whatever the host has set.
+// Protocol text is compared independent of the host's locale.
 int ToUpper(char c) {
     return c >= 'a' && c <= 'z' ? c - 'a' + 'A' : static_cast<unsigned char>(c);
 }
@@ -39,7 +39,7 @@ char* IntegerToText(char* szOut, int64_t lValue, int iBase) {
     if (szOut == nullptr || iBase < 2 || iBase > 36 || (lValue < 0 && iBase != 10)) {
         return nullptr;
     }
-    // The magnitude is taken unsigned: the smallest value has no positive counterpart.
+    // The magnitude is computed unsigned: the smallest value has no positive counterpart.
     auto nRest = static_cast<uint64_t>(lValue);
     char* p = szOut;
     if (lValue < 0) {
@@ -101,8 +101,8 @@ T TextToInteger(const char* szText, char** ppEnd, int iBase, T nLowest, T nHighe
     T nValue = 0;
     bool bOverflow = false;
     bool bDigits = false;
-    // Kept (hosts): [digit-of-the-base] a digit equal to the base is taken, so "1a" in base 10
-    // reads as 20.
+    // Kept (hosts): [digit-of-the-base] a digit equal to the base is accepted, so "1a" in base 10
+    // is 20.
     for (int nDigit = DigitValue(*p); nBase != 0 && nDigit >= 0 && nDigit <= nBase;
          nDigit = DigitValue(*++p)) {
         bDigits = true;

@@ -18,7 +18,7 @@ pthread_t ToThread(CBB_HANDLE hThread) {
     return reinterpret_cast<pthread_t>(hThread);
 }
 
-// A null handle is what a zeroed record holds; joining it would crash in the system's library.
+// A zeroed record holds a null handle; joining it would crash in the system's library.
 bool IsThread(CBB_HANDLE hThread) {
     return hThread != CBB_INVALID_HANDLE && hThread != nullptr;
 }
@@ -62,7 +62,8 @@ class CThreadAttr {
 CBlockSignals::CBlockSignals() {
     sigset_t blocked;
     sigfillset(&blocked);
-    // These report a fault of the thread itself; blocked, they would kill without a trace.
+    // These signals report a fault of the thread itself. While one is blocked, such a fault ends
+    // the process without a call to the host's handler.
     for (const int nSignal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
         sigdelset(&blocked, nSignal);
     }
@@ -76,9 +77,9 @@ CBlockSignals::~CBlockSignals() {
 
 CBB_HANDLE CBB_Thread_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_t StackSize,
                              uint32_t /*IsSuspend*/, int Priority, int SchedPolicy) {
-    // Kept (hosts): [thread-scheduling-inherited] the attribute inherits the scheduling of the
-    // creating thread: policy and priority are checked here but not applied, and take no privilege.
-    // The policy comes first, it decides which priorities are valid.
+    // Kept (hosts): [thread-scheduling-inherited] the thread inherits the scheduling of its
+    // creator: policy and priority are checked but not applied, and need no privilege. The policy
+    // is set first because it decides which priorities are valid.
     CThreadAttr attr;
     if (!attr.Valid() || !attr.SetPolicy(SchedPolicy) || !attr.SetStackSize(StackSize) ||
         !attr.SetPriority(Priority)) {
@@ -92,7 +93,7 @@ CBB_HANDLE CBB_Thread_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_
 }
 
 int32_t CBB_ThreadDetached_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_t StackSize) {
-    // Kept (hosts): [detached-result] 1 is success and 0 failure here, unlike everywhere else.
+    // Kept (hosts): [detached-result] 1 is success and 0 failure, unlike in the other functions.
     CThreadAttr attr;
     pthread_t thread = {};
     const bool bCreated = attr.Valid() && attr.SetDetached() && attr.SetStackSize(StackSize) &&
@@ -136,8 +137,7 @@ int32_t CBB_Thread_SetPriority(CBB_HANDLE hThread, int iPriority) {
 }
 
 int32_t CBB_Thread_SetSchedPolicy(CBB_HANDLE hThread, int iPolicy) {
-    // Kept (hosts): [thread-policy-checked] the policy is only checked, the running thread is not
-    // changed.
+    // Kept (hosts): [thread-policy-checked] the policy is only checked; the thread does not change.
     CThreadAttr attr;
     return hThread != CBB_INVALID_HANDLE && attr.Valid() && attr.SetPolicy(iPolicy) ? 0 : -1;
 }

@@ -4,10 +4,10 @@
 
 #include <csignal>
 
-// While it lives, the calling thread blocks every asynchronous signal, and a thread created
-// meanwhile inherits that. Library threads are created under it: the host's handlers then run on
-// the host's threads only. The C library's own signals, as setuid() sends them to all threads,
-// still interrupt: a wait that ends with EINTR begins again.
+// Blocks every asynchronous signal on the calling thread while the object exists. A thread that is
+// created during that time inherits the mask. Library threads are created so, and the host's
+// handlers then run on the host's threads only. Signals of the C library, such as those that
+// setuid() sends to all threads, still interrupt: after EINTR a wait begins again.
 class CBlockSignals {
   public:
     CBlockSignals();

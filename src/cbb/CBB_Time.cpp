@@ -20,8 +20,8 @@ void CBB_USleep(int64_t lMicroSec) {
     (void)nanosleep(&duration, nullptr);
 }
 
-// Kept (hosts): [wall-clock-ticks] the wall clock, so ticks jump when the time of the machine is
-// set.
+// Kept (hosts): [wall-clock-ticks] ticks come from the wall clock, so they jump when the time of
+// the machine is set.
 uint64_t CBB_GetTimeTick(void) {
     timeval now = {};
     gettimeofday(&now, nullptr);
