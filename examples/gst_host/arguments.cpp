@@ -13,16 +13,15 @@
 
 namespace {
 
-// Above it the server's range of ports would never end.
 constexpr int LAST_DATA_PORT = RTSPS_MAX_DATA_PORT;
 
 struct CReader {
     CArguments& arguments;
-    int nChannel = 1;  // that the next pipeline belongs to
+    int nChannel = 1;  // the channel of the next pipeline
 };
 
 const char* const EXAMPLE =
-    "Each pipeline ends in an encoder or parser of H.264, H.265 or A-law, or in its RTP "
+    "Each pipeline ends with an encoder or parser of H.264, H.265 or A-law, or with an RTP "
     "payloader:\n"
     "  gst_host --video 'videotestsrc is-live=true ! x264enc tune=zerolatency'\n"
     "           --audio 'audiotestsrc is-live=true ! alawenc'\n"
@@ -41,7 +40,7 @@ gboolean TakePipeline(const gchar* pName, const gchar* pValue, gpointer pData, G
     auto& sources = reader.arguments.sources;
     for (const CSourceArgument& other : sources) {
         if (other.nChannel == reader.nChannel && other.emKind == emKind)
-            return Refuse(ppError, "a channel has one --video, one --sub and one --audio");
+            return Refuse(ppError, "a channel has at most one --video, one --sub and one --audio");
     }
     sources.push_back({reader.nChannel, emKind, pValue});
     return TRUE;
@@ -67,7 +66,7 @@ gboolean TakeDataPorts(const gchar*, const gchar* pValue, gpointer pData, GError
         !g_ascii_string_to_signed(text.c_str() + dash + 1, 10, low, LAST_DATA_PORT, &high,
                                   nullptr) ||
         low % 2 != 0)
-        return Refuse(ppError, "--data-ports requires MIN-MAX, 1024 to 65533, MIN even");
+        return Refuse(ppError, "--data-ports requires MIN-MAX, both from 1024 to 65533, MIN even");
     arguments.nMinDataPort = static_cast<int>(low);
     arguments.nMaxDataPort = static_cast<int>(high);
     return TRUE;
@@ -92,29 +91,30 @@ gboolean Check(GOptionContext*, GOptionGroup*, gpointer pData, GError** ppError)
         return Refuse(ppError, "a --video is required; write --channel before its pipelines");
     if (arguments.nPort < 1 || arguments.nPort > 65535)
         return Refuse(ppError, "--port requires a number from 1 to 65535");
-    return arguments.nSeconds >= 0 || Refuse(ppError, "--seconds requires a number from 1 on");
+    return arguments.nSeconds >= 0 || Refuse(ppError, "--seconds requires a number of at least 1");
 }
 
 }  // namespace
 
 bool ParseArguments(int argc, char** argv, CArguments& arguments) {
     CReader reader{arguments};
-    // GLib keeps functions in pointers to data.
+    // GLib stores functions in data pointers.
     const auto call = [](GOptionArgFunc pFunction) {
         return reinterpret_cast<gpointer>(pFunction);
     };
     const GOptionEntry entries[] = {
-        {"video", 0, 0, G_OPTION_ARG_CALLBACK, call(TakePipeline), "main's picture", "PIPELINE"},
-        {"sub", 0, 0, G_OPTION_ARG_CALLBACK, call(TakePipeline), "sub's picture (no sub)",
+        {"video", 0, 0, G_OPTION_ARG_CALLBACK, call(TakePipeline), "video of the main stream",
          "PIPELINE"},
+        {"sub", 0, 0, G_OPTION_ARG_CALLBACK, call(TakePipeline),
+         "video of the sub stream (no sub stream)", "PIPELINE"},
         {"audio", 0, 0, G_OPTION_ARG_CALLBACK, call(TakePipeline),
-         "sound for main and sub (no sound)", "PIPELINE"},
+         "audio of both streams (no audio)", "PIPELINE"},
         {"channel", 0, 0, G_OPTION_ARG_CALLBACK, call(TakeChannel),
          "the N of chanN in the URL, for the pipelines that follow (1)", "N"},
         {"port", 0, 0, G_OPTION_ARG_INT, &arguments.nPort, "TCP port for clients (8554)", "N"},
         {"data-ports", 0, 0, G_OPTION_ARG_CALLBACK, call(TakeDataPorts),
          "UDP ports for media, MIN even (20000-20998)", "MIN-MAX"},
-        {"seconds", 0, 0, G_OPTION_ARG_INT, &arguments.nSeconds, "end after N seconds", "N"},
+        {"seconds", 0, 0, G_OPTION_ARG_INT, &arguments.nSeconds, "exit after N seconds", "N"},
         {"rest", 0, 0, G_OPTION_ARG_NONE, &arguments.bRest,
          "pause each encoder while no client plays its stream", nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
@@ -129,8 +129,9 @@ bool ParseArguments(int argc, char** argv, CArguments& arguments) {
     GError* pError = nullptr;
     if (g_option_context_parse(context.get(), &argc, &argv, &pError) && argc == 1)
         return true;
-    std::fprintf(stderr, "gst_host: %s (see --help)\n",
-                 pError != nullptr ? pError->message : "options begin with --");
+    std::fprintf(
+        stderr, "gst_host: %s (see --help)\n",
+        pError != nullptr ? pError->message : "unexpected argument; all options begin with --");
     g_clear_error(&pError);
     return false;
 }

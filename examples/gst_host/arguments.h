@@ -15,16 +15,17 @@ struct CSourceArgument {
 };
 
 struct CArguments {
-    std::vector<CSourceArgument> sources;  // by channel, audio last
+    std::vector<CSourceArgument> sources;  // sorted by channel; in a channel, audio is last
     int nPort = 8554;
     int nMinDataPort = 20000;
     int nMaxDataPort = 20998;  // 500 pairs
-    int nSeconds = 0;          // 0: until a signal
+    int nSeconds = 0;          // 0: run until a signal
     bool bRest = false;
 };
 
-// Returns whether the arguments are right; if not, one line on standard error has said why. --help
-// prints the help and ends the process. GStreamer's own options work too, and initialise it.
+// Returns whether the arguments are valid; if not, it prints one line with the reason on standard
+// error. --help prints the help and ends the process. GStreamer's own options are accepted too, and
+// GStreamer is initialised.
 bool ParseArguments(int argc, char** argv, CArguments& arguments);
 
 #endif

@@ -22,7 +22,7 @@ bool Carries(const CSource& source, const CStream* pStream) {
 
 }  // namespace
 
-// A session's news on their way to the main thread.
+// An event of a session, on its way to the main thread.
 struct CHost::CEvent {
     CHost* pHost;
     int32_t nEvent;
@@ -102,8 +102,8 @@ bool CHost::Work() {
     return Advance();
 }
 
-// All pipelines begin to play together, so that what they play from their beginnings fits. The
-// server starts when every stream is known.
+// All pipelines start to play together, so that pipelines that play files stay synchronous. The
+// server starts when the format of every stream is known.
 bool CHost::Advance() {
     if (m_emPhase == EPhase::eOpening) {
         const auto isOpen = [](const CSource& source) { return source.Feed().IsOpen(); };
@@ -112,7 +112,7 @@ bool CHost::Advance() {
     for (const CSource& source : m_sources) {
         if (!source.IsPrepared())
             return g_get_monotonic_time() - m_begin < START_LIMIT ||
-                   Fail(source.Name() + ": it does not start");
+                   Fail(source.Name() + ": the pipeline does not start");
     }
     m_emPhase = EPhase::eOpening;
     for (CSource& source : m_sources)
@@ -131,7 +131,7 @@ bool CHost::StartServer() {
     m_emPhase = EPhase::eServing;
     m_begin = g_get_monotonic_time();
     FollowViewers();
-    std::printf("Open one of these, from elsewhere with this machine's address:\n");
+    std::printf("Open one of these; from other machines, with the address of this one:\n");
     for (const CStream& stream : m_streams)
         std::printf("  rtsp://127.0.0.1:%d/chan%d/%s/\n", m_arguments.nPort, stream.Channel(),
                     stream.Type() == RTSPS_STREAM_MAIN ? "main" : "sub");
@@ -151,15 +151,15 @@ bool CHost::Declare(const CStream& stream) {
         (bVideo ? info.dwVideoSSrc : info.dwAudioSSrc) = format.dwSsrc;
         (bVideo ? info.dwVideoFormat : info.dwAudioFormat) = format.dwCoding;
     }
-    // A push is taken as video or audio by its payload type.
+    // The server assigns a push to video or audio by its payload type.
     if (info.dwAudioFormat != RTSPS_AUDIO_STREAM_TYPE_UNDEF &&
         info.byAudioPayload == info.byVideoPayload)
-        return Fail("picture and sound have the same payload type; see the payloaders' pt");
+        return Fail("video and audio have the same payload type; set pt of a payloader");
     return RTSPServer_SetStreamInfo(stream.Channel(), stream.Type(), &info) == 0 ||
            Fail("out of memory");
 }
 
-// On the client's own thread, which must not wait: the main thread does the work.
+// Called on the client's own thread, which must not wait, so the main thread does the work.
 void CHost::OnEvent(int32_t nEvent, int32_t nSessionId, void* pData, int32_t nLen, void* pSelf) {
     TRtspServerEventInfo info = {};
     const bool bMatters = nEvent == RTSPS_EVENT_PLAYING || nEvent == RTSPS_EVENT_TORN_DOWN ||
@@ -206,9 +206,9 @@ void CHost::FollowViewers() {
     }
 }
 
-// Pictures and sound of one instant leave at the same time when all packets of a channel leave
-// equally long after their capture: as long as the slowest pipeline takes, and no longer than the
-// elements say that it may take.
+// To keep pictures and sound synchronous, all packets of a channel are sent with the same delay
+// after their capture. The delay is that of the slowest pipeline, and at most what the elements
+// report.
 void CHost::EqualiseLatency() {
     std::map<int, GstClockTime> most;
     std::map<int, GstClockTime> lateness;

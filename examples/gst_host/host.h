@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The host: starts sources and server, and makes the sources do what the viewers need. Everything
-// but OnEvent runs on the main thread, in its main loop, so that nothing here needs a lock.
+// The host: starts sources and server, and controls the sources for the viewers. All functions but
+// OnEvent run on the main thread, in its main loop, so that no lock is needed.
 #ifndef GST_HOST_HOST_H
 #define GST_HOST_HOST_H
 
@@ -18,7 +18,7 @@ class CHost {
     CHost(const CHost&) = delete;
     CHost& operator=(const CHost&) = delete;
 
-    // Serves until a signal, the end of the time or a failure. Returns false at a failure; see
+    // Serves until a signal, the end of --seconds or a failure. Returns false after a failure; see
     // Error().
     bool Run();
     const std::string& Error() const { return m_strError; }
@@ -46,11 +46,11 @@ class CHost {
     GMainLoop* const m_pLoop;
     std::deque<CStream> m_streams;                // main and sub of every channel
     std::deque<CSource> m_sources;                // their pipelines
-    std::map<int32_t, const CStream*> m_viewers;  // what each session plays
+    std::map<int32_t, const CStream*> m_viewers;  // the stream that each session plays
     std::map<int, GstClockTime> m_latencies;      // by channel
     EPhase m_emPhase = EPhase::ePreparing;
-    gint64 m_begin = 0;        // of the phase, as g_get_monotonic_time
-    gint64 m_lastLatency = 0;  // when it was looked at
+    gint64 m_begin = 0;        // start of the phase, as g_get_monotonic_time
+    gint64 m_lastLatency = 0;  // last call of EqualiseLatency
     std::string m_strError;
 };
 

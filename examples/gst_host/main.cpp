@@ -10,13 +10,13 @@
 
 namespace {
 
-// What the process ends with.
+// Exit codes.
 enum EExit { EXIT_FINE = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A program that reads the URLs from a pipe gets them at once.
+    // Line buffering: a program that reads the URLs from a pipe gets them at once.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     CArguments arguments;
     if (!ParseArguments(argc, argv, arguments))
@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     const bool bFine = host.Run();
     if (!bFine)
         std::fprintf(stderr, "gst_host: %s\n", host.Error().c_str());
-    // A driver that hangs while its device is closed must not keep the process.
+    // A driver that hangs while its device is closed must not keep the process alive.
     alarm(2);
     return bFine ? EXIT_FINE : EXIT_FAILED;
 }

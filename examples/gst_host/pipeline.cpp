@@ -14,14 +14,14 @@ using CElementPtr = std::unique_ptr<GstElement, decltype(&gst_object_unref)>;
 
 struct CPayloader {
     const char* pCaps;
-    const char* pFactory;  // null: it is one already
+    const char* pFactory;  // null: the pipeline ends with a payloader
 };
 constexpr CPayloader PAYLOADERS[] = {{"application/x-rtp", nullptr},
                                      {"video/x-h264", "rtph264pay"},
                                      {"video/x-h265", "rtph265pay"},
                                      {"audio/x-alaw", "rtppcmapay"}};
 
-// The payloader for what leaves the pad; null when there is none.
+// Returns the payloader for the pad's format; null when there is none.
 const CPayloader* FindPayloader(GstPad* pPad) {
     const CCapsPtr caps(gst_pad_query_caps(pPad, nullptr), gst_caps_unref);
     if (gst_caps_is_any(caps.get()))
@@ -34,9 +34,9 @@ const CPayloader* FindPayloader(GstPad* pPad) {
     return nullptr;
 }
 
-// The server's description of a stream carries no parameter sets, so every key frame has to. The
-// payloaders of H.264 and H.265 put them there at -1; their default leaves it to the encoder.
-// Sound leaves in packets of 20 ms, so that each can leave at its time.
+// The server's description of a stream carries no parameter sets, so every key frame needs them.
+// With -1 the payloaders of H.264 and H.265 insert them; by default the encoder has to. Audio
+// packets of 20 ms are short enough to be sent when they are due.
 void Configure(GstElement* pPayloader) {
     GObjectClass* pClass = G_OBJECT_GET_CLASS(pPayloader);
     if (g_object_class_find_property(pClass, "config-interval") != nullptr)
@@ -45,7 +45,7 @@ void Configure(GstElement* pPayloader) {
         g_object_set(pPayloader, "max-ptime", gint64{20 * GST_MSECOND}, nullptr);
 }
 
-// Takes the error's first line: GStreamer's advice for developers follows it.
+// Returns the first line of the error. GStreamer's advice for developers follows it.
 std::string Sentence(GstMessage* pMessage, const GError* pError) {
     return std::string(GST_MESSAGE_SRC_NAME(pMessage)) + ": " +
            std::string(pError->message, std::strcspn(pError->message, "\n"));
@@ -85,8 +85,8 @@ bool CPipeline::Build(const std::string& text, std::string& error) {
             gst_object_unref(pBin);
         return false;
     }
-    // sync: each packet waits for its time on the clock, plus the latency. A whole list is one
-    // call.
+    // sync: each packet waits for its time on the clock, plus the latency. buffer-list: one call
+    // per list of packets.
     m_pSink = gst_element_factory_make("appsink", nullptr);
     g_object_set(m_pSink, "sync", TRUE, "buffer-list", TRUE, nullptr);
     gst_bin_add_many(GST_BIN(m_pPipeline), pBin, m_pSink, nullptr);
@@ -94,12 +94,12 @@ bool CPipeline::Build(const std::string& text, std::string& error) {
     return pLast != nullptr && gst_element_link(pLast, m_pSink);
 }
 
-// Returns the pipeline's last element, which gives RTP packets.
+// Returns the pipeline's last element, whose output is RTP packets.
 GstElement* CPipeline::AddPayloader(GstElement* pBin, std::string& error) {
     const CPadPtr pad(gst_element_get_static_pad(pBin, "src"), gst_object_unref);
     const CPayloader* pPayloader = pad == nullptr ? nullptr : FindPayloader(pad.get());
     if (pPayloader == nullptr) {
-        error = "the pipeline does not end in H.264, H.265, A-law or their RTP packets";
+        error = "the pipeline does not end with H.264, H.265, A-law or their RTP packets";
         return nullptr;
     }
     if (pPayloader->pFactory == nullptr) {
@@ -110,7 +110,7 @@ GstElement* CPipeline::AddPayloader(GstElement* pBin, std::string& error) {
     }
     GstElement* pElement = gst_element_factory_make(pPayloader->pFactory, nullptr);
     if (pElement == nullptr) {
-        error = std::string("there is no element ") + pPayloader->pFactory;
+        error = std::string("GStreamer element is missing: ") + pPayloader->pFactory;
         return nullptr;
     }
     Configure(pElement);

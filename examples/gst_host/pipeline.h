@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A GStreamer pipeline made from its description, with a payloader and an appsink at its end. The
-// main thread's, but for the streaming thread that calls the feed.
+// A GStreamer pipeline that is created from its description, with a payloader and an appsink at its
+// end. Only the main thread uses it. A streaming thread calls the feed.
 #ifndef GST_HOST_PIPELINE_H
 #define GST_HOST_PIPELINE_H
 
@@ -13,7 +13,7 @@
 
 class CPipeline {
   public:
-    // Null on failure; error is one sentence then. feed: outlives the pipeline.
+    // Returns null on failure; error is then the message to print. feed: outlives the pipeline.
     static std::unique_ptr<CPipeline> Make(const std::string& text, CRtpFeed& feed,
                                            std::string& error);
     // Joins the streaming threads.
@@ -21,22 +21,22 @@ class CPipeline {
     CPipeline(const CPipeline&) = delete;
     CPipeline& operator=(const CPipeline&) = delete;
 
-    // A live source produces nothing while it is paused, and any other one up to one packet.
+    // While it is paused, a live source produces no packet, and any other source at most one.
     void Pause() { gst_element_set_state(m_pPipeline, GST_STATE_PAUSED); }
     void Play() { gst_element_set_state(m_pPipeline, GST_STATE_PLAYING); }
     bool IsPaused() const;
 
-    // Asks the encoder for a key frame, with parameter sets.
+    // Requests a key frame with parameter sets from the encoder.
     void ForceKeyFrame();
 
-    // How long the pipeline may take from capture to packet, by what its elements say.
+    // The longest time from capture to packet that the elements report.
     GstClockTime MostLatency() const;
-    // How long after its capture each packet leaves. 0 at first: as soon as it is there.
+    // The time from capture to sending of each packet. 0 at first: each packet is sent at once.
     void SetLatency(GstClockTime latency);
 
-    // What has ended the pipeline, if anything has.
+    // Whether the pipeline has ended, and why.
     enum class ENews { eNone, eEnded, eSourceFailed, eFailed };
-    // text: one sentence when the news is bad.
+    // text: the message to print, unless the result is eNone.
     ENews TakeNews(std::string& text);
 
   private:
@@ -45,7 +45,7 @@ class CPipeline {
     GstElement* AddPayloader(GstElement* pBin, std::string& error);
 
     GstElement* const m_pPipeline;
-    GstElement* m_pSink = nullptr;  // the pipeline's
+    GstElement* m_pSink = nullptr;  // owned by the pipeline
 };
 
 #endif

@@ -12,8 +12,8 @@ namespace {
 
 using CSamplePtr = std::unique_ptr<GstSample, decltype(&gst_sample_unref)>;
 
-// Players that share one socket between RTP and RTCP take a sender report for media when the
-// topmost bits of the SSRC are those of RTP version 2.
+// Over UDP the server's sender reports begin with the SSRC. When its top bits are those of RTP
+// version 2, players treat the report as media.
 constexpr uint32_t SSRC_BITS = 0x7FFFFFFF;
 
 struct CCoding {
@@ -53,7 +53,7 @@ void CRtpFeed::Connect(GstAppSink* pSink) {
     gst_app_sink_set_callbacks(pSink, &callbacks, this, nullptr);
 }
 
-// Packets come alone, or as lists: payloaders make a list of what belongs together.
+// A sample is one packet, or a list of packets that the payloader has produced together.
 GstFlowReturn CRtpFeed::OnSample(GstAppSink* pSink, gpointer pSelf) {
     auto& feed = *static_cast<CRtpFeed*>(pSelf);
     const CSamplePtr sample(gst_app_sink_try_pull_sample(pSink, 0), gst_sample_unref);
@@ -83,7 +83,7 @@ void CRtpFeed::Take(GstElement* pSink, const GstSegment* pSegment, GstBuffer* pP
     Append(pPacket, time);
 }
 
-// Payload type and SSRC of another payloader do not matter: the track keeps its own.
+// The payload type and SSRC of a new payloader are ignored, because the track keeps its own.
 bool CRtpFeed::CheckCaps(GstAppSink* pSink, const GstCaps* pCaps) {
     CRtpFormat format;
     const bool bKnown = ReadFormat(pCaps, m_bVideo, format);
@@ -108,7 +108,7 @@ void CRtpFeed::Append(GstBuffer* pPacket, GstClockTime time) {
     if (size > G_MAXUINT16 ||
         gst_buffer_extract(pPacket, 0, header, sizeof(header)) < sizeof(header))
         return;
-    // A marker is missing: the pipeline was restarted within an access unit, say.
+    // A marker is missing, for example because the pipeline was restarted within an access unit.
     const uint32_t dwUnitTime = ReadBe32(header + 4);
     if (!m_units.empty() && dwUnitTime != m_dwUnitTime)
         Push();
@@ -130,15 +130,15 @@ void CRtpFeed::Append(GstBuffer* pPacket, GstClockTime time) {
         Push();
 }
 
-// Payloaders that repeat parameter sets do so before each slice of a key frame. Decoders take those
-// between two slices for the beginning of another picture.
+// Payloaders that repeat parameter sets insert them before each slice of a key frame. Decoders
+// treat those between two slices as the beginning of another picture.
 bool CRtpFeed::IsStraySet(const uint8_t* pPayload, size_t size) {
     const bool bH264 = m_format.dwCoding == RTSPS_VIDEO_STREAM_TYPE_H264;
     const CNalTraits traits =
         ClassifyNal(bH264 ? EVideoCodec::eH264 : EVideoCodec::eH265, pPayload, size);
     if (traits.emParameterSet != PARAMETER_SET_NONE)
         return m_bInPicture;
-    // What only RTP has is a fragment of a slice.
+    // A type that only RTP uses is a fragment of a slice.
     m_bInPicture = m_bInPicture || traits.bSlice || !traits.bSendable;
     return false;
 }

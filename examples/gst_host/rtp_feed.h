@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Takes RTP packets from a pipeline's appsink and pushes them, an access unit at a time.
+// Reads RTP packets from a pipeline's appsink and pushes them, one access unit at a time.
 #ifndef GST_HOST_RTP_FEED_H
 #define GST_HOST_RTP_FEED_H
 
@@ -11,7 +11,7 @@
 #include "rtp_track.h"
 #include "stream.h"
 
-// What the payloader's caps say about its packets.
+// The format of the packets, from the caps of the payloader.
 struct CRtpFormat {
     uint32_t dwCoding = RTSPS_VIDEO_STREAM_TYPE_UNDEF;  // a RTSP_SERVER_STREAM_TYPE value
     uint8_t byPayloadType = 0;
@@ -19,7 +19,7 @@ struct CRtpFormat {
     uint32_t dwRate = 0;
 };
 
-// Outlives the pipelines that it is connected to: one at a time, the next one after a restart.
+// Connected to one pipeline at a time, and to a new one after a restart. Outlives the pipelines.
 class CRtpFeed {
   public:
     // streams: outlive the feed.
@@ -28,14 +28,14 @@ class CRtpFeed {
 
     void Connect(GstAppSink* pSink);
 
-    // Whether packets have come, and Format() is what they are.
+    // Whether packets have arrived, so that Format() is known.
     bool IsOpen() const { return m_bOpen; }
     const CRtpFormat& Format() const { return m_format; }
-    // When the last ones came, as g_get_monotonic_time; 0 before.
+    // The time of the last packets, as g_get_monotonic_time; 0 before the first.
     gint64 LastPacket() const { return m_lastPacket; }
 
-    // By how much the latest packet since the last call was late: it came so long after the time of
-    // its media, plus the pipeline's latency.
+    // The greatest delay of a packet since the last call: its arrival minus the time of its media
+    // and the latency of the pipeline.
     GstClockTimeDiff TakeLateness() { return m_lateness.exchange(0); }
 
     bool IsVideo() const { return m_bVideo; }
@@ -59,11 +59,11 @@ class CRtpFeed {
     std::atomic<GstClockTimeDiff> m_lateness{0};
     CRtpFormat m_format;
 
-    // The streaming thread's. A restart joins the old one before it starts the new one.
+    // Streaming thread only. A restart joins the old thread before it starts the new one.
     CRtpTrack m_track;
     std::vector<uint8_t> m_units;  // of the access unit that is not complete yet
     uint32_t m_dwUnitTime = 0;     // its RTP time
-    bool m_bInPicture = false;     // a slice of it was there
+    bool m_bInPicture = false;     // a slice of it has arrived
 };
 
 #endif

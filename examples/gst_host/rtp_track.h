@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One RTP stream as its clients see it. Its packets come from a payloader, and from another one
-// after each restart of the pipeline; sequence numbers, times and payload type continue.
+// One RTP stream for the clients. Its packets come from a payloader, and from a new one after each
+// restart of the pipeline. Sequence numbers, times and payload type continue.
 #ifndef GST_HOST_RTP_TRACK_H
 #define GST_HOST_RTP_TRACK_H
 
@@ -11,7 +11,7 @@
 
 constexpr size_t RTP_HEADER_SIZE = 12;
 
-// Packets lie at any address.
+// Reads at any alignment.
 inline uint32_t ReadBe32(const uint8_t* p) {
     return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | uint32_t{p[3]};
 }
@@ -26,13 +26,14 @@ inline void WriteBe32(uint8_t* p, uint32_t value) {
 
 class CRtpTrack {
   public:
-    // Before the first packet.
+    // Called before the first packet.
     void Open(uint8_t byPayloadType, uint32_t dwRate) {
         m_byPayloadType = byPayloadType;
         m_dwRate = dwRate;
     }
 
-    // Rewrites the packet's header. time: of its media, on the clock that all pipelines share.
+    // Rewrites the packet's header. time: when its media were captured, on the clock that all
+    // pipelines share.
     void Stamp(uint8_t* pPacket, GstClockTime time) {
         const uint32_t dwGiven = ReadBe32(pPacket + 4);
         const uint32_t dwDue =
@@ -47,13 +48,13 @@ class CRtpTrack {
     }
 
   private:
-    // The payloader's time stamps are kept, since they are free of jitter. When they are 1/25 s or
-    // more away from the clock (another payloader, a pause), they are moved to it.
+    // The payloader's time stamps are used, because they have no jitter. When they differ from the
+    // clock by 1/25 s or more (new payloader, pause), an offset moves them to it.
     static constexpr uint32_t MAX_AWAY = 25;
 
     uint8_t m_byPayloadType = 0;
     uint32_t m_dwRate = 1;
-    // Sequence numbers and times begin anywhere (RFC 3550, 5.1).
+    // Sequence numbers and times begin with a random value (RFC 3550, 5.1).
     uint16_t m_wSequence = static_cast<uint16_t>(g_random_int());
     const uint32_t m_dwStart = g_random_int();
     uint32_t m_dwOffset = 0;

@@ -105,7 +105,7 @@ bool CSource::Fail(const std::string& what) {
     return false;
 }
 
-// A source that has worked before is tried again: a camera may be plugged in again.
+// A source that has worked before is restarted later: a camera may be plugged in again.
 bool CSource::StopForAWhile(const std::string& what) {
     if (!m_feed.IsOpen())
         return Fail(what);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One pipeline of the host through its life: prepared, playing, paused, and restarted when what it
-// captures from stops. Everything here is the main thread's.
+// One pipeline of the host. It is prepared, played, paused, and restarted when its device fails.
+// Main thread only.
 #ifndef GST_HOST_SOURCE_H
 #define GST_HOST_SOURCE_H
 
@@ -13,26 +13,26 @@
 
 class CSource {
   public:
-    // name: for messages.
+    // name: used in messages.
     CSource(std::string name, std::string pipeline, bool bVideo, std::vector<CStream*> streams)
         : m_strName(std::move(name)),
           m_strPipeline(std::move(pipeline)),
           m_feed(bVideo, std::move(streams)) {}
 
-    // Makes the pipeline and prepares it to play. Returns false when that fails; see Error().
+    // Creates the pipeline and prepares it to play. Returns false on failure; see Error().
     bool Prepare();
-    // Whether it is prepared, so that it plays at once when it is wanted.
+    // Whether it is prepared and can play at once.
     bool IsPrepared() const { return m_pPipeline != nullptr && m_pPipeline->IsPaused(); }
 
-    // Whether it shall play or pause; at first it pauses.
+    // Whether it has to play or to pause. It starts paused.
     void SetWanted(bool bWanted);
-    // At once, or as soon as the last request is old enough. For pictures only.
+    // Requests a key frame at once, or as soon as the last request is old enough. Video only.
     void RequestKeyFrame();
 
-    // To be called many times a second. Returns false when the source has failed for good; see
+    // Call it many times per second. Returns false when the source has failed for good; see
     // Error().
     bool Work();
-    // How late its packets are, over the last two calls; one hold-up does not count.
+    // The delay of its packets over the last two calls; a single delay does not count.
     GstClockTime TakeLateness();
     // See CPipeline.
     GstClockTime MostLatency() const { return m_pPipeline ? m_pPipeline->MostLatency() : 0; }
@@ -40,7 +40,7 @@ class CSource {
 
     const std::string& Name() const { return m_strName; }
     const CRtpFeed& Feed() const { return m_feed; }
-    // One sentence for people, naming the source.
+    // The message to print, with the name of the source.
     std::string Error() const { return m_strName + ": " + m_strError; }
 
   private:
@@ -53,7 +53,7 @@ class CSource {
     const std::string m_strPipeline;
     std::string m_strError;
     CRtpFeed m_feed;
-    std::unique_ptr<CPipeline> m_pPipeline;  // ends before the feed
+    std::unique_ptr<CPipeline> m_pPipeline;  // destroyed before the feed
 
     bool m_bWanted = false;
     bool m_bPlaying = false;
@@ -61,9 +61,9 @@ class CSource {
     GstClockTimeDiff m_lateness = 0;
     GstClockTime m_latency = 0;
     gint64 m_lastKeyFrame = 0;  // all times as g_get_monotonic_time
-    gint64 m_lastChange = 0;    // of what the pipeline shall do
-    gint64 m_restart = 0;       // when a stopped pipeline is started again
-    gint64 m_pause = 0;         // before the last restart; 0 when packets have come since
+    gint64 m_lastChange = 0;    // of the wanted state
+    gint64 m_restart = 0;       // the time to restart a stopped pipeline
+    gint64 m_pause = 0;         // before the last restart; 0 when packets have arrived since
 };
 
 #endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One stream of a channel, main or sub, that pictures and sound are pushed into.
+// One stream of a channel, main or sub. Pictures and sound are pushed into it.
 #ifndef GST_HOST_STREAM_H
 #define GST_HOST_STREAM_H
 
@@ -16,7 +16,8 @@ class CStream {
     int Channel() const { return m_nChannel; }
     int Type() const { return m_nType; }
 
-    // units: whole units of one access unit, or of one packet of sound. Each from its own thread.
+    // units: the units of one access unit, or of one audio packet. Each function has its own
+    // streaming thread.
     void PushPicture(std::vector<uint8_t>& units) {
         m_nSounds = 0;
         Push(units);
@@ -27,8 +28,8 @@ class CStream {
     }
 
   private:
-    // A client without sound is ended by more than 20 pushes of sound in a row. Sound beyond this
-    // limit is dropped until the pictures continue.
+    // More than 20 pushes of sound in a row end a client that has not set up audio. Sound above
+    // this limit is dropped until the pictures continue.
     static constexpr int MAX_SOUNDS = 18;
 
     void Push(std::vector<uint8_t>& units) const {
@@ -38,7 +39,8 @@ class CStream {
 
     const int m_nChannel;
     const int m_nType;
-    std::atomic<int> m_nSounds{0};  // since the last picture; both streaming threads write it
+    // Pushes of sound since the last picture. Both streaming threads write it.
+    std::atomic<int> m_nSounds{0};
 };
 
 #endif

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One coded picture with everything that belongs to it, as a list of NAL units.
+// One access unit: the NAL units of one coded picture, with those that belong to it.
 #ifndef LIVE_HOST_ACCESS_UNIT_H
 #define LIVE_HOST_ACCESS_UNIT_H
 
@@ -16,11 +16,11 @@ class CAccessUnit {
     };
 
     void Clear();
-    // Copies a NAL unit, without its start code, to the end. An empty one is left out.
+    // Appends a copy of a NAL unit, without its start code. An empty unit is ignored.
     void Append(EVideoCodec emCodec, const uint8_t* pData, size_t size);
 
     const std::vector<CNal>& Nals() const { return m_nals; }
-    // Bytes of a member of Nals(), valid until the next change.
+    // The bytes of a member of Nals(), valid until the next change.
     const uint8_t* Data(const CNal& nal) const { return m_bytes.data() + nal.nOffset; }
     size_t Size() const { return m_bytes.size(); }
     bool HasSlice() const { return m_bHasSlice; }

@@ -13,7 +13,7 @@ constexpr size_t NOT_FOUND = static_cast<size_t>(-1);
 }  // namespace
 
 void CAnnexBReader::Append(const uint8_t* pData, size_t size) {
-    // What lies in front of the current NAL unit is done with.
+    // The bytes before the current NAL unit are no longer needed.
     m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_nalPos));
     m_scanPos -= m_nalPos;
     m_nalPos = 0;
@@ -46,7 +46,7 @@ CAnnexBReader::EResult CAnnexBReader::Take(CAccessUnit& unit) {
         if (end == NOT_FOUND && !m_bEnded)
             return EResult::eNeedData;
         const size_t next = std::min(end, m_bytes.size());
-        // Zeros in front of a start code belong to it: a NAL unit never ends in one.
+        // Zeros before a start code belong to the start code: a NAL unit never ends with a zero.
         for (end = next; end > m_nalPos && m_bytes[end - 1] == 0;)
             --end;
         m_unit.Append(m_emCodec, m_bytes.data() + m_nalPos, end - m_nalPos);
@@ -76,10 +76,11 @@ CAnnexBReader::EResult CAnnexBReader::SkipToFirstNal() {
     return EResult::eReady;
 }
 
-// Position of the next start code, or NOT_FOUND. Bytes once searched are not searched again.
+// Returns the position of the next start code, or NOT_FOUND. No byte is searched twice.
 size_t CAnnexBReader::FindStartCode() {
     const size_t kept = START_CODE_SIZE - 1;
-    // Its 1 is rarer than its zeros, and memchr looks at many bytes at once.
+    // A search for the 1 of the start code is fast: memchr compares many bytes at once, and 1 is
+    // rarer than 0.
     for (size_t pos = m_scanPos + kept; pos < m_bytes.size(); ++pos) {
         const void* pOne = memchr(m_bytes.data() + pos, 1, m_bytes.size() - pos);
         if (pOne == nullptr)

@@ -12,32 +12,35 @@
 
 const char* const HELP_TEXT =
     "Usage: live_host [options]\n"
-    "Serves a clip, or what a pipe brings, as a live camera does: at rtsp://HOST:PORT/chanN/main/\n"
-    "and, the same again, at .../sub/. Ctrl-C ends it.\n"
+    "Serves a video file, or video from a pipe, like a live camera. The URLs are\n"
+    "rtsp://HOST:PORT/chanN/main/ and .../sub/; both show the same pictures. Ctrl-C stops it.\n"
     "\n"
+    "Options, with defaults in parentheses:\n"
     "  --port N              TCP port for clients (8554)\n"
-    "  --channel N           the N of chanN in the URL (1)\n"
-    "  --video FILE|-        Annex-B H.264 or H.265; - is standard input (the project's clip)\n"
-    "  --codec h264|h265     coding of --video (h265 if it ends in .h265, .265 or .hevc; else "
+    "  --channel N           the N of chanN in the URLs (1)\n"
+    "  --video FILE|-        Annex-B H.264 or H.265; - reads standard input (the project's clip)\n"
+    "  --codec h264|h265     codec of --video (h265 for a name in .h265, .265 or .hevc, else "
     "h264)\n"
-    "  --audio FILE          raw A-law, 8 kHz, mono (the clip's; none for a --video)\n"
-    "  --no-audio            video only\n"
-    "  --fps N[/M]           frames per second, such as 30 or 30000/1001 (25)\n"
-    "  --loop, --no-loop     at the end, begin again or end (--loop; a pipe: --no-loop)\n"
-    "  --no-cue              never jump ahead to a key frame for a viewer who is alone\n"
-    "  --seconds N           end after N seconds\n"
-    "  --data-ports MIN-MAX  UDP ports for media, MIN even, two for each stream of each client\n"
+    "  --audio FILE          raw A-law, 8 kHz, mono (the clip's sound; with --video, no audio)\n"
+    "  --no-audio            serve video only\n"
+    "  --fps N[/M]           frames per second, for example 30 or 30000/1001 (25)\n"
+    "  --loop, --no-loop     at the end of the video, start again or exit (--loop; for a pipe,\n"
+    "                        --no-loop)\n"
+    "  --no-cue              do not jump to the next key frame when a single viewer starts to "
+    "play\n"
+    "  --seconds N           exit after N seconds\n"
+    "  --data-ports MIN-MAX  UDP ports for media: each client needs two per stream; MIN is even\n"
     "                        (20000-20998)\n"
-    "  --log FILE            append standard output to FILE; a slow FILE or console delays "
-    "nothing,\n"
-    "                        lines without room are dropped and counted (/dev/stdout: as it is)\n"
-    "  --debug               print the server's INFO lines too\n"
+    "  --log FILE            append standard output to FILE, or to the present standard output "
+    "with\n"
+    "                        /dev/stdout. A slow destination delays no viewer: lines that do not\n"
+    "                        fit the buffer are dropped and counted\n"
+    "  --debug               also print the server's INFO lines\n"
     "  --help                print this text\n";
 
 namespace {
 
 constexpr int FIRST_DATA_PORT = 1024;
-// Above it the server's range of ports would never end.
 constexpr int LAST_DATA_PORT = RTSPS_MAX_DATA_PORT;
 
 enum EOption {
@@ -77,7 +80,7 @@ const option OPTIONS[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-// What was said, where its meaning depends on what else was said.
+// Options whose effect depends on other options.
 struct CExplicitOptions {
     std::optional<EVideoCodec> codec;
     std::optional<bool> loop;
@@ -107,7 +110,7 @@ bool ReadFrameRate(const char* pText, CArguments& arguments) {
            arguments.nFrames / 1000 <= arguments.nFrameSeconds;
 }
 
-// The server would start with any range. With an impossible one, every SETUP over UDP fails.
+// Refuses ranges with which the server would start, but every SETUP over UDP would fail.
 bool ReadDataPorts(const char* pText, CArguments& arguments) {
     const char* pDash = std::strchr(pText, '-');
     int& minimum = arguments.nMinDataPort;
@@ -117,7 +120,7 @@ bool ReadDataPorts(const char* pText, CArguments& arguments) {
         return UsageError("--data-ports requires MIN-MAX, both from 1024 to 65533");
     if (minimum > maximum)
         return UsageError("--data-ports: MIN is above MAX, so there are no ports");
-    return minimum % 2 == 0 || UsageError("--data-ports: MIN must be even, as RTP ports are");
+    return minimum % 2 == 0 || UsageError("--data-ports: MIN must be even, because RTP ports are");
 }
 
 bool ReadCodec(const char* pText, CExplicitOptions& given) {
@@ -155,7 +158,7 @@ bool TakeSwitch(int option, CArguments& arguments, CExplicitOptions& given) {
         case OPT_HELP:
             arguments.bHelp = true;
             return true;
-        default:  // getopt_long has complained
+        default:  // getopt_long has printed the error
             return false;
     }
 }
@@ -186,7 +189,7 @@ bool TakeOption(int option, const char* pValue, CArguments& arguments, CExplicit
                        "--fps requires a number from 1 to 1000, or a fraction of two numbers");
         case OPT_SECONDS:
             return ReadNumber(pValue, 1, 1000000000, arguments.nSeconds) ||
-                   UsageError("--seconds requires a number from 1 on");
+                   UsageError("--seconds requires a number of at least 1");
         case OPT_DATA_PORTS:
             return ReadDataPorts(pValue, arguments);
         default:
@@ -194,28 +197,28 @@ bool TakeOption(int option, const char* pValue, CArguments& arguments, CExplicit
     }
 }
 
-// Puts the defaults in that depend on other arguments, and refuses what contradicts itself.
+// Sets the defaults that depend on other arguments, and refuses contradictions.
 bool ApplyDefaults(const std::string& mediaDir, const CExplicitOptions& given,
                    CArguments& arguments) {
     const bool ownVideo = !arguments.strVideo.empty();
     const bool pipe = arguments.strVideo == "-";
     if (given.codec && !ownVideo)
-        return UsageError("--codec belongs to a --video");
+        return UsageError("--codec requires --video");
     if (given.bNoAudio && !arguments.strAudio.empty())
         return UsageError("--audio and --no-audio contradict each other");
     if (pipe && given.loop.value_or(false))
-        return UsageError("standard input cannot be repeated: --loop is for files");
+        return UsageError("--loop requires a file: standard input cannot be read again");
     arguments.bLoop = given.loop.value_or(!pipe);
-    arguments.bCue = arguments.bCue && !pipe;  // what a pipe brings is live: it cannot jump ahead
+    arguments.bCue = arguments.bCue && !pipe;  // input from a pipe is live: it cannot jump ahead
     arguments.emCodec = given.codec.value_or(CodecByName(arguments.strVideo));
     if (!ownVideo) {
         arguments.strVideo = mediaDir + "/clip.h264";
         if (!given.bNoAudio && arguments.strAudio.empty())
             arguments.strAudio = mediaDir + "/clip.alaw";
     }
-    // A pair of ports for each stream, the second pair from MIN + 2.
+    // Each stream needs a pair of ports; the second pair starts at MIN + 2.
     if (!arguments.strAudio.empty() && arguments.nMaxDataPort < arguments.nMinDataPort + 2)
-        return UsageError("--data-ports: too few for one client with video and audio");
+        return UsageError("--data-ports: too few ports for one client with video and audio");
     return true;
 }
 
@@ -231,6 +234,6 @@ bool ParseArguments(int argc, char** argv, const std::string& mediaDir, CArgumen
             return false;
     }
     if (optind < argc)
-        return UsageError("options begin with --; nothing else is understood");
+        return UsageError("unexpected argument; all options begin with --");
     return ApplyDefaults(mediaDir, given, arguments);
 }

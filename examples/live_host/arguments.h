@@ -19,15 +19,15 @@ struct CArguments {
     std::string strAudio;      // empty: no audio
     std::string strLog;        // empty: standard output
     EVideoCodec emCodec = EVideoCodec::eH264;
-    int nFrames = 25;  // in nFrameSeconds
+    int nFrames = 25;  // per nFrameSeconds
     int nFrameSeconds = 1;
     bool bLoop = true;
-    bool bCue = true;  // jump to a key picture for a viewer who is alone
-    int nSeconds = 0;  // 0: until a signal
+    bool bCue = true;  // jump to a key picture when a single viewer starts to play
+    int nSeconds = 0;  // 0: run until a signal
 };
 
-// Returns whether the arguments are right; if not, one line on standard error has said what is
-// wrong. mediaDir: where the clip lies that is played when no other is named.
+// Returns whether the arguments are valid; if not, it prints one line with the reason on standard
+// error. mediaDir: folder of the clip that is the default for --video.
 bool ParseArguments(int argc, char** argv, const std::string& mediaDir, CArguments& arguments);
 
 extern const char* const HELP_TEXT;

@@ -13,9 +13,9 @@ bool CAudioSource::Open(const std::string& path, bool bLoop, std::string& error)
         error = path + ": " + std::strerror(errno);
         return false;
     }
-    // An empty file could be repeated for ever; a pipe would hold the video up.
+    // An empty file would be read again forever, and a pipe could block the video.
     if (!S_ISREG(info.st_mode) || info.st_size == 0) {
-        error = path + ": not a file with audio in it";
+        error = path + ": not a regular file, or empty";
         return false;
     }
     m_pFile.reset(std::fopen(path.c_str(), "rbe"));

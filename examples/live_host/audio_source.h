@@ -10,14 +10,14 @@
 
 class CAudioSource {
   public:
-    // Returns whether it worked; if not, error is one sentence for people.
+    // Returns whether the file is open; if not, error is the message to print.
     bool Open(const std::string& path, bool bLoop, std::string& error);
 
-    // Fills pData with the next samples, from the beginning again after the last one if it loops.
-    // Returns how many; fewer than size only at the end.
+    // Copies the next samples to pData; after the last one a loop starts again. Returns how many
+    // were copied, which is below size only at the end.
     size_t Read(uint8_t* pData, size_t size);
 
-    // Passes over that many samples.
+    // Skips that many samples.
     void Skip(size_t size);
 
   private:

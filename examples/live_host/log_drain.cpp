@@ -20,8 +20,8 @@ using CClock = std::chrono::steady_clock;
 
 constexpr size_t READ_SIZE = 4096;
 constexpr size_t WRITE_SIZE = 4096;
-constexpr size_t MAX_LINE = 4096;  // a longer one is cut into several
-constexpr int POLL_MS = 50;        // how soon a destination that takes nothing is given up
+constexpr size_t MAX_LINE = 4096;  // a longer line is split
+constexpr int POLL_MS = 50;        // interval of the checks for the end of FLUSH_TIME
 
 size_t LineEnds(const std::string& text) {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
@@ -33,8 +33,8 @@ void CloseIfOpen(int& fd) {
     fd = -1;
 }
 
-// Threads that are started while this exists never run the host's signal handlers, and a write to a
-// pipe without a reader is an error for them instead of the end of the process.
+// Blocks all signals for threads that are started while it exists. They never run the host's signal
+// handlers, and their write to a pipe without a reader is an error that does not end the process.
 class CSignalsBlocked {
   public:
     CSignalsBlocked() {
@@ -53,7 +53,7 @@ class CSignalsBlocked {
 }  // namespace
 
 bool CLogDrain::Open(const std::string& path, std::string& error, int fd) {
-    // Opened again, even as /dev/stdout, so that O_NONBLOCK affects no other process.
+    // Also /dev/stdout is opened again, so that O_NONBLOCK affects no other process.
     m_destinationFd =
         open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
     int ends[2] = {-1, -1};
@@ -87,7 +87,7 @@ void CLogDrain::Close() {
         m_deadline = CClock::now() + FLUSH_TIME;
     }
     const uint64_t one = 1;
-    // A child process may hold the pipe open, so its end is not awaited.
+    // The eventfd ends the collector, because a child process may keep the pipe open.
     if (write(m_stopFd, &one, sizeof(one)) < 0)
         std::perror("eventfd");
     m_collector.join();
@@ -99,7 +99,7 @@ void CLogDrain::Close() {
     m_fd = -1;
 }
 
-// The first thread. It waits for nothing but its input, so the pipe never fills up.
+// The first thread. It waits for its input only, so the pipe never fills up.
 void CLogDrain::Collect() {
     for (bool stopping = false; !stopping;) {
         pollfd events[] = {{m_pipeFd, POLLIN, 0}, {m_stopFd, POLLIN, 0}};
@@ -162,7 +162,7 @@ void CLogDrain::WriteOut() {
     }
 }
 
-// Waits for text. Returns false when all is written, or given up because the time is over.
+// Waits for text. Returns false when all text is written, or after FLUSH_TIME.
 bool CLogDrain::Take(std::string& chunk) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [this] { return !m_waiting.empty() || m_bCollected; });
@@ -177,7 +177,7 @@ bool CLogDrain::Take(std::string& chunk) {
     return true;
 }
 
-// Returns how much was written: less than all after an error, or when the time is over.
+// Returns the number of bytes written: fewer than all after an error, or after FLUSH_TIME.
 size_t CLogDrain::Write(const std::string& chunk) {
     size_t written = 0;
     while (written < chunk.size()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An example of a host: what a camera's process does with the server, from start to end.
+// An example of a host: how a camera's process uses the server, from start to end.
 #include <signal.h>
 #include <sys/signalfd.h>
 
@@ -14,10 +14,11 @@
 
 namespace {
 
-// What the process ends with.
+// Exit codes.
 enum EExit { EXIT_FINE = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
 
-// Ctrl-C and a termination become input of the pump's poll. Done before the server starts threads.
+// SIGINT and SIGTERM become input for the pump's poll. Called before the server starts threads,
+// which inherit the blocked signals.
 int OpenStopSignals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -27,8 +28,8 @@ int OpenStopSignals() {
     return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-// Any number below 2^31. Over UDP the server's sender reports begin with the SSRC, and a player
-// that finds the bits of RTP version 2 at their beginning takes them for media.
+// A random number below 2^31. Over UDP the server's sender reports begin with the SSRC. When its
+// top bits are those of RTP version 2, players treat the report as media.
 uint32_t RandomSsrc() {
     static std::random_device device;
     return device() & 0x7FFFFFFF;
@@ -94,7 +95,7 @@ int Serve(const CArguments& arguments) {
         std::perror("live_host: signalfd");
         return EXIT_FAILED;
     }
-    CLogDrain log;  // closed after the server has stopped: nothing else prints then
+    CLogDrain log;  // closed after the server has stopped, when no other thread prints
     if (!arguments.strLog.empty() && !log.Open(arguments.strLog, error)) {
         std::fprintf(stderr, "live_host: %s\n", error.c_str());
         return EXIT_USAGE;
@@ -118,7 +119,7 @@ int Serve(const CArguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A program that reads the URLs from a pipe gets them at once.
+    // Line buffering: a program that reads the URLs from a pipe gets them at once.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     CArguments arguments;
     if (!ParseArguments(argc, argv, LIVE_HOST_MEDIA_DIR, arguments))

@@ -17,14 +17,14 @@ constexpr uint32_t AUDIO_RTP_RATE = 8000;
 constexpr uint32_t AUDIO_PACKETS_A_SECOND = 50;
 constexpr size_t AUDIO_PACKET_SIZE = AUDIO_RTP_RATE / AUDIO_PACKETS_A_SECOND;
 
-// What is later than this was held up by more than a busy machine: the source or the process stood
-// still. A burst that catches up would only flood the clients.
+// A greater delay does not come from a busy machine: the source or the process stood still. A burst
+// that catches up would only flood the clients.
 constexpr int64_t MAX_LATENESS = NANOSECONDS / 2;
 
-// How much of the sound of a picture that is shown for long is pushed with it.
+// The most sound that is pushed with a picture that is shown for a long time.
 constexpr int64_t MAX_SOUND_AHEAD = 5 * NANOSECONDS;
 
-// How late the next picture may be before sound is pushed without it.
+// When the next picture is later than this, sound is pushed without it.
 constexpr int64_t SOUND_PATIENCE = NANOSECONDS / 10;
 
 constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
@@ -35,7 +35,7 @@ int64_t Now() {
     return int64_t{now.tv_sec} * NANOSECONDS + now.tv_nsec;
 }
 
-// Sequence numbers and time stamps begin anywhere (RFC 3550, 5.1).
+// Sequence numbers and time stamps begin with a random value (RFC 3550, 5.1).
 template <typename T>
 T Random() {
     static std::random_device device;
@@ -86,7 +86,7 @@ bool CMediaPump::FetchPicture() {
                 m_begin = Now();
             return true;
         case CVideoSource::EState::eEnded:
-            // The last picture is shown as long as every other, and the sound lasts as long.
+            // The last picture and its sound last as long as those of every other picture.
             m_bEnded = true;
             m_end = std::min(m_end, m_begin + m_videoClock.Due());
             return true;
@@ -107,12 +107,13 @@ int64_t CMediaPump::NextDue() const {
     return due;
 }
 
-// When sound is pushed without a picture, because the next picture is late.
+// The time at which sound is pushed without a picture, because the next picture is late.
 int64_t CMediaPump::LoneSoundDue() const {
     return m_begin + m_audioClock.Due() + SOUND_PATIENCE;
 }
 
-// Waits until a point in time, or for input when the source has run dry. Returns false at a stop.
+// Waits until a point in time, or for input when the source has no picture. Returns false when the
+// host has to stop.
 bool CMediaPump::Wait(int64_t until) {
     const bool dry = !m_bPicture && !m_bEnded;
     pollfd events[] = {{m_stopFd, POLLIN, 0},
@@ -127,8 +128,8 @@ bool CMediaPump::Wait(int64_t until) {
     return events[0].revents == 0;
 }
 
-// A viewer has come and is alone: the clip jumps to its next group of pictures. The slots go on as
-// ever, so RTP time does too.
+// A single viewer has started to play: the clip jumps to its next group of pictures. The slots do
+// not change, so RTP time continues without a jump.
 void CMediaPump::Cue() {
     m_viewers.TakeCue();
     if (m_bEnded || (m_bPicture && m_video.Unit().IsKey()))
@@ -137,7 +138,7 @@ void CMediaPump::Cue() {
     m_bPicture = false;
 }
 
-// The sound jumps as far as the pictures did.
+// Skips as much sound as pictures were skipped.
 void CMediaPump::FollowCue() {
     const size_t pictures = m_video.TakeSkipped();
     if (m_pAudio == nullptr || pictures == 0)
@@ -156,14 +157,14 @@ void CMediaPump::PushPicture(int64_t now) {
     const int64_t slot = m_videoClock.Due();
     m_videoClock.Next();
     m_bPicture = false;
-    // The sound of a picture's time goes out with it: players take the first packets of both
-    // streams for one instant. One push for all of it, because a client that plays video only
-    // rejects every push of sound: too many between two pictures would end it.
+    // The sound of a picture's time is pushed with the picture: players assume that the first
+    // packets of both streams belong to the same instant. It is one push, because each push of
+    // sound counts as short for a client that plays video only, and too many in a row would end it.
     if (m_pAudio != nullptr)
         PushSound(slot, std::min(m_videoClock.Due(), slot + MAX_SOUND_AHEAD) - 1);
 }
 
-// Pushes the packets that are due until a point in time; both are counted from m_begin.
+// Pushes the packets that are due until a point in time. Both times are counted from m_begin.
 void CMediaPump::PushSound(int64_t now, int64_t until) {
     if (now - m_audioClock.Due() > MAX_LATENESS)
         m_audioClock.SkipTo(now);
@@ -180,8 +181,8 @@ void CMediaPump::PushSound(int64_t now, int64_t until) {
     Publish();
 }
 
-// A camera would push a smaller picture as "sub". The server leaves the buffer fit for a second
-// push.
+// A camera would push a smaller picture as "sub". The server leaves the buffer in a state that
+// allows a second push.
 void CMediaPump::Publish() {
     if (m_units.empty())
         return;

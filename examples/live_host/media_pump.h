@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Sends video and audio in real time: takes what the sources have, has it packetised and pushes it
-// into the server when it is due. One thread does all of it.
+// Sends video and audio in real time: reads the sources, packetises their data and pushes it into
+// the server when it is due, all on one thread.
 #ifndef LIVE_HOST_MEDIA_PUMP_H
 #define LIVE_HOST_MEDIA_PUMP_H
 
@@ -11,23 +11,23 @@
 #include "video_source.h"
 #include "viewers.h"
 
-// RTP payload types and what the host declares them to be; see RTSPServer_SetStreamInfo.
+// The RTP payload types that the host declares; see RTSPServer_SetStreamInfo.
 constexpr uint8_t VIDEO_PAYLOAD_TYPE = 96;
 constexpr uint8_t AUDIO_PAYLOAD_TYPE = 8;  // fixed for A-law, RFC 3551
-// The server takes all others too, and then sends all media as video, or none.
+// The server does not check this. With equal types all media would be sent as video; with a type
+// above 127 the stream's pushes would match no stream.
 static_assert(VIDEO_PAYLOAD_TYPE != AUDIO_PAYLOAD_TYPE, "the server tells the streams apart by it");
 static_assert(VIDEO_PAYLOAD_TYPE <= 127 && AUDIO_PAYLOAD_TYPE <= 127, "RTP has 7 bits for it");
 
 class CMediaPump {
   public:
-    // video: open. pAudio: open, or null for none. Both outlive the pump. stopFd: becomes readable
-    // when it is time to stop.
-    // viewers: who asks for a key picture.
+    // video: an open source. pAudio: an open source, or null for no audio. Both outlive the pump.
+    // stopFd: becomes readable when the host has to stop. viewers: requests key pictures.
     CMediaPump(const CArguments& arguments, CVideoSource& video, CAudioSource* pAudio, int stopFd,
                const CViewers& viewers);
 
-    // Runs until a stop, the end of the video or the end of the time. Returns false when the video
-    // cannot be read any further.
+    // Runs until a stop, the end of the video or the end of --seconds. Returns false when reading
+    // the video fails.
     bool Run();
 
   private:
@@ -51,12 +51,12 @@ class CMediaPump {
     CSlotClock m_audioClock;
     CRtpPacketizer m_videoRtp;
     CRtpPacketizer m_audioRtp;
-    std::vector<uint8_t> m_units;  // what is being pushed; kept for its memory
+    std::vector<uint8_t> m_units;  // the units of one push; a member to reuse its memory
 
-    bool m_bPicture = false;  // the source's unit waits to be sent
-    bool m_bEnded = false;    // the source has no more
-    // CLOCK_MONOTONIC, nanoseconds. Both clocks count from m_begin, the arrival of the first
-    // picture, so that picture and sound stay together.
+    bool m_bPicture = false;  // a picture of the source waits to be sent
+    bool m_bEnded = false;    // the source has ended
+    // CLOCK_MONOTONIC, nanoseconds. Both slot clocks count from m_begin, the arrival of the first
+    // picture, so that picture and sound stay synchronous.
     int64_t m_begin = -1;
     int64_t m_end;
 };

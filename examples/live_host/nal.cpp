@@ -3,8 +3,8 @@
 
 namespace {
 
-// The first syntax element of a slice is 0 (H.264, first macroblock, Exp-Golomb) or a flag that is
-// 1 (H.265) in the first slice of a picture. Either way the top bit behind the header is set.
+// Set in the first slice of a picture: the top bit after the header. In H.264 it is the first
+// macroblock 0 in Exp-Golomb code, in H.265 the flag for the first slice.
 constexpr uint8_t FIRST_SLICE_BIT = 0x80;
 
 constexpr bool Within(int type, int first, int last) {
@@ -16,7 +16,7 @@ CNalTraits ClassifyH264(int type, uint8_t sliceHead) {
     traits.bSlice = Within(type, 1, 5);
     traits.bKey = type == 5;
     traits.bDelimiter = type == 9;
-    // 24 to 31 are aggregation packets and fragments on the wire, 0 is not used.
+    // RTP uses 24 to 31 for aggregation packets and fragments; 0 is unused.
     traits.bSendable = Within(type, 1, 23);
     if (type == 7)
         traits.emParameterSet = PARAMETER_SET_SEQUENCE;
@@ -34,7 +34,7 @@ CNalTraits ClassifyH265(int type, int layer, uint8_t sliceHead) {
     traits.bSlice = type < 32;
     traits.bKey = Within(type, 16, 23);
     traits.bDelimiter = type == 35;
-    // 48 to 50 are aggregation packets, fragments and PACI on the wire, the others are not used.
+    // RTP uses 48 to 50 for aggregation packets, fragments and PACI; the types above are unused.
     traits.bSendable = type < 48;
     if (Within(type, 32, 34))
         traits.emParameterSet = static_cast<EParameterSet>(type - 32);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a NAL unit of H.264 (RFC 6184) or H.265 (RFC 7798) means to the stream that it stands in.
+// Classifies the NAL units of H.264 (RFC 6184) and H.265 (RFC 7798).
 #ifndef LIVE_HOST_NAL_H
 #define LIVE_HOST_NAL_H
 
@@ -8,7 +8,8 @@
 
 enum class EVideoCodec { eH264, eH265 };
 
-// Kinds of parameter sets, in the order in which a decoder needs them. H.264 has no video one.
+// Kinds of parameter sets, in the order in which a decoder needs them. H.264 has no video parameter
+// set.
 enum EParameterSet {
     PARAMETER_SET_NONE = -1,
     PARAMETER_SET_VIDEO,
@@ -19,21 +20,21 @@ enum EParameterSet {
 
 struct CNalTraits {
     bool bSlice = false;      // carries picture data
-    bool bOpensUnit = false;  // behind a slice, it begins the next access unit
+    bool bOpensUnit = false;  // begins the next access unit when it follows a slice
     bool bKey = false;        // decoding can begin with this picture
     bool bDelimiter = false;  // access unit delimiter
-    bool bSendable = false;   // its type is not one that RTP uses for purposes of its own
+    bool bSendable = false;   // RTP does not use its type for another purpose
     EParameterSet emParameterSet = PARAMETER_SET_NONE;
 };
 
-// Bytes that ClassifyNal reads: two of header and the first of the slice.
+// Bytes that ClassifyNal reads: at most two header bytes, and the first byte after them.
 constexpr size_t NAL_HEAD_SIZE = 3;
 
-// pData: the NAL unit without its start code, size bytes; more than NAL_HEAD_SIZE are not read and
-// fewer make the missing ones count as 0. Reads nothing that is not given.
+// pData: size bytes of the NAL unit, without its start code. At most NAL_HEAD_SIZE bytes are read;
+// missing bytes count as 0.
 CNalTraits ClassifyNal(EVideoCodec emCodec, const uint8_t* pData, size_t size);
 
-// Which parameter sets a picture of this codec cannot be decoded without.
+// Whether pictures of this codec cannot be decoded without this kind of parameter set.
 bool NeedsParameterSet(EVideoCodec emCodec, int kind);
 
 // Bytes of a NAL unit's header.

@@ -15,7 +15,7 @@ bool CParameterSets::Complete(CAccessUnit& unit) {
     return true;
 }
 
-// Returns whether the unit has every kind of parameter set itself.
+// Returns whether the unit itself has every kind of parameter set.
 bool CParameterSets::Remember(const CAccessUnit& unit) {
     bool hasAll = true;
     for (int kind = 0; kind < PARAMETER_SET_KINDS; ++kind) {
@@ -32,7 +32,7 @@ bool CParameterSets::Remember(const CAccessUnit& unit) {
     return hasAll;
 }
 
-// A delimiter has to stay the first; sequence sets stand before the picture sets that name them.
+// A delimiter must stay first, and sequence sets must precede the picture sets that refer to them.
 void CParameterSets::Rebuild(CAccessUnit& unit) {
     m_rebuilt.Clear();
     for (const CAccessUnit::CNal& nal : unit.Nals()) {

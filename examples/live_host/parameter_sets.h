@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Keeps a stream's parameter sets and puts them in front of each key picture that comes without.
-// The server's description carries none, so a client that joins late has only these.
+// Stores a stream's parameter sets and inserts them before each key picture that lacks them. The
+// server's session description has none, so a client that joins later depends on these.
 #ifndef LIVE_HOST_PARAMETER_SETS_H
 #define LIVE_HOST_PARAMETER_SETS_H
 
@@ -13,8 +13,8 @@ class CParameterSets {
   public:
     explicit CParameterSets(EVideoCodec emCodec) : m_emCodec(emCodec) {}
 
-    // Remembers what the unit brings and gives a key picture what it lacks. Returns false when it
-    // is a key picture and lacks what was never seen.
+    // Stores the parameter sets of the unit, and inserts those that a key picture lacks. Returns
+    // false for a key picture when a parameter set is missing and the stream has not had it yet.
     bool Complete(CAccessUnit& unit);
 
   private:

@@ -16,8 +16,8 @@ uint8_t ByteOf(size_t value, int shift) {
     return static_cast<uint8_t>(value >> shift & 0xFF);
 }
 
-// What stands before the bytes of a fragment: the NAL unit's header with the type of a fragment,
-// and the FU header with the type that was there.
+// The bytes before those of a fragment: the NAL unit's header with the type of a fragment, and the
+// FU header with the original type.
 struct CFragmentHead {
     uint8_t bytes[3];
     size_t nSize;

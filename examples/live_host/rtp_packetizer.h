@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Writes media as the units that RTSPServer_SendRealSteam takes: each a prefix ('$', 0, the
-// packet's length in two bytes) and one RTP packet. The SSRC stays 0; the server writes it for each
-// stream.
+// Writes media as units for RTSPServer_SendRealSteam. A unit is a prefix ('$', 0, the length of the
+// packet in two bytes) and one RTP packet. The SSRC stays 0; the server writes it for each client.
 #ifndef LIVE_HOST_RTP_PACKETIZER_H
 #define LIVE_HOST_RTP_PACKETIZER_H
 
@@ -9,7 +8,7 @@
 
 #include "access_unit.h"
 
-// What fits an Ethernet frame, with room for tunnels: 12 bytes of RTP header and the payload.
+// RTP header and payload fit an Ethernet frame, with room for the headers of tunnels.
 constexpr size_t RTP_HEADER_SIZE = 12;
 constexpr size_t RTP_MAX_PAYLOAD = 1400;
 
@@ -19,13 +18,13 @@ class CRtpPacketizer {
     CRtpPacketizer(uint8_t byPayloadType, uint16_t wFirstSequence)
         : m_byPayloadType(byPayloadType), m_wSequence(wFirstSequence) {}
 
-    // A picture: every NAL unit in a packet of its own, or in fragments where it is too large; the
-    // marker on the last packet. NAL units of types that RTP uses itself are left out.
-    // units: appended to.
+    // Appends the packets of a picture to units: one packet for each NAL unit, or fragments when
+    // the unit is too large. The last packet has the marker. NAL units with a type that RTP uses
+    // for another purpose are left out.
     void AppendPicture(EVideoCodec emCodec, const CAccessUnit& picture, uint32_t dwTimestamp,
                        std::vector<uint8_t>& units);
 
-    // Samples of G.711 (RFC 3551, 4.5.14), at most RTP_MAX_PAYLOAD bytes.
+    // Appends a packet of G.711 samples (RFC 3551, 4.5.14), at most RTP_MAX_PAYLOAD bytes.
     void AppendSamples(const uint8_t* pData, size_t size, uint32_t dwTimestamp,
                        std::vector<uint8_t>& units);
 

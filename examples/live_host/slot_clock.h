@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The clock of a stream that sends in slots of equal length: frames, or packets of samples. All of
-// its times are counted from the beginning, so that no rounding adds up.
+// The clock of a stream that sends in slots of equal length: frames, or packets of samples. All
+// times are calculated from the beginning, so that rounding errors do not add up.
 #ifndef LIVE_HOST_SLOT_CLOCK_H
 #define LIVE_HOST_SLOT_CLOCK_H
 
@@ -10,7 +10,8 @@ constexpr int64_t NANOSECONDS = 1000000000;
 
 class CSlotClock {
   public:
-    // nSlots slots in nSeconds; RTP time advances by dwRtpRate a second, from dwRtpStart on.
+    // There are nSlots slots in nSeconds. RTP time starts at dwRtpStart and advances by dwRtpRate
+    // per second.
     CSlotClock(uint32_t nSlots, uint32_t nSeconds, uint32_t dwRtpRate, uint32_t dwRtpStart)
         : m_nSlots(nSlots),
           m_nSeconds(nSeconds),
@@ -30,8 +31,8 @@ class CSlotClock {
 
     void Next() { ++m_nIndex; }
 
-    // After a pause (of the source, or of the whole process): gives up the slots that have passed,
-    // in RTP time too, instead of sending everything late at once.
+    // Called after a pause of the source or of the whole process. Skips the slots that have passed,
+    // in RTP time too, so that the host does not send all of them late at once.
     void SkipTo(int64_t now) {
         const int64_t late = now - Due();
         if (late > 0)

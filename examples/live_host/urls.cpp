@@ -11,7 +11,7 @@
 
 namespace {
 
-// The slash at the end matters: players put the names of the tracks behind it.
+// The slash at the end is necessary: players append the names of the tracks to the URL.
 void PrintUrl(const char* pHost, int nPort, int nChannel) {
     for (const char* pStream : {"main", "sub"})
         std::printf("  rtsp://%s:%d/chan%d/%s/\n", pHost, nPort, nChannel, pStream);

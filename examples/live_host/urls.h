@@ -2,7 +2,7 @@
 #ifndef LIVE_HOST_URLS_H
 #define LIVE_HOST_URLS_H
 
-// Prints the URLs under which the host can be reached from this machine and from others.
+// Prints the URLs of the host for this machine and for others.
 void PrintUrls(int nPort, int nChannel);
 
 #endif

@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t CHUNK_SIZE = 64 * 1024;
 
-// How far a stream may go on without a picture that decoding can begin with.
+// A stream fails when more bytes than this come before the first picture that can be decoded.
 constexpr size_t MAX_SKIPPED = 16 * 1024 * 1024;
 
 }  // namespace
@@ -70,7 +70,7 @@ CVideoSource::EState CVideoSource::Fetch() {
     }
 }
 
-// Polls first: O_NONBLOCK on standard input would change it for everybody who shares it.
+// Polls first, because O_NONBLOCK on standard input would affect every process that shares it.
 CVideoSource::EState CVideoSource::Read() {
     pollfd input = {m_fd, POLLIN, 0};
     if (poll(&input, 1, 0) == 0)
@@ -93,7 +93,7 @@ CVideoSource::EState CVideoSource::Repeat() {
     if (!m_bLoop)
         return EState::eEnded;
     if (lseek(m_fd, 0, SEEK_SET) != 0)
-        return Fail("cannot be read a second time, only with --no-loop");
+        return Fail("cannot be read again; use --no-loop");
     m_reader.Restart();
     m_bWaitForKey = true;
     m_nSkipped = 0;

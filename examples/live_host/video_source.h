@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A file or a pipe of H.264 or H.265 as a sequence of access units, each ready to be decoded.
+// A file or pipe of H.264 or H.265 as a sequence of access units that a decoder can start with.
 #ifndef LIVE_HOST_VIDEO_SOURCE_H
 #define LIVE_HOST_VIDEO_SOURCE_H
 
@@ -13,33 +13,33 @@ class CVideoSource {
     enum class EState {
         eReady,    // Unit() is the next picture
         eWaiting,  // there is no whole picture yet: poll Fd() for input
-        eEnded,    // the end, or of a source that is not to be repeated
+        eEnded,    // the end of a source that is not repeated
         eFailed    // see Error()
     };
 
-    // bLoop: begin again at the end.
+    // bLoop: start again at the end.
     CVideoSource(EVideoCodec emCodec, bool bLoop);
     ~CVideoSource();
     CVideoSource(const CVideoSource&) = delete;
     CVideoSource& operator=(const CVideoSource&) = delete;
 
-    // path: a file, or "-" for standard input. Returns whether it worked; if not, see Error().
+    // path: a file, or "-" for standard input. Returns whether it is open; if not, see Error().
     bool Open(const std::string& path);
 
-    // Looks for the next picture. Never waits for a pipe and reads one piece at most, so that the
-    // caller stays awake whatever the source is. The first picture handed out, after each return to
-    // the beginning too, is a key picture; every key picture has its parameter sets.
+    // Looks for the next picture. It never waits for a pipe and reads at most one chunk, so that it
+    // returns quickly with any source. The first picture, also after each return to the beginning,
+    // is a key picture. Every key picture has its parameter sets.
     EState Fetch();
 
-    // Passes over everything in front of the next key picture, which Fetch() hands out next. Unit()
-    // counts as passed over too when the caller drops it.
+    // Skips all pictures before the next key picture, which Fetch() returns next. With bDropsUnit,
+    // the caller drops Unit(), which then counts as skipped too.
     void SkipToKey(bool bDropsUnit);
-    // How many pictures were passed over that way since the last call.
+    // The number of pictures that SkipToKey has skipped since the last call.
     size_t TakeSkipped();
 
     const CAccessUnit& Unit() const { return m_unit; }
     int Fd() const { return m_fd; }
-    // One sentence for people, naming the source.
+    // The message to print, with the name of the source.
     const std::string& Error() const { return m_strError; }
 
   private:
@@ -56,9 +56,9 @@ class CVideoSource {
     CParameterSets m_sets;
     CAccessUnit m_unit;
     bool m_bWaitForKey = true;
-    bool m_bSkipping = false;       // asked to: what is passed over would have been shown
-    size_t m_nSkippedPictures = 0;  // of these
-    size_t m_nSkipped = 0;          // bytes of pictures in front of the first key picture
+    bool m_bSkipping = false;       // SkipToKey is in progress
+    size_t m_nSkippedPictures = 0;  // skipped by SkipToKey
+    size_t m_nSkipped = 0;          // bytes of pictures before the first key picture
     std::vector<uint8_t> m_chunk;
 };
 

@@ -19,36 +19,36 @@ const char* TransportName(uint32_t dwTransport) {
         case RTSPS_TRANSPORT_UDP:
             return "UDP";
         case RTSPS_TRANSPORT_TCP:
-            return "TCP connections of its own";
+            return "separate TCP connections";
         case RTSPS_TRANSPORT_INTERLEAVED:
-            return "its RTSP connection";
+            return "the RTSP connection";
         default:
-            return "nothing";
+            return "no transport";
     }
 }
 
 const char* ReasonText(uint32_t dwReason) {
     switch (dwReason) {
         case RTSPS_CLOSE_CLIENT_LEFT:
-            return "it left";
+            return "client closed the connection";
         case RTSPS_CLOSE_TEARDOWN:
-            return "it ended its media and left";
+            return "client sent TEARDOWN";
         case RTSPS_CLOSE_REFUSED:
-            return "it was refused";
+            return "request refused";
         case RTSPS_CLOSE_TOO_SLOW:
-            return "it could not keep up";
+            return "client too slow";
         case RTSPS_CLOSE_CONNECTION_ERROR:
-            return "its connection broke";
+            return "connection error";
         case RTSPS_CLOSE_SERVER_STOPPED:
-            return "the server stops";
+            return "server stopped";
         default:
-            return "for no known reason";
+            return "unknown reason";
     }
 }
 
 void PrintClosed(const TRtspServerEventInfo& info) {
     const TRtspServerTotals& totals = info.stuTotals;
-    std::printf("%s:%u is gone after %.1f s, %s (%llu video and %llu audio packets, %.1f MB)\n",
+    std::printf("%s:%u ended after %.1f s: %s (%llu video and %llu audio packets, %.1f MB)\n",
                 info.szClientAddr, info.dwClientPort,
                 static_cast<double>(info.qwConnectedMs) / 1000.0, ReasonText(info.dwReason),
                 static_cast<unsigned long long>(totals.qwVideoPackets),
@@ -90,7 +90,7 @@ void CViewers::OnEvent(int32_t nEvent, int32_t nSessionId, void* pData, int32_t 
     }
 }
 
-// "main" and "sub" carry the same pictures here, so a viewer of either is somebody to consider.
+// In this example "main" and "sub" carry the same pictures, so viewers of both count.
 void CViewers::Plays(int32_t nSessionId) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     m_playing.insert(nSessionId);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Who watches: hears the server's events, prints a line for people, and asks for a key picture when
-// a viewer comes that nobody shares the pictures with.
+// The viewers of the host: handles the server's events, prints a line for each viewer, and requests
+// a key picture when a viewer starts to play and is the only one.
 #ifndef LIVE_HOST_VIEWERS_H
 #define LIVE_HOST_VIEWERS_H
 
@@ -11,7 +11,7 @@
 
 class CViewers {
   public:
-    // Makes the descriptor that CueFd() names; -1 there when it could not be made.
+    // Creates the descriptor that CueFd() returns; -1 when it could not be created.
     CViewers();
     ~CViewers();
     CViewers(const CViewers&) = delete;
@@ -21,9 +21,9 @@ class CViewers {
     static void OnEvent(int32_t nEvent, int32_t nSessionId, void* pData, int32_t nLen,
                         void* pUserData);
 
-    // Becomes readable when a key picture is wanted at once.
+    // Becomes readable when a viewer needs a key picture at once.
     int CueFd() const { return m_cueFd; }
-    // Takes the wish back, now that it is known.
+    // Resets CueFd() after the caller has read the request.
     void TakeCue() const;
 
   private:

@@ -23,7 +23,7 @@ from playback import (FFMPEG, GOP, Host, Player, check_recording, clip_frames, l
 TRANSPORTS = ("udp", "tcp")
 CASE_TIME_LIMIT = 40  # seconds
 OUTAGE = 5  # seconds
-TOO_SLOW = "it could not keep up"
+TOO_SLOW = "client too slow"
 LEFT = "it left"
 
 
@@ -155,16 +155,16 @@ class Lab:
 
     def ending(self, link, transport, reason, seconds=15):
         """Returns a fault unless the host reports this reason for the viewer's end in time."""
-        over = "UDP" if transport == "udp" else "its RTSP connection"
+        over = "UDP" if transport == "udp" else "the RTSP connection"
         watches = re.search(rf"^(198\.18\.{link}\.2:\d+) watches \S+ over {over}$",
                             self.host.output(), re.MULTILINE)
         if watches is None:
             return [f"viewer{link} never played over {over}"]
-        gone = watches[1] + " is gone after "
+        gone = watches[1] + " ended after "
         self.host.wait_for(gone, seconds)
         line = next((line for line in self.host.output().splitlines() if line.startswith(gone)),
                     "it is still there")
-        return [] if f" s, {reason} (" in line else [f"viewer{link} {transport}: {line}"]
+        return [] if f" s: {reason} (" in line else [f"viewer{link} {transport}: {line}"]
 
     def fragments(self):
         """Returns the number of IP fragments that the host's kernel has made."""

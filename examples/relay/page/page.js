@@ -1,21 +1,23 @@
 // SPDX-License-Identifier: MIT
-// Plays the relay's stream, and plays it again after every interruption. The page reads the playlist
-// once per second, whichever player is used. The playlist shows whether there is a stream, and whether
-// the relay has begun a new run, which a player must not take for a continuation of the last one.
+// Plays the relay's stream, and plays it again after every interruption. With either player, the page
+// itself reads the playlist once per second. The playlist shows whether there is a stream, and whether
+// the relay has started a new run. A new run is a new stream, so it needs a new player.
 "use strict";
 
-// Without the user and password that the page's address may carry: fetch refuses those.
+// The user and password that the page's address may contain are removed: fetch rejects them.
 const PLAYLIST = new URL("live/stream.m3u8", location.origin + location.pathname).href;
 const HLS_TYPE = "application/vnd.apple.mpegurl";
 // Milliseconds between two requests for the playlist.
 const LIVE_TICK = 1000;
 const WAITING_TICK = 500;
-// Milliseconds without a new picture after which the player is removed: at its start, and later.
+// Milliseconds without a new picture after which the player is removed: before its first picture, and
+// after it.
 const START_LIMIT = 6000;
 const STALL_LIMIT = 1500;
-// After this many players in a row that showed nothing, the browser cannot play the stream.
+// After this many players in a row without a picture, the page reports that the browser cannot play
+// the stream.
 const FAILURES = 3;
-// Segments that players need in the playlist at their start.
+// Number of segments that a player needs in the playlist when it starts.
 const SEGMENTS = 2;
 
 const video = document.getElementById("video");
@@ -24,15 +26,15 @@ for (const id of ["play", "sound", "full"])
   buttons[id] = document.getElementById(id);
 
 let useHlsJs = false;  // the browser cannot play HLS itself
-let hls = null;        // hls.js's player
+let hls = null;        // the player of hls.js
 let run = null;        // the run that the player plays; null: there is no player
 let playlist = "";     // as last read; "": there is none
-let endedAt = "";      // the playlist at which the last player ended
+let endedAt = "";      // the playlist when the last player was removed
 let shown = false;     // the player has shown a picture
 let movedAt = 0;       // when the picture last moved
 let position = 0;
 let failures = 0;
-let paused = false;    // by the viewer
+let paused = false;    // the viewer has paused
 
 function show(state, text) {
   document.body.dataset.state = state;
@@ -41,7 +43,7 @@ function show(state, text) {
     field.textContent = text;
 }
 
-// Returns whether hls.js is there and can play.
+// Returns whether hls.js is installed and supports this browser.
 function loadHlsJs() {
   if (window.Hls !== undefined)
     return window.Hls.isSupported();
@@ -54,7 +56,7 @@ function loadHlsJs() {
   });
 }
 
-// ?player=hls.js chooses it also in browsers that play HLS themselves.
+// ?player=hls.js selects hls.js also in browsers that play HLS themselves.
 async function choosePlayer() {
   const asked = new URLSearchParams(location.search).get("player") === "hls.js";
   const own = video.canPlayType(HLS_TYPE) !== "";
@@ -86,7 +88,7 @@ function attach(newRun) {
 }
 
 function detach() {
-  // With the same playlist, a new player would only show the last seconds again.
+  // While the playlist does not change, a new player would only repeat the last seconds.
   endedAt = runOf(playlist) === run ? playlist : "";
   run = null;
   if (hls !== null)
@@ -107,7 +109,7 @@ function watchPicture() {
   const back = video.currentTime < position - 0.5;
   position = video.currentTime;
   if (back) {
-    // When a stream has stopped, Chromium's own player begins again with what it still holds.
+    // When a stream has stopped, Chromium's own player repeats the segments that it still holds.
     detach();
     show("waiting", "Waiting for the camera");
     return;
@@ -130,7 +132,7 @@ async function fetchPlaylist() {
   return reply.text();
 }
 
-// Returns the name of the stream's current run, or null while there is too little of it.
+// Returns the name of the stream's current run, or null while the playlist has too few segments.
 function runOf(playlist) {
   const map = /#EXT-X-MAP:URI="([^"]+)"/.exec(playlist);
   return map === null || playlist.split("#EXTINF:").length <= SEGMENTS ? null : map[1];
@@ -141,7 +143,7 @@ function isStalled() {
   return run !== null && performance.now() - movedAt > (shown ? STALL_LIMIT : START_LIMIT);
 }
 
-// Removes the player when its picture stands still, or when the relay has begun a new run.
+// Removes the player when its picture stands still, or when the relay has started a new run.
 async function endOldPlayer(newRun) {
   const stalled = isStalled();
   if (run === null || !stalled && (newRun === null || newRun === run))
@@ -192,7 +194,7 @@ function setPaused(value) {
       hls.stopLoad();
     show("paused", "Paused");
   } else {
-    // A new player begins with what is live now.
+    // A new player starts at the live position.
     detach();
     show("waiting", "Starting");
   }
