@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Many light clients of one server on this machine: they ask for the stream, count what arrives and
-// look at sequence numbers, and nothing else. One thread. Prints one line of JSON: what arrived,
-// and what the server's process spent meanwhile.
+// Many light clients of one server on this machine, on one thread. They request the stream, count
+// the packets and check the sequence numbers. Prints one line of JSON: the counts, and the
+// resources that the server's process used during the measurement.
 #include <arpa/inet.h>
 #include <getopt.h>
 #include <sys/epoll.h>
@@ -25,8 +25,8 @@ constexpr int64_t MS = 1000000;
 constexpr int64_t SECOND = 1000 * MS;
 constexpr int64_t LOST_SYN = 900 * MS;  // a lost SYN is sent again after a second
 constexpr int64_t DIALOGUE_LIMIT = 20 * SECOND;
-constexpr int QUIET_MS = 8;       // no arrivals for so long: between two access units
-constexpr size_t GENTLE = 4;      // dialogues under way when clients come one by one
+constexpr int QUIET_MS = 8;       // without packets for this time: between two access units
+constexpr size_t GENTLE = 4;      // dialogues at a time, without --at-once
 constexpr size_t HEAD_SIZE = 20;  // prefix, RTP header, and the codec's first bytes
 constexpr size_t PREFIX_SIZE = 4;
 
@@ -72,7 +72,7 @@ struct COptions {
     int nServer = 0;  // process id
 };
 
-// What arrived, of one client.
+// What one client has received.
 struct CMedia {
     uint64_t nPackets = 0;
     uint64_t nLost = 0;
@@ -80,10 +80,10 @@ struct CMedia {
     uint16_t wNext = 0;
     bool bSequenceSet = false;
     bool bPictureSet = false;
-    bool bKey = false;          // a key picture has begun, and its parameter sets are there
-    int64_t nFirstPicture = 0;  // when it was complete
+    bool bKey = false;          // a key picture has begun, and its parameter sets have arrived
+    int64_t nFirstPicture = 0;  // the time at which it was complete
 
-    // pPacket: the RTP header and two bytes at least.
+    // pPacket: the RTP header and at least two bytes after it.
     void Take(const uint8_t* pPacket) {
         const auto wSequence = static_cast<uint16_t>(pPacket[2] << 8 | pPacket[3]);
         const auto nGap = static_cast<uint16_t>(wSequence - wNext);
@@ -96,8 +96,8 @@ struct CMedia {
             LookForPicture(pPacket);
     }
 
-    // H.264: a key picture is of slices of type 5, alone or in fragments (type 28). Parameter sets
-    // have packets of their own (types 7 and 8).
+    // H.264: a key picture consists of slices of type 5, whole or in fragments (type 28). Parameter
+    // sets have separate packets (types 7 and 8).
     void LookForPicture(const uint8_t* pPacket) {
         const int type = pPacket[12] & 0x1F;
         const bool bBegins = type == 5 || (type == 28 && (pPacket[13] & 0x9F) == 0x85);
@@ -291,14 +291,14 @@ class CClient {
         }
     }
 
-    // No packet of the stream is so short that another one begins within its head.
+    // Every packet of the stream is longer than HEAD_SIZE, so the head never contains the next one.
     void TakeHead() {
         const size_t nUnit = PREFIX_SIZE + static_cast<size_t>(m_head[2] << 8 | m_head[3]);
         if (m_head[0] != '$' || nUnit < HEAD_SIZE) {
-            std::fprintf(stderr, "bench_clients: the framing of a stream is lost\n");
+            std::fprintf(stderr, "bench_clients: a stream has an invalid frame\n");
             std::exit(1);
         }
-        if (m_head[1] == 0)  // else it is a report
+        if (m_head[1] == 0)  // on another channel it is a report
             m_media.Take(m_head + PREFIX_SIZE);
         m_nSkip = nUnit - HEAD_SIZE;
         m_nHead = 0;
@@ -316,14 +316,14 @@ class CClient {
     int64_t m_nConnected = 0;
     int64_t m_nReady = 0;
     std::string m_text;
-    std::string m_session;  // the header that names the session, as soon as there is one
+    std::string m_session;  // the Session header, once the server has sent one
     uint8_t m_head[HEAD_SIZE] = {};
     size_t m_nHead = 0;
     size_t m_nSkip = 0;
     CMedia m_media;
 };
 
-// Sums over all clients, and the clocks, at one moment.
+// The sums over all clients, and the clocks, at one point in time.
 struct CSnapshot {
     int64_t nTime = 0;
     int64_t nServerCpu = 0;
@@ -367,7 +367,7 @@ class CBench {
         return n > 0 ? static_cast<size_t>(n) : 0;
     }
 
-    // Brings every client to where it shall be.
+    // Connects all clients, and runs their dialogues until each has reached its last state.
     bool Gather() {
         const int64_t limit = Now() + DIALOGUE_LIMIT;
         size_t nStarted = 0;
@@ -380,7 +380,7 @@ class CBench {
                 m_clients[nStarted++].Connect();
             Serve(100);
             if (Now() > limit) {
-                std::fprintf(stderr, "bench_clients: %zu of %zu clients got there\n", nReady,
+                std::fprintf(stderr, "bench_clients: %zu of %zu clients are ready\n", nReady,
                              m_clients.size());
                 return false;
             }
@@ -400,7 +400,7 @@ class CBench {
         return true;
     }
 
-    // Resident memory of the server's process.
+    // The resident memory of the server's process.
     size_t ServerKilobytes() const {
         const std::string path = "/proc/" + std::to_string(m_options.nServer) + "/statm";
         std::FILE* pFile = std::fopen(path.c_str(), "re");
@@ -413,7 +413,7 @@ class CBench {
         return nResident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
     }
 
-    // Goes on for some time, then to the next pause between two access units.
+    // Continues for some time, and then until the next pause between two access units.
     CSnapshot Rest(int64_t nDuration) {
         const int64_t end = Now() + nDuration;
         while (Now() < end)
@@ -478,8 +478,8 @@ class CBench {
 constexpr const char* USAGE =
     "Usage: bench_clients --port N --clients N [--udp] [--at-once] [--idle] [--until-picture]\n"
     "                     [--warm-up MS] [--window MS] [--server PID]\n"
-    "--idle: ask for the server's methods and nothing more. --until-picture: before the warm-up,\n"
-    "wait until every client has a whole key picture.\n";
+    "--at-once: all clients connect at the same time. --idle: clients send only OPTIONS.\n"
+    "--until-picture: before the warm-up, wait until every client has a whole key picture.\n";
 
 int64_t Number(const char* pText) {
     return std::strtol(pText, nullptr, 10);

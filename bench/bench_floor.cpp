@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The floor of the whole-process benchmark: what the kernel asks for at least. A loop that sends
+// The floor of the whole-process benchmark: the least work that the kernel requires. A loop sends
 // each access unit of the same stream to the same clients, over the same kind of sockets and at the
-// same pace, a whole access unit a call, and knows nothing else: every request is answered with
+// same rate, with one call per access unit. It does nothing else; its reply to every request is
 // 200.
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -121,7 +121,8 @@ int main(int argc, char** argv) {
     uint16_t wNext = 1;
     for (size_t nPicture = 0;;) {
         events.assign({{timer, POLLIN, 0}, {listener, POLLIN, 0}});
-        // Clients say nothing once they play; as many threads wait for that in the server.
+        // Clients send nothing while they play. In the server, one thread per client waits for
+        // them.
         for (const CPeer& peer : peers)
             events.push_back({peer.bPlaying ? -1 : peer.fd, POLLIN, 0});
         poll(events.data(), events.size(), -1);

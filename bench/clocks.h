@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Clocks in seconds, and what the benchmarks make of many readings.
+// Clocks in seconds, and the statistics of many readings.
 #ifndef BENCH_CLOCKS_H
 #define BENCH_CLOCKS_H
 
@@ -19,7 +19,7 @@ inline double ReadClock(clockid_t clock) {
     return Seconds(now);
 }
 
-// What a call costs on a clock.
+// The time that a call takes on a clock.
 template <typename TCall>
 double TimeOf(clockid_t clock, const TCall& call) {
     const double begin = ReadClock(clock);
@@ -27,7 +27,7 @@ double TimeOf(clockid_t clock, const TCall& call) {
     return ReadClock(clock) - begin;
 }
 
-// The value that a part of all, 0 to 1, does not exceed; 0 of none.
+// The value that this part (0 to 1) of all values does not exceed; 0 without values.
 inline double Quantile(std::vector<double>& values, double part) {
     if (values.empty())
         return 0;

@@ -18,8 +18,8 @@ import time
 import report
 
 SECONDS = 18            # with the stalled viewer
-BYTES_PER_SECOND = 11520  # 115200 baud, 8 bits, a start and a stop bit
-CONSOLE_BUFFER = 4096     # of a serial driver
+BYTES_PER_SECOND = 11520  # 115200 baud: 8 bits, a start bit and a stop bit
+CONSOLE_BUFFER = 4096     # that of a serial driver
 MEGABITS = 6
 RECEIVE = 32768
 
@@ -35,7 +35,7 @@ def make_clip(path):
 
 
 class Console(threading.Thread):
-    """The far end of the line. It reads as fast as the line is."""
+    """The far end of the line. It reads at the speed of the line."""
 
     def __init__(self, end, rate):
         super().__init__(daemon=True)
@@ -43,7 +43,7 @@ class Console(threading.Thread):
         self.text = b""
 
     def run(self):
-        free = 0.0  # when the line has sent what it took
+        free = 0.0  # the time at which the line has sent all that it took
         try:
             while piece := os.read(self.end, 64 if self.rate else 65536):
                 self.text += piece
@@ -51,7 +51,7 @@ class Console(threading.Thread):
                     free = max(free, time.monotonic()) + len(piece) / self.rate
                     time.sleep(max(0.0, free - time.monotonic()))
         except OSError:
-            pass  # the end was closed
+            pass  # this end of the pipe was closed
 
 
 class Viewer:
@@ -77,7 +77,7 @@ class Viewer:
                 session = f"Session: {found[1].decode()}\r\n"
 
     def gaps(self, seconds):
-        """Receives for so long; returns the milliseconds between ends of pictures."""
+        """Receives for this time. Returns the milliseconds between the ends of pictures."""
         stream, ends, end = self.socket.makefile("rb", RECEIVE), [], time.monotonic() + seconds
         while time.monotonic() < end:
             head = stream.read(4)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What clients notice of a push: when its last byte is in their sockets, and what one client that
-// does not read does to the others.
+// A push as clients see it: when its last byte is in their sockets, and how a client that does not
+// read affects the others.
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -26,8 +26,8 @@ void StampArrivals(const CPeer& peer) {
     setsockopt(peer.MediaFd(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof(on));
 }
 
-// Reads everything; when the kernel put the last piece into the socket, on CLOCK_REALTIME, which is
-// the only clock that it stamps with. 0: there was nothing.
+// Reads all data. Returns when the kernel put the last piece into the socket, or 0 when there was
+// no data. The kernel's stamps are on CLOCK_REALTIME.
 double LastArrival(const CPeer& peer) {
     static char data[1 << 20];
     alignas(cmsghdr) char control[256];
@@ -51,15 +51,15 @@ double LastArrival(const CPeer& peer) {
     }
 }
 
-// From the call of the push to the last byte in a client's socket; "p50_us" and "p99_us" are over
-// all clients and pushes, the time is the last client's.
+// The time from the call of the push to the last byte in a client's socket. "p50_us" and "p99_us"
+// are over all clients and pushes; the benchmark's own time is that of the last client.
 void Delivery(benchmark::State& state, ETransport emTransport) {
     CServer server;
     const std::vector<CPeer> peers = MakePeers(server, CLIENTS, emTransport);
     std::vector<uint8_t> picture = MakePicture();
     for (const CPeer& peer : peers)
         StampArrivals(peer);
-    // The kernel begins to stamp a moment after it was asked to.
+    // The kernel starts to stamp packets a moment after the socket option is set.
     for (int i = 0; i < WARM_UPS; ++i) {
         StampNext(picture);
         Push(picture);
@@ -76,7 +76,7 @@ void Delivery(benchmark::State& state, ETransport emTransport) {
         for (const CPeer& peer : peers) {
             const double wait = LastArrival(peer) - begin;
             if (wait < 0) {
-                state.SkipWithError("a client got nothing");
+                state.SkipWithError("a client has received nothing");
                 return;
             }
             waits.push_back(wait);
@@ -89,7 +89,7 @@ void Delivery(benchmark::State& state, ETransport emTransport) {
     state.counters["max_us"] = Quantile(waits, 1) * 1e6;
 }
 
-// Hears of the end of the one client that ends.
+// Waits for the end of the stalled client, and stores its totals.
 class CLastWords {
   public:
     CLastWords() { RTSPServer_SetEventCallBack(OnEvent, this); }
@@ -97,7 +97,7 @@ class CLastWords {
     CLastWords(const CLastWords&) = delete;
     CLastWords& operator=(const CLastWords&) = delete;
 
-    // All zero if nobody ends in time.
+    // Returns zeros when no client ends in time.
     TRtspServerTotals Await() {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_said.wait_for(lock, std::chrono::seconds(5), [this] { return m_bSaid; });
@@ -124,7 +124,7 @@ class CLastWords {
     bool m_bSaid = false;
 };
 
-// Pushes to a crowd of which one stops to read after a while; how long each push took.
+// Pushes to many clients, of which one stops reading after a while, and measures each push.
 class CStall {
   public:
     static constexpr size_t READING = 30;
@@ -135,8 +135,8 @@ class CStall {
           m_peers(MakePeers(server, CLIENTS_WITH_STALLED - 1, ETransport::eInterleaved)),
           m_picture(MakePicture()) {}
 
-    // Returns false when the stalled client was never in the way. reading, stalled: seconds of
-    // pushes while all read, and of those that found the stalled client's way full; appended to.
+    // Appends times of pushes in seconds: to reading while all clients read, and to stalled once
+    // the connection of the stalled client is full. Returns false when it was never full.
     bool Episode(std::vector<double>& reading, std::vector<double>& stalled) {
         std::vector<double> times;
         {
@@ -159,7 +159,8 @@ class CStall {
     }
 
   private:
-    // Every second push finds acknowledgements to work off, so times alternate: only pairs compare.
+    // Every second push also processes acknowledgements, so the times alternate. Only the means of
+    // pairs can be compared.
     static void AppendPairs(const std::vector<double>& times, size_t nBegin, size_t nEnd,
                             std::vector<double>& pairs) {
         for (size_t i = nBegin; i + 1 < nEnd; i += 2)
@@ -187,7 +188,7 @@ void OneStalled(benchmark::State& state) {
     std::vector<double> stalled;
     for (auto _ : state) {
         if (!stall.Episode(reading, stalled)) {
-            state.SkipWithError("the stalled client was never in the way");
+            state.SkipWithError("the connection of the stalled client was never full");
             return;
         }
         state.SetIterationTime(Quantile(stalled, 0.5));

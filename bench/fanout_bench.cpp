@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What a push costs: to N clients of a server in this process, beside the bare calls on the same
-// kind of sockets; and for sessions that it does not concern. Times are CPU time of the pushing
-// thread; what arrived is read between the pushes.
+// The cost of a push to N clients of a server in this process, compared with the bare system calls
+// on the same kind of sockets. Also its cost for sessions that do not take it. Times are CPU time
+// of the pushing thread; the clients' data is read between the pushes.
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -20,7 +20,7 @@
 namespace {
 
 constexpr clockid_t THREAD = CLOCK_THREAD_CPUTIME_ID;
-constexpr int RTSP_SEND_BUFFER = 1048576;  // as large as the server asks for
+constexpr int RTSP_SEND_BUFFER = 1048576;  // the server's own setting
 constexpr int UDP_SEND_BUFFER = 524288;
 constexpr int RECEIVE_BUFFER = 4 << 20;
 constexpr int WARM_UPS = 5;
@@ -57,8 +57,8 @@ class CPair {
     int MediaFd() const { return m_receiver; }
 
   private:
-    // A few small messages to and fro, like a client's requests: from them the kernel learns when
-    // to acknowledge, and that is half of what a send costs.
+    // Exchanges a few small messages, like a client's requests. They set the kernel's rate of
+    // acknowledgements, which are half of the cost of a send.
     void Talk() const {
         const char message[300] = {};
         char received[sizeof(message)];
@@ -85,7 +85,7 @@ size_t DrainAll(const TEnds& ends) {
     return nBytes;
 }
 
-// Waits for what is still under way, and says whether everything has arrived.
+// Waits for data that is still on its way. Returns whether all data has arrived.
 template <typename TEnds>
 bool Arrived(const TEnds& ends, size_t nBytes, size_t nExpected) {
     for (int late = 0; nBytes < nExpected && late < LATE_MS; ++late) {
@@ -109,14 +109,15 @@ struct CWay {
     }
 };
 
-// The counters are microseconds of CPU per packet and client; "ratio" compares with the bare loop
-// that sends a whole picture a call.
+// The counters are microseconds of CPU per packet and client. "ratio" compares with the bare loop
+// that sends a whole picture per call.
 void PushToAll(benchmark::State& state, ETransport emTransport) {
     const bool bUdp = emTransport == ETransport::eUdp;
     CServer server;
     const auto nPeers = static_cast<size_t>(state.range(0));
     const std::vector<CPeer> peers = MakePeers(server, nPeers, emTransport);
-    // Each way has sockets of its own: acknowledgements are worked off by a later send.
+    // Each way has separate sockets, because a later send processes the acknowledgements of an
+    // earlier one.
     std::vector<CPair> wholePairs;
     std::vector<CPair> eachPairs;
     for (size_t i = 0; i < nPeers; ++i) {
@@ -163,7 +164,7 @@ void PushToAll(benchmark::State& state, ETransport emTransport) {
     if (!Arrived(peers, pushed.nBytes, nExpected) ||
         !Arrived(wholePairs, whole.nBytes, nExpected) ||
         !Arrived(eachPairs, each.nBytes, nExpected))
-        state.SkipWithError("not everything has arrived");
+        state.SkipWithError("data is missing");
     const double fPerPacket = 1e6 / static_cast<double>(nRounds * nPeers * PICTURE_PACKETS);
     state.counters["us_per_packet"] = pushed.fSeconds * fPerPacket;
     state.counters["floor_us_per_packet"] = whole.fSeconds * fPerPacket;
@@ -192,7 +193,7 @@ void PushToNone(benchmark::State& state, EUnconcerned emWhy) {
         Push(picture, nStream, nChannel);
     const double seconds = ReadClock(THREAD) - begin;
     if (DrainAll(peers) != 0)
-        state.SkipWithError("the push did concern them");
+        state.SkipWithError("a client has received the push");
     state.counters["ns_per_session"] =
         seconds * 1e9 / static_cast<double>(static_cast<size_t>(state.iterations()) * nPeers);
 }
@@ -200,7 +201,8 @@ void PushToNone(benchmark::State& state, EUnconcerned emWhy) {
 void StampPush(benchmark::State& state, ETRANS_MODE emMode) {
     CRtpSession session(emMode);
     std::vector<uint8_t> picture = MakePicture();
-    // Up to the wrap: the next picture may begin anywhere then, so the same one fits again.
+    // The sequence numbers end at 65535. The library does not check the number after that, so the
+    // same picture can be sent again.
     auto wNext = static_cast<uint16_t>(0x10000 - PICTURE_PACKETS);
     StampFrom(picture, wNext);
     const double begin = ReadClock(THREAD);

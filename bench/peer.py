@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""Compares the example host with GStreamer's RTSP server library for ./scripts/bench --peer: the
-same clip, the same clients, in turn. Writes peer.json and cpu-peer.svg and prints tables."""
+"""Compares the example host with GStreamer's RTSP server library, for ./scripts/bench --peer. Both
+serve the same clip to the same clients, in turn. Writes peer.json and cpu-peer.svg, and prints
+tables."""
 import json
 import os
 import signal
@@ -11,8 +12,8 @@ import time
 import report
 import run
 
-LEAST, MOST = 1, 100  # clients between which the memory of one more is measured
-STOP_AFTER = 2        # seconds until all clients play
+LEAST, MOST = 1, 100  # the memory per client is the difference between these numbers of clients
+STOP_AFTER = 2        # seconds; all clients play by then
 
 
 class Peers:
@@ -79,7 +80,7 @@ class Peers:
 
 
 def memory_of_one(fan_out, transport, who):
-    """Kilobytes for one more client, run by run."""
+    """Kilobytes for one more client, for each run."""
     full, least = (
         [result[who]["server_rss_kb"] for result in fan_out.of(transport, clients)]
         for clients in (MOST, LEAST))
@@ -87,7 +88,7 @@ def memory_of_one(fan_out, transport, who):
 
 
 def rows_of(label, ours, theirs, digits, unit):
-    """Ratios are run by run, since both were measured in turn."""
+    """The ratios are per run, because both servers were measured in turn."""
     ratio = report.spread([b / a for a, b in zip(ours, theirs)], 1) if min(ours) > 0 else ""
     return [label, report.spread(ours, digits) + unit, report.spread(theirs, digits) + unit, ratio]
 
@@ -134,7 +135,7 @@ TABLES = {"peer-machine": peer_machine_table, "peer": peer_table}
 
 def main():
     arguments = run.parse_arguments()
-    # What is not given has other defaults here than in the full measurement.
+    # The defaults of these options differ from those of the full measurement.
     if "--clients" not in sys.argv:
         arguments.clients = [LEAST, 16, MOST]
     if "--runs" not in sys.argv:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a GStreamer user would take instead: GStreamer's RTSP server library, serving the same clip
-// at the same URL. Prints "ready" when it serves; a signal ends its clients, then it.
+// A server for comparison: GStreamer's RTSP server library, which serves the same clip at the same
+// URL. Prints "ready" when it serves. A signal ends the clients and then the process.
 #include <glib-unix.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
@@ -32,8 +32,8 @@ gboolean OnStop(gpointer pData) {
     return G_SOURCE_REMOVE;
 }
 
-// One pipeline for all clients. Packets are as large as the example host's; parameter sets come
-// with each key picture there, too.
+// One pipeline for all clients. As in the example host, packets have at most 1400 bytes of payload
+// and each key picture has its parameter sets.
 GstRTSPMediaFactory* MakeFactory(const char* pClip) {
     const std::string launch = "( multifilesrc loop=true location=" + std::string(pClip) +
                                " ! h264parse ! video/x-h264,stream-format=avc"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A server in the benchmark's own process, and clients of it that are only sockets.
+// A server in the benchmark's own process, and clients that are plain sockets.
 #ifndef BENCH_PEERS_H
 #define BENCH_PEERS_H
 
@@ -12,8 +12,8 @@
 
 enum class ETransport { eUdp, eInterleaved };
 
-// Channel 1, streams main and sub, H.264 as payload type 96, on any free port of the loopback
-// interface. One at a time.
+// Serves channel 1, streams main and sub, with H.264 as payload type 96, on any free port of the
+// loopback interface. Only one may exist at a time.
 class CServer {
   public:
     CServer();
@@ -29,7 +29,7 @@ class CServer {
     bool m_bRunning = false;
 };
 
-// A client that plays, or only connects. The process ends with a message if that does not work.
+// A client that plays, or only connects. On failure the process ends with a message.
 class CPeer {
   public:
     explicit CPeer(int nPort, int nReceiveBuffer = 0);
@@ -55,8 +55,8 @@ class CPeer {
 std::vector<CPeer> MakePeers(const CServer& server, size_t n, ETransport emTransport,
                              const std::string& stream = "main");
 
-// An access unit like those of the work: its units, the last one shorter. Sequence numbers go on
-// from call to call with StampNext.
+// A typical access unit: packets of equal size, of which the last one is shorter. StampNext
+// continues the sequence numbers from call to call.
 constexpr size_t PICTURE_PACKETS = 16;
 std::vector<uint8_t> MakePicture(size_t nPackets = PICTURE_PACKETS, size_t nPacket = 1212);
 void StampFrom(std::vector<uint8_t>& picture, uint16_t& wNext);

@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""Makes tables and a plot of the results that ./scripts/bench has stored:
+"""Writes tables and a plot of the results that ./scripts/bench has stored:
 
     python3 bench/report.py build/bench/results.json [--svg FILE] [--publish]
 
---publish writes them to docs/benchmarks.md, between its markers, and to docs/cpu-per-packet.svg.
+--publish writes the tables to docs/benchmarks.md, between its markers, and the plot to
+docs/cpu-per-packet.svg.
 """
 import argparse
 import json
@@ -26,7 +27,7 @@ def number(value, digits):
 
 
 def spread(values, digits=2):
-    """The median, and the range where there is one."""
+    """The median, and the range when the values differ."""
     text = number(median(values), digits)
     low, high = number(min(values), digits), number(max(values), digits)
     return text if low == high else f"{text} [{low}-{high}]"
@@ -51,12 +52,12 @@ class FanOut:
         return [result[who]["us_per_packet"] for result in self.of(transport, clients)]
 
     def ratio(self, transport, clients):
-        """To the floor of the same run."""
+        """The cost divided by that of the floor in the same run."""
         return [result["host"]["us_per_packet"] / result["floor"]["us_per_packet"]
                 for result in self.of(transport, clients)]
 
     def between(self, transport, clients, others):
-        """The cost for so many clients in parts of that for others, run by run."""
+        """The cost for `clients` divided by that for `others`, for each run."""
         pairs = zip(self.cost(transport, clients), self.cost(transport, others))
         return [cost / other for cost, other in pairs]
 
@@ -66,7 +67,7 @@ class FanOut:
 
 
 class Pieces:
-    """The benchmarks of one process: name/variant/argument to the values of all repetitions."""
+    """The benchmarks of one process. Maps name/variant/argument to the values of all repetitions."""
 
     def __init__(self, benchmarks):
         self.runs = {}
@@ -311,7 +312,8 @@ def draw_grid(axes, clients):
 
 
 def draw_curve(axes, points, colour, dash):
-    """points: clients and the costs of all runs. Ranges of two curves stand beside each other."""
+    """points: numbers of clients, with the costs of all runs. The range lines of the dashed curve are
+    4 units to the right, so that they do not cover those of the other."""
     style = f'stroke="{colour}"'
     path = " ".join(f"{axes.x(n):.1f},{axes.y(median(costs)):.1f}" for n, costs in points)
     parts = [f'<polyline points="{path}" fill="none" {style} stroke-width="2" {dash}/>']
@@ -324,7 +326,7 @@ def draw_curve(axes, points, colour, dash):
 
 
 def plot(results, other="floor"):
-    """The curves of the host and of what it is compared with."""
+    """The curves of the host and of the program that it is compared with."""
     fan_out, machine = FanOut(results["fan_out"]), results["machine"]
     curves = []
     for transport, name in NAMES.items():
@@ -350,7 +352,7 @@ def plot(results, other="floor"):
     return "\n".join([*parts, "</svg>", ""])
 
 
-# Where it all goes
+# Output
 
 def publish_tables(results, tables, page_name="benchmarks.md"):
     page = DOCS / page_name

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Runs the benchmarks for ./scripts/bench, writes results.json and prints the tables: the example
-host and the floor beside it as processes of their own, then the pieces in one process."""
+"""Runs the benchmarks for ./scripts/bench, writes results.json and prints the tables. The example
+host and the floor are separate processes; the pieces run in one process."""
 import argparse
 import datetime
 import json
@@ -17,7 +17,7 @@ import time
 
 import report
 
-CROWD = 100  # clients of everything but the fan-out
+CROWD = 100  # number of clients, except in the fan-out
 TRANSPORTS = ("udp", "interleaved")
 WARM_UP_MS = 500
 START_LIMIT = 10  # seconds
@@ -56,10 +56,11 @@ def free_port():
 
 
 class Server:
-    """A server's process, from when it serves to the end of the block."""
+    """A server's process: it serves when the block begins, and is ended at the end of the block."""
 
     def __init__(self, command, sign, log):
-        """command: may hold {port}. sign: what it prints when it serves. log: takes its output."""
+        """command: may contain {port}. sign: text that it prints when it serves. log: receives its
+        output."""
         self.port = free_port()
         self.command = [str(part).format(port=self.port) for part in command]
         self.sign = sign
@@ -100,7 +101,7 @@ class Server:
 
 
 def ask_clients(program, server, clients, transport="interleaved", warm_up=0, window=0, options=()):
-    """What bench_clients finds out about the server."""
+    """Runs bench_clients against the server and returns its results."""
     command = [str(program), "--port", str(server.port), "--clients", str(clients),
                "--server", str(server.process.pid), "--warm-up", str(warm_up),
                "--window", str(window), *options]
@@ -114,10 +115,10 @@ def ask_clients(program, server, clients, transport="interleaved", warm_up=0, wi
 
 
 class Progress:
-    """Lines for whoever waits: how far it is, and how long it will take if all goes on so."""
+    """Prints the progress, and the remaining time if the speed stays the same."""
 
     def __init__(self, steps):
-        """steps: the expected seconds of each."""
+        """steps: the expected seconds of each step."""
         self.steps = steps
         self.done = 0
         self.begin = time.monotonic()
@@ -157,7 +158,8 @@ class Bench:
         return ask_clients(self.clients_program, server, *what, **options)
 
     def fan_out(self):
-        """Rounds over everything, so that what changes with time changes all alike."""
+        """Each round measures all combinations, so that slow changes of the machine affect all of
+        them equally."""
         results = []
         window = self.arguments.seconds * 1000
         for run in range(self.arguments.runs):
@@ -170,29 +172,29 @@ class Bench:
                     results.append({"run": run, "clients": clients, "transport": transport,
                                     "host": cost, "floor": least})
                     self.progress.step(
-                        f"{transport}, {clients} clients: {cost['us_per_packet']:.2f} µs a packet, "
+                        f"{transport}, {clients} clients: {cost['us_per_packet']:.2f} µs per packet, "
                         f"floor {least['us_per_packet']:.2f}")
         return results
 
     def memory(self):
-        """Kilobytes for each client: idle, and playing over each transport."""
+        """Kilobytes per client: idle, and playing over each transport."""
         results = []
         for _ in range(self.arguments.memories):
             figures = {}
             for kind in ("idle", *TRANSPORTS):
                 with self.host("--no-cue") as host:
-                    time.sleep(1)  # what the host itself needs for the stream
+                    time.sleep(1)  # the host allocates its own memory for the stream
                     own = host.resident_kb()
                     options = ["--idle"] if kind == "idle" else []
                     full = self.serve(host, CROWD, kind, WARM_UP_MS, 1000, options)
                 figures[kind] = (full["server_rss_kb"] - own) / CROWD
             results.append(figures)
             self.progress.step("memory: " + ", ".join(
-                f"{kind} {size:.1f} kB a client" for kind, size in figures.items()))
+                f"{kind} {size:.1f} kB per client" for kind, size in figures.items()))
         return results
 
     def storms(self):
-        """Many clients that connect at the same moment, to a fresh server each time."""
+        """Many clients connect at the same time, to a new server each time."""
         results = []
         for _ in range(self.arguments.storms):
             with self.host("--no-cue") as host:
@@ -203,12 +205,12 @@ class Bench:
         return results
 
     def joins(self, *options):
-        """Milliseconds from PLAY's reply to a whole key picture, of one client after another."""
+        """Milliseconds from the reply to PLAY to a whole key picture, for one client after another."""
         results = []
         name = "without a jump" if options else "with a jump"
         with self.host(*options) as host:
             for _ in range(self.arguments.joins):
-                time.sleep(0.05 + random.random())  # anywhere between two key pictures
+                time.sleep(0.05 + random.random())  # a random time between two key pictures
                 join = self.serve(host, 1, options=["--until-picture"])
                 results.append(join["first_picture_ms_median"])
                 self.progress.step(f"first picture, {name} to it: {results[-1]:.1f} ms")
@@ -224,7 +226,7 @@ class Bench:
                                        stderr=log, text=True, errors="replace")
             try:
                 last = None
-                for line in process.stdout:  # the library's lines, and the benchmarks' among them
+                for line in process.stdout:  # log lines of the library, and lines of the benchmarks
                     found = re.match(r"(\w+(?:/[a-z_]+(?=[/ ]))?)\S* +[\d.]+ [num]s ", line)
                     if found and found[1] != last:
                         last = found[1]
@@ -309,7 +311,7 @@ def run_to_the_end(work):
     except Failure as failure:
         sys.exit(f"error: {failure}")
     except KeyboardInterrupt:
-        print("Stopped; nothing is stored.", file=sys.stderr)
+        print("Stopped. No results were stored.", file=sys.stderr)
         sys.exit(130)
 
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a client's dialogue costs, and the end of a hundred clients at once.
+// The cost of a client's dialogue, and of ending a hundred clients at once.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -34,12 +34,12 @@ void ParseRequest(benchmark::State& state, const char* pMethod, const char* pHea
     }
 }
 
-// CPU time of all threads but this one, which is the client: the server's.
+// The server's CPU time: that of all threads but this one, which is the client.
 double ServerSeconds() {
     return ReadClock(CLOCK_PROCESS_CPUTIME_ID) - ReadClock(CLOCK_THREAD_CPUTIME_ID);
 }
 
-// A request and its reply: time is the client's wait, "server_us" the server's CPU time.
+// A request and its reply. The time is the client's wait, "server_us" the server's CPU time.
 void AnswerOptions(benchmark::State& state) {
     CServer server;
     CPeer peer(server.Port());
@@ -50,7 +50,8 @@ void AnswerOptions(benchmark::State& state) {
         (ServerSeconds() - begin) * 1e6 / static_cast<double>(state.iterations());
 }
 
-// What a client may ask once: it is a new client each time, and what goes before is not timed.
+// Requests that a client may send once. Each is measured with a new client; the requests before it
+// are not timed.
 void AnswerOnce(benchmark::State& state, bool bSetup) {
     CServer server;
     double fServer = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The bare calls that the benchmarks compare with, and what goes with them.
+// The bare system calls that the benchmarks compare with, and their helpers.
 #ifndef BENCH_WIRE_H
 #define BENCH_WIRE_H
 
@@ -12,23 +12,23 @@ inline size_t SizeOfUnit(const uint8_t* pUnit) {
     return WIRE_PREFIX_SIZE + (static_cast<size_t>(pUnit[2]) << 8 | pUnit[3]);
 }
 
-// On 127.0.0.1; -1 when it fails. A listening socket does not block. A receive buffer of 0 is the
-// kernel's choice.
+// Sockets on 127.0.0.1; -1 on failure. A listening socket does not block. With a buffer size of 0
+// the kernel chooses the size.
 int ListenTcp(int port, int backlog);
 int ConnectTcp(int port, int receiveBuffer = 0);
 int ConnectUdp(int port, int sendBuffer);
 int BindUdp(int port, int receiveBuffer);
 
-// A run of units in as few calls as the kernel allows: one for a stream; with datagrams one for
-// each series of one size and a shorter last one.
+// Send a run of units in as few calls as the kernel allows. A stream needs one call. Datagrams need
+// one call for each series of units of one size, which may end with a shorter one.
 void SendStream(int fd, const uint8_t* pUnits, size_t nSize);
 void SendDatagrams(int fd, const uint8_t* pUnits, size_t nSize);
 
-// The same run, a packet a call. nSkip: bytes of each unit that are not sent.
+// Sends the same run with one call per packet. nSkip: bytes of each unit that are not sent.
 void SendEach(int fd, const uint8_t* pUnits, size_t nSize, size_t nSkip);
 
 int LocalPort(int fd);
-// Reads until nothing is left; the bytes.
+// Reads until the socket is empty. Returns the number of bytes.
 size_t DrainSocket(int fd);
 
 #endif

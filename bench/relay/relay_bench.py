@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Measures CPU, memory and latency of the relay, and prints tables.
 Usage: relay_bench.py [--publish] source_folder live_host [viewers [seconds]]    (1000 30)
---publish writes the figures to docs/scaling.md. Needs what ./scripts/test web installs, and wrk."""
+--publish writes the figures to docs/scaling.md. Requires the packages that ./scripts/test web installs,
+and wrk."""
 
 import json
 import os
@@ -24,7 +25,7 @@ DELIMITER = b"\0\0\0\1\x09"
 
 
 class Feeder:
-    """Writes a picture to live_host each 40 ms and knows when it did."""
+    """Writes a picture to live_host every 40 ms, at known times."""
 
     def __init__(self, live_host, clip, work):
         port, first = free_ports()

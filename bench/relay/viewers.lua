@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: MIT
--- For wrk: each connection is a viewer of the relay's HLS. Twice a second it asks, in turn, for the
--- playlist and for the newest segment.
+-- For wrk: each connection is a viewer of the relay's HLS. Twice per second it requests, in turn, the
+-- playlist and the newest segment.
 local asks_playlist = false
 local segment = nil
 local failed = 0
