@@ -32,7 +32,7 @@ TEST(CbbAddr, MakesIpv4FromText) {
         {"four numbers", "192.168.1.10", 0, "0200022ac0a8010a"},
         {"the classic short form", "127.1", 0, "0200022a7f000001"},
         {"any address", nullptr, 0, "0200022a00000000"},
-        {"kept: the address is written all the same", "255.255.255.255", -1, "eeeeeeeeffffffff"},
+        {"kept: refused, but the address is written", "255.255.255.255", -1, "eeeeeeeeffffffff"},
         {"a name", "host", -1, "eeeeeeeeffffffff"},
     };
     for (const auto& row : rows) {
@@ -52,7 +52,7 @@ TEST(CbbAddr, MakesIpv6FromText) {
         {"a gap in the middle", "FE80::aBc:1", "fe80000000000000000000000abc0001"},
         {"any address", nullptr, "00000000000000000000000000000000"},
         {"kept: a leading gap is not expanded", "::1", "00010000000000000000000000000000"},
-        {"so it is not before IPv4", "::ffff:1.2.3.4", "ffff0102030400000000000000000000"},
+        {"kept: nor is one before IPv4", "::ffff:1.2.3.4", "ffff0102030400000000000000000000"},
         {"kept: IPv4 comes first", "1.2.3.4", "01020304000000000000000000000000"},
         {"kept: a wrong last character ends it", "1:2g", "00010002000000000000000000000000"},
         {"kept: nine groups", "1::2:3:4:5:6:7:8:9", "00020003000400050006000700080009"},
@@ -87,7 +87,7 @@ TEST(CbbAddr, ReadsDottedQuads) {
     EXPECT_EQ(Hex(out, 4), "0aff0104");
 }
 
-// The fuzz target compares all other addresses with what the system prints.
+// The fuzz target compares all other addresses with the text of the system's function.
 TEST(CbbAddr, PrintsAddressesThatFit) {
     const struct {
         const char* why;

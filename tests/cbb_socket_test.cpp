@@ -24,7 +24,7 @@ int64_t MillisSince(Clock::time_point start) {
     return (Clock::now() - start) / std::chrono::milliseconds(1);
 }
 
-// A listener on a port of the system's choice, and one connection through it.
+// A listener on a port that the system chooses, and one connection through it.
 class CbbSocket : public testing::Test {
   protected:
     void SetUp() override {
@@ -76,8 +76,8 @@ TEST_F(CbbSocket, ConnectsWithinItsTime) {
     CBB_SOCK_T fd = Open(SOCK_STREAM);
     ASSERT_EQ(CBB_SetNonBlock(fd, 1), 0);
     EXPECT_EQ(CBB_ConnectWithTimeOut(fd, &m_addr, 5000), 0);
-    EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);  // kept: also when it was not before
-    // Without an accept one more connection fits the queue, and the next one waits in vain.
+    EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);  // kept: blocking, also when it was not before
+    // Without an accept one more connection fits the queue; the next one is never accepted.
     Clock::time_point start;
     do {
         fd = Open(SOCK_STREAM);
@@ -87,7 +87,7 @@ TEST_F(CbbSocket, ConnectsWithinItsTime) {
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
 }
 
-// While it lives, the standard streams from one descriptor on are closed.
+// Closes the standard streams from one descriptor on while it exists.
 class CClosedStandardStreams {
   public:
     explicit CClosedStandardStreams(int first) : m_first(first) {
@@ -132,7 +132,7 @@ TEST_F(CbbSocket, StandardStreamsAreNeverSockets) {
         }
         EXPECT_EQ(CBB_Sendn(accepted, "abc", 3, 5000), 3);
         char buf[4] = {};
-        EXPECT_EQ(CBB_Recvn(m_client, buf, 3, 5000), 3) << "the connection has moved along";
+        EXPECT_EQ(CBB_Recvn(m_client, buf, 3, 5000), 3) << "the connection has a new descriptor";
     }
 }
 
@@ -167,7 +167,7 @@ TEST_F(CbbSocket, TypeOfServiceReadsTheTimeToLive) {  // kept
     EXPECT_EQ(tos, 33);
 }
 
-// Kept: each time-out is set from the other's value, and none without a value for both.
+// Kept: each time-out is set from the value of the other, and only when its own is not 0.
 TEST_F(CbbSocket, TimeOutsAreCrossed) {
     const struct {
         int sendMs, receiveMs;
@@ -202,7 +202,7 @@ TEST_F(CbbSocket, SendnNeverBlocksLongerThanAllowed) {
     start = Clock::now();
     EXPECT_EQ(CBB_Sendn(m_server, "abc", 3, 100), 0);
     EXPECT_GE(MillisSince(start), 99);
-    // As soon as the peer reads, everything goes through.
+    // As soon as the peer reads, all data is sent.
     std::thread reader([this] {
         std::vector<char> sink(1U << 20);
         while (CBB_Recv(m_client, sink.data(), 1 << 20) > 0) {
@@ -249,11 +249,11 @@ TEST_F(CbbSocket, RecvnReceivesExactly) {
         int result;
         std::string received;
     } rows[] = {
-        {"all that is asked for", "abcdef", false, 6, CBB_INFINITE, 6, "abcdef"},
-        {"no more than that", "abcdef", false, 4, 0, 4, "abcd"},
-        {"what came before the time was over", "abcd", false, 6, 50, 4, "abcd"},
-        {"nothing came", "", false, 6, 0, 0, ""},
-        {"the end came first", "abcd", true, 6, CBB_INFINITE, -1, "abcd"},
+        {"all requested bytes", "abcdef", false, 6, CBB_INFINITE, 6, "abcdef"},
+        {"not more than requested", "abcdef", false, 4, 0, 4, "abcd"},
+        {"the bytes that arrived in time", "abcd", false, 6, 50, 4, "abcd"},
+        {"no bytes", "", false, 6, 0, 0, ""},
+        {"the peer closes first", "abcd", true, 6, CBB_INFINITE, -1, "abcd"},
         {"a negative count", "abcd", false, -5, CBB_INFINITE, 0, ""},
     };
     for (const auto& row : rows) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Where a result points within its text; -1 for null.
+// The offset of a result within its text; -1 for null.
 ptrdiff_t Offset(const char* pFound, const char* szText) {
     return pFound == nullptr ? -1 : pFound - szText;
 }
@@ -61,7 +61,7 @@ TEST(CbbString, ReadsNumbers) {
         {"clamped to 32 bits", "99999999999z", 10, INT_MAX, 99999999999, 11},
         {"the lowest of 64 bits", "-9223372036854775808", 10, INT_MIN, INT64_MIN, 20},
         {"kept: -1 beyond 64 bits", "999999999999999999999999999999", 10, INT_MAX, -1, 30},
-        {"and below", "-999999999999999999999999999999", 10, INT_MIN, -1, 31},
+        {"kept: -1 below 64 bits", "-999999999999999999999999999999", 10, INT_MIN, -1, 31},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);

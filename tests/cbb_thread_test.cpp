@@ -55,10 +55,10 @@ TEST(CbbThread, CreatesAndJoins) {
         EXPECT_EQ(seen.self, thread);
         EXPECT_EQ(seen.policy, row.isCreated ? SCHED_OTHER : -1);
         EXPECT_GE(seen.stack, row.isCreated ? row.stack : 0);
-        // A sanitizer may round up, but not to the default of megabytes.
+        // A sanitizer may round up, but not to the system's default of several megabytes.
         EXPECT_TRUE(row.stack == 0 || seen.stack < size_t{1} << 20);
     }
-    EXPECT_EQ(CBB_Thread_Wait(CBB_Thread_GetSelfId()), -1) << "itself";
+    EXPECT_EQ(CBB_Thread_Wait(CBB_Thread_GetSelfId()), -1) << "a thread that joins itself";
 }
 
 TEST(CbbThread, ChangesScheduling) {
@@ -100,7 +100,7 @@ TEST(CbbThread, LibraryThreadsBlockTheHostsSignals) {
     EXPECT_EQ(memcmp(&after.mask, &before.mask, sizeof(sigset_t)), 0);
 }
 
-// A deadline whose fraction is not carried into the seconds is refused by the system.
+// The system rejects a deadline whose fraction is one second or more.
 TEST(CbbSemaphore, DeadlineCarriesIntoTheNextSecond) {
     sem_t sem;
     ASSERT_EQ(CBB_SemCreate(&sem, 1), 0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Clients that stall, break off or send noise, among others that play.
+// Clients that stall, disconnect or send invalid data, next to others that play.
 
 #include <algorithm>
 
@@ -17,7 +17,7 @@ int64_t Median(Durations durations) {
     return *median;
 }
 
-// Bad clients may cost what good ones do, and not much more.
+// Bad clients may cost as much as good ones, but not much more.
 bool TooSlow(const Durations& alone, const Durations& among) {
     return IsPlainBuild() && Median(among) > 2 * Median(alone);
 }
@@ -40,7 +40,7 @@ TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
             players.push_back(std::make_unique<CPlayer>(m_port, i % CPlayer::TRANSPORTS));
             ASSERT_TRUE(players.back()->IsPlaying()) << i;
         }
-        // Pushes at a steady pace and has every player take everything.
+        // Pushes at a steady rate, and checks that every player receives all units.
         const auto pushFor = [&](milliseconds time, Durations* durations) {
             const auto end = std::chrono::steady_clock::now() + time;
             while (std::chrono::steady_clock::now() < end && !HasFailure()) {
@@ -49,10 +49,10 @@ TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
                 for (const auto& player : players) {
                     EXPECT_TRUE(player->Takes(source.Units()));
                 }
-                std::this_thread::sleep_for(milliseconds(5));  // the pace of the media
+                std::this_thread::sleep_for(milliseconds(5));  // the interval of the media
             }
         };
-        // In turns, and longer when in doubt: whatever else the machine does falls on both.
+        // In turns, so that other work on the machine affects both. More rounds when in doubt.
         for (int round = 0; round < 2 || (round < 8 && TooSlow(alone, among)); ++round) {
             pushFor(milliseconds(1000), &alone);
             const CTroublemakers bad(m_port, kinds);
@@ -60,10 +60,11 @@ TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
             ASSERT_FALSE(HasFailure());
         }
         players.clear();
-        // At the rate of an instrumented build no client has to lag.
+        // An instrumented build pushes so slowly that possibly no client lags.
         EXPECT_TRUE(!IsPlainBuild() || log.Has("send failed,nLen=")) << "no client stalled";
     }
-    // Whom a full registry refused is not Stop's to end: a sweep frees it, once it has left.
+    // Stop does not end clients that a full registry has refused. A sweep frees them after they
+    // have left.
     EXPECT_TRUE(WaitUntil([&] {
         CRtspSessionManager::Instance()->DelExceptionSession();
         return CountDescriptors() <= m_descriptorsBefore + 1;

@@ -24,7 +24,7 @@ TEST(McastTransmitter, FailedOpenSaysWhyAndMarksAnError) {
         {"IPv6 to IPv4", MakeAddr("::1", 0), group, "E src v6, dst v4,error!!! failed "},
         {"IPv4 to IPv6", any, MakeAddr("ff02::1", 9), "E src v4, dst v6,error!!! failed "},
         {"group is no group", any, MakeAddr("127.0.0.1", 9), "E ERROR !! JoinMultiCastGroup"},
-        // Kept: this failure alone leaves the socket open until Close.
+        // Kept: only this failure leaves the socket open until Close.
         {"not this machine's address", MakeAddr("192.0.2.77", 0), group, "E ERROR !! Bind", 1},
     };
     for (const auto& row : rows) {

@@ -21,7 +21,7 @@ class CTestPool : public CMemPool {
     ~CTestPool() { Release(); }
 };
 
-// The length of the oldest record, consumed; -1 when there is none.
+// Consumes the oldest record and returns its length; -1 when there is none.
 int64_t Consume(CMemPool& pool) {
     uint8_t* p = nullptr;
     uint32_t n = 0;
@@ -43,7 +43,7 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
         const char* text;
     } rows[] = {
         {"an empty piece", 0, -1, "invalid input para,dwDataLen = 0"},
-        {"free has to exceed the need", 992, -1, "there is no space,dwDataLen = 992"},
+        {"the free space must exceed the record", 992, -1, "there is no space,dwDataLen = 992"},
         {"two empty pieces", 0, 0, "invalid input para\n"},
         {"two pieces together", 500, 492, "there is no space,dwDataLen = 992"},
         {"sizes that wrap", 0xFFFFFFFF, 0xFFFFFFFF, "there is no space,dwDataLen = 4294967294"},
@@ -74,7 +74,7 @@ TEST(MemPool, ClearForgetsAllRecords) {
     EXPECT_EQ(Consume(pool), -1);
 }
 
-// A pool, and the steps of its writer and its reader. A record's bytes follow from its length.
+// A pool, and the steps of its writer and its reader. The length of a record determines its bytes.
 class CMemPoolLaps : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -108,7 +108,7 @@ class CMemPoolLaps : public ::testing::Test {
         EXPECT_EQ(Bytes(data, data + held), Record(length));
         m_pool.UpdateReadIdx(held);
     }
-    // Where the next record's bytes would go, how long it may be, and what is free.
+    // The position and the greatest length of the next record, and the free space.
     void ExpectNext(ptrdiff_t at, uint32_t offered, uint32_t free) {
         uint8_t* room = nullptr;
         uint32_t length = 0;
@@ -138,8 +138,8 @@ TEST_F(CMemPoolLaps, TheLastRecordOfALapRunsIntoTheTail) {
     ExpectNext(0, 91, 100);
 }
 
-// Kept: the writer of one piece returns to the front later than the other writers, and the reader
-// loses the record that follows.
+// Kept: the append of one piece returns to the front of the ring later than the other appends, and
+// the reader loses the record after it.
 TEST_F(CMemPoolLaps, ARecordAfterOnePieceInTheTailIsLost) {
     AppendOnePiece(40);
     Read(40);

@@ -53,7 +53,7 @@ TEST(MimeScanner, DelimitedTexts) {
         {"kept: trailing blanks belong to the token", " a b ;c", "a b ", ';', 6},
         {"a NUL is always a delimiter", std::string("a\0b", 3), "a", 0, 2},
         {"a pair of line ends counts once", "a\n\rb", "a", '\n', 3},
-        {"a folded line joins nothing at the end", "a\r\n ", "a", END, 4},
+        {"a folded line without text", "a\r\n ", "a", END, 4},
         {"kept: an empty token is not folded", "\r\n b", "", '\n', 2},
         {"an empty token", ";a", "", ';', 1},
         {"folded lines are joined without a blank", "a\n\t \tb\r c\r\n\r\n", "abc", '\n', 11},
@@ -68,13 +68,13 @@ TEST(MimeScanner, WithoutAStoreAFoldedTokenKeepsItsFirstLine) {
     CMimeStream stream(text.data(), static_cast<int>(text.size()));
     const CMimeToken token = CMimeScanner(stream).next_token(";");
     EXPECT_EQ(std::string(token.m_conten.value, static_cast<size_t>(token.m_conten.len)), "ab");
-    EXPECT_EQ(stream.offset(), 7) << "the other lines are read all the same";
+    EXPECT_EQ(stream.offset(), 7) << "the other lines are read too";
 }
 
 TEST(MimeFoldStore, TakesExactlyItsRoom) {
     CMimeFoldStore store;
     EXPECT_FALSE(store.Append("a", 1)) << "nothing is reserved";
-    ASSERT_TRUE(store.Reserve(3) && store.Reserve(100)) << "the first time decides";
+    ASSERT_TRUE(store.Reserve(3) && store.Reserve(100)) << "the first size counts";
     const char* start = store.End();
     EXPECT_TRUE(store.Append("ab", 2));
     EXPECT_FALSE(store.Append("cd", 2));

@@ -50,7 +50,7 @@ TEST(NetPortPool, LendsFirstInFirstOut) {
     const std::unique_ptr<CNet_PortPool> pool(CNet_PortPool::create_new(40000, 40005));
     EXPECT_EQ(pool->get_port_pair(), 40000);
     EXPECT_EQ(pool->reuse_port_pair(0), -1);
-    // A double give-back and a foreign port are taken as they come.
+    // A port that is given back twice and a port outside the range are queued too.
     for (const int port : {40000, 40000, 7}) {
         EXPECT_EQ(pool->reuse_port_pair(static_cast<uint16_t>(port)), 0);
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The records that hosts share with the library, byte for byte on every processor: a change here
-// breaks hosts that are already built. Nothing runs; it compiles or it does not.
+// The layout of the records that hosts share with the library, on every processor. A change here
+// breaks hosts that are already built. All checks are made by the compiler.
 #include <cstddef>
 #include <ctime>
 
@@ -71,7 +71,7 @@ SIZE(24, CBB_ADDR_EXP_T);
 SIZE(8, time_t);
 SIZE(16, timeval);
 
-// Hosts make these objects themselves.
+// Hosts create these objects themselves.
 SIZE(32, CMemPool);
 SIZE(24, RTPRdm);
 SIZE(4, RTSP_SERVER_STREAM_TYPE);

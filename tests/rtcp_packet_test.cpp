@@ -21,7 +21,7 @@ Bytes Text(uint8_t byHead, uint8_t byType, const std::string& text) {
     return block;
 }
 
-// The same with big-endian words.
+// Big-endian words after a common header with a correct length field.
 Bytes Words(uint8_t byHead, uint8_t byType, const std::vector<uint32_t>& words) {
     Bytes bytes = Text(byHead, byType, std::string(words.size() * 4, ' '));
     for (size_t i = 0; i < words.size(); ++i) {
@@ -41,7 +41,7 @@ const std::string SDES_TEXT(
     "\0\0\0\x12\x02\0\0\0\0\0\0\x13\x08\x02pq\0\0\0\0",
     36);
 
-// What is cut, the fuzz target reads in all its ways.
+// A parsed packet. The fuzz target covers all ways in which a packet can be cut.
 template <class TView>
 struct CParsed {
     explicit CParsed(Bytes bytes) : block(std::move(bytes)) {}
@@ -76,7 +76,7 @@ TEST(RtcpPacket, ReadsNothingBeyondTheLastByte) {
     EXPECT_NE(CParsed<CRtcpSRPacket>(sr)->report(1), nullptr);
     sr.pop_back();
     EXPECT_EQ(CParsed<CRtcpSRPacket>(sr)->report(1), nullptr) << "the last report is cut";
-    // Kept: the size is the length field alone, so a word may be missing.
+    // Kept: the size is the length field in words, so one word may be missing.
     sr.resize(1 + 4 * SR_WORDS.size());
     EXPECT_EQ(CParsed<CRtcpSRPacket>(sr)->sender_ssrc(), SR_WORDS[0]);
     sr.pop_back();
@@ -89,7 +89,7 @@ TEST(RtcpPacket, RecordsItemsThatEndWithTheBuffer) {
     const std::string chunk("\0\0\0\x11\x01\x02xy", 8);
     Bytes sdes = Text(0x81, RTCP_SDES, chunk);
     EXPECT_EQ(CParsed<CRtcpSdesPacket>(sdes)->item_size(0, 0), 2);
-    sdes[4] = 1;  // so that the packet is no longer than what is left of it
+    sdes[4] = 1;  // the packet declares no more than the bytes that remain
     sdes.pop_back();
     EXPECT_EQ(CParsed<CRtcpSdesPacket>(sdes)->item_count(0), 0) << "the item is cut";
     sdes.resize(1 + 4 + 4);
@@ -129,7 +129,7 @@ TEST(RtcpPacket, RecordsSixteenChunksAndItemsAtMost) {
     EXPECT_EQ(full->item_count(0), RTCP_MAX_ITEMS);
     EXPECT_EQ(full->chunk_size(0), 48);
     EXPECT_EQ(full->item_type(0, 16), 0);
-    EXPECT_EQ(full->chunk_ssrc(1), 0x22U) << "the walk goes on after the unrecorded items";
+    EXPECT_EQ(full->chunk_ssrc(1), 0x22U) << "the items above 16 are skipped, not recorded";
 }
 
 TEST(RtcpPacket, ReadsByeAndApp) {
@@ -137,7 +137,7 @@ TEST(RtcpPacket, ReadsByeAndApp) {
     EXPECT_EQ(bye->ssrc(1), 0xC1C2C3C4);
     EXPECT_EQ(bye->ssrc(2) + bye->ssrc(-1), 0U);
     EXPECT_EQ(CParsed<CRtcpByePacket>({0, 0x9F, RTCP_BYE, 0, 3, 1, 1, 1, 1})->ssrc(0), 0U);
-    // With padding, which shortens by the low bits of the last byte within the size of 16: the 2.
+    // The padding is the low two bits of the last byte within the declared 16 bytes: 2.
     CParsed<CRtcpAppPacket> app(
         Text(0xA0, RTCP_APP, std::string("\0\0\0\x07NAMEda\x06\x02....", 16)));
     EXPECT_EQ(app->ssrc(), 7U);

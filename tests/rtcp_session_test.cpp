@@ -74,7 +74,7 @@ TEST(RtcpSession, ReportBytes) {
     EXPECT_EQ(udp.Receive(100, 0) + connection.ReadAll(), "");
 }
 
-// A report that a client of many days gets, and the next one.
+// The reports that a client receives before and after its counters wrap.
 TEST(RtcpSession, CountersAndSecondsWrap) {
     constexpr int64_t LAST_SECOND_OF_THE_ERA = 2085978495;  // in 2036
     const CSocketPair connection;

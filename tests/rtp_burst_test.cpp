@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Which units go into one system call. What such a call sends is compared with sending them one by
-// one in faults/burst_differential_test.cpp.
+// The units that one system call sends. faults/burst_differential_test.cpp compares such a call with
+// sending the units one by one.
 #include "rtp_burst.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ int Units(Bytes run, CRtpBurst::EKind kind, uint16_t expectedSequence = 0) {
         .Units();
 }
 
-TEST(RtpBurst, DatagramsAreOfOneSizeButForTheLast) {
+TEST(RtpBurst, DatagramsHaveOneSizeExceptTheLast) {
     constexpr size_t LARGEST = CRtpBurst::MAX_DATAGRAM_BYTES / 2 - 16;  // two of them fit
     const struct {
         const char* why;
@@ -56,7 +56,7 @@ TEST(RtpBurst, DatagramsAreOfOneSizeButForTheLast) {
 TEST(RtpBurst, StreamsTakeAllSizesAndNumbers) {
     EXPECT_EQ(Units(MakeUnits({100, 200, 0, 65000}), CRtpBurst::STREAM), 4);
     EXPECT_EQ(Units(MakeUnits(std::vector<size_t>(100, 8)), CRtpBurst::STREAM), 100);
-    EXPECT_EQ(Units(MakeUnits({100, 100}), CRtpBurst::NONE), 0) << "every unit goes alone";
+    EXPECT_EQ(Units(MakeUnits({100, 100}), CRtpBurst::NONE), 0) << "every unit is sent alone";
 }
 
 TEST(RtpBurst, WhatNeedsMoreCareEndsIt) {
@@ -73,9 +73,9 @@ TEST(RtpBurst, WhatNeedsMoreCareEndsIt) {
         Bytes run;
         int units;
     } rows[] = {{"a packet without a whole header", tiny, 0},
-                {"a unit that reads like a reply", replyLike, 1},
+                {"a unit that looks like a reply", replyLike, 1},
                 {"a gap in the sequence numbers", gap, 1},
-                {"a unit that the host cut off", cut, 1}};
+                {"a push that ends inside a unit", cut, 1}};
     for (const auto& row : rows) {
         EXPECT_EQ(Units(row.run, CRtpBurst::STREAM), row.units) << row.why;
     }

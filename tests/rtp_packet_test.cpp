@@ -14,7 +14,7 @@ TEST(RtpPacket, PacksAHeader) {
     Bytes buf(15, 0xEE);
     rtp_param param{0xA1B2C3D4, 0xFFFF, 0x01020304, 3, 8, 1};
     ASSERT_NE(CRtpPacket(&buf[1], 2).pack(&param), nullptr);
-    // Payload type 96 whatever the parameters say, no extension, the marker's low bit.
+    // The payload type is always 96, there is no extension, and only the marker's low bit counts.
     const Bytes expected = {0xEE, 0x80, 0xE0, 0xFF, 0xFF, 1,    2,   3,
                             4,    0xA1, 0xB2, 0xC3, 0xD4, 0xEE, 0xEE};
     EXPECT_EQ(buf, expected);
@@ -22,9 +22,10 @@ TEST(RtpPacket, PacksAHeader) {
     EXPECT_EQ(CRtpPacket(&buf[1], 0x7FFFFFFF).pack(&param), nullptr);
 }
 
-// Packets at an odd address; the fuzz target guards what follows a cut one.
+// Packets at an odd address. The fuzz target finds reads beyond a packet that is cut.
 TEST(RtpPacket, UnpacksWhatIsHeld) {
-    // The first byte, what follows the fixed header, the payload's offset (-1: refused) and length.
+    // The first byte, the bytes after the fixed header, the payload's offset (-1: refused) and
+    // length.
     const std::tuple<const char*, uint8_t, Bytes, int, int> rows[] = {
         {"plain", 0x80, {9, 9, 9}, 12, 3},
         {"CSRC list", 0x82, {0, 0, 0, 1, 0, 0, 0, 2, 9}, 20, 1},

@@ -34,7 +34,7 @@ TEST(RtpRandom, EveryWidthIsFilledEvenly) {
     }
     EXPECT_EQ(bytes.size(), 256U);
     EXPECT_EQ(defaultBytes.size(), 256U);
-    EXPECT_GT(words.size(), 8100U) << "hardly any 32 bits come twice";
+    EXPECT_GT(words.size(), 8100U) << "32-bit values hardly ever repeat";
     EXPECT_GT(*words.rbegin(), 0xFF000000U);
     EXPECT_GT(largest16, 0xFF00);
 }

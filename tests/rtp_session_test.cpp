@@ -11,7 +11,7 @@
 
 namespace {
 
-// A session on a pair of sockets that stands for the RTSP connection.
+// A session on a pair of sockets, which replaces the RTSP connection.
 struct CInterleaved {
     CInterleaved() : info(MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, connection.server.Fd())) {
         EXPECT_EQ(session.open(&info), 0);
@@ -42,7 +42,7 @@ TEST(RtpSession, ReportsSequenceGapsOfVideoAndSendsOn) {
         {96, 300, "", "kept: after the wrap no number is expected"},
         {96, 302, "cur[302],except[301]", "a gap again"},
     };
-    CFakeClock clock(5000);  // no reports on the shared connection, whatever the time
+    CFakeClock clock(5000);  // at no time is a report sent on the shared connection
     CInterleaved interleaved;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -79,7 +79,7 @@ TEST(RtpSession, WithoutAUsableTransmitterNothingIsSent) {
     EXPECT_EQ(interleaved.session.open(&interleaved.info), -1);  // a second time
     EXPECT_TRUE(log.HasLines("E m_pTransmitter != NULL, mode [4]|W error inittransmitter !"));
 
-    EXPECT_EQ(CRtpSession(MCAST_MODE).open(&interleaved.info), -1);  // 127.0.0.1 is no group
+    EXPECT_EQ(CRtpSession(MCAST_MODE).open(&interleaved.info), -1);  // 127.0.0.1 is not a group
     EXPECT_EQ(CRtpSession(NON_MODE).open(&interleaved.info), -1);
     EXPECT_TRUE(log.HasLines("E Unsupported! mode! [0]|E Error m_pTransmitter == NULL! mode! [0]"));
 }

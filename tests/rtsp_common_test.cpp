@@ -15,7 +15,7 @@ TEST(RtspCommon, MethodOfAWordAndBack) {
         {"another case", "Setup", RTSP_ERROR, "ERROR"},
         {"longer", "SETUP ", RTSP_ERROR, "ERROR"},
         {"shorter", "SETU", RTSP_ERROR, "ERROR"},
-        {"the table's own word", "UNKNOW", RTSP_UNKNOWN, "UNKNOW"},
+        {"a word of the table that is no method", "UNKNOW", RTSP_UNKNOWN, "UNKNOW"},
         {"null", nullptr, RTSP_UNKNOWN, "UNKNOW"},
     };
     for (const auto& row : rows) {
@@ -26,7 +26,7 @@ TEST(RtspCommon, MethodOfAWordAndBack) {
         EXPECT_STREQ(get_rtsp_method(static_cast<eRTSP_METHOD_INDEX>(nMethod)), "ERROR");
 }
 
-// A row in the wrong place would answer one failure with the code of another.
+// With a row in the wrong place, a reply would have the code of another failure.
 TEST(RtspCommon, EveryStatusRowIsFoundByIndexAndByCode) {
     for (int i = RTSP_STATUS_100; i <= RTSP_STATUS_551; ++i) {
         const auto index = static_cast<eRTSP_STATUS_CODE_INDEX>(i);

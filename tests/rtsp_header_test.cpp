@@ -35,7 +35,7 @@ TEST(RtspHeader, ParameterKeepsWhatNullDoesNotReplaceAndCutsAt255) {
     parameter.add_attribute(nullptr, "1");
     EXPECT_EQ(Text(parameter), "=1");
     parameter.add_attribute("a", nullptr);
-    EXPECT_EQ(Text(parameter), "a=1") << "the value stays";
+    EXPECT_EQ(Text(parameter), "a=1") << "null does not replace the value";
     parameter.add_attribute("b", "");
     EXPECT_EQ(Text(parameter), "b");
     parameter.add_attribute(x.c_str(), x.c_str());
@@ -67,7 +67,7 @@ TEST(RtspHeader, OwnsItsValues) {
     EXPECT_EQ(Text(header) + Text(*copy), "\r\na=1,b;c\r\n");
 }
 
-// Only the first value and the given case count.
+// Only the first value is read, and the comparison is case-sensitive.
 TEST(RtspTransport, ProtocolTypeAndPorts) {
     const struct {
         const char* text;

@@ -14,8 +14,8 @@
 
 namespace {
 
-// Parses a copy that is exactly as long as the text and freed before the message is used. So the
-// sanitizers see every read beyond the data and every slice that is kept too long.
+// Parses a copy that is exactly as long as the text and is freed before the message is used. The
+// sanitizers then find reads beyond the data and slices that are used too long.
 std::unique_ptr<CRtspMsg> Parse(const std::string& text) {
     const std::vector<char> copy(text.begin(), text.end());
     return std::unique_ptr<CRtspMsg>(
@@ -54,7 +54,7 @@ TEST(RtspMsgParser, StartLinesAreWrittenBack) {
         {"leading line ends and blanks", "\r\n\r\n \tOPTIONS u RTSP/1.0" + end,
          "OPTIONS u RTSP/1.0" + end},
         {"another protocol", "PLAY rtsp://a/b HTTP/1.1" + end, "PLAY rtsp://a/b RTSP/1.0" + end},
-        {"the version, and no more", "PLAY u RTSP/2.7 trailing" + end, "PLAY u RTSP/2.7" + end},
+        {"text after the version", "PLAY u RTSP/2.7 trailing" + end, "PLAY u RTSP/2.7" + end},
         {"a long version", "PLAY u RTSP/1." + Many("0", 8000) + end, "PLAY u RTSP/1.0" + end},
         {"a quote in the version", "PLAY u \"RTSP/1.0" + end, "PLAY u RTSP/1.0" + end},
         {"methods are in capitals", "play u RTSP/1.0" + end, "ERROR u RTSP/1.0" + end},
@@ -68,7 +68,7 @@ TEST(RtspMsgParser, StartLinesAreWrittenBack) {
          "RTSP/1.0 454 Session Not Found\r\nCSeq: 3" + end},
         {"a long reason", "RTSP/x 200 " + Many("x", 8000) + end, "RTSP/0.0 200 OK" + end},
         {"an unknown status cannot be written", "RTSP/1.0 999 x" + end, ""},
-        {"nor can a long one", "RTSP/1.0 " + Many("x", 8000) + " x" + end, ""},
+        {"a long status cannot be written", "RTSP/1.0 " + Many("x", 8000) + " x" + end, ""},
         {"no status", "RTSP/1.0" + end, NO_MESSAGE},
         {"a line end", "\r\n", NO_MESSAGE},
         {"a quote without an end", "\"\\", NO_MESSAGE},
@@ -102,7 +102,7 @@ TEST(RtspMsgParser, HeaderLines) {
         {"trailing blanks stay", "Transport:RTP/AVP; unicast ;client_port=5-6, b",
          "Transport: RTP/AVP;unicast ;client_port=5-6,b"},
         {"a part without a first token, an empty part", "N: a=,;x,b==c;;d", "N: a,b==c"},
-        {"quotes protect nothing; an empty element ends", "N: a,q=\"1, 2\",,b", "N: a,q=\"1,2\""},
+        {"quotes and an empty element", "N: a,q=\"1, 2\",,b", "N: a,q=\"1,2\""},
         {"credentials are one value", "Authorization: Digest a=1, b=2",
          "Authorization: Digest a=1, b=2"},
         {"headers without a value", "RTP-Info:\r\nLocation: \t ", "RTP-Info: \r\nLocation: "},

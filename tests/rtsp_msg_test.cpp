@@ -113,7 +113,7 @@ TEST(RtspResponse, TransportReply) {
         {"interleaved", "RTP/AVP/TCP;interleaved=4-5", protocol_over_rtsp, 7, nullptr, ";ssrc=7"},
         {"no SSRC, a source", "RTP/AVP;destination=1.2.3.4", protocol_udp, 0, "5.6.7.8",
          ";server_port=6000-6001;source=5.6.7.8"},
-        {"a source needs a destination", "RTP/AVP", protocol_udp, 0, "5.6.7.8",
+        {"no source without a destination", "RTP/AVP", protocol_udp, 0, "5.6.7.8",
          ";server_port=6000-6001"},
     };
     for (const auto& row : rows) {
@@ -146,7 +146,7 @@ TEST(RtspResponse, InterleavedChannelsAreStored) {
         {";interleaved=4-5", 4, 5},
         {";interleaved=4", 4, UNTOUCHED},
         {";interleaved=x", UNTOUCHED, UNTOUCHED},
-        {";interleaved=255-254", UNTOUCHED, 254},  // kept: 255 stands for none
+        {";interleaved=255-254", UNTOUCHED, 254},  // kept: 255 means none
         {";interleaved=256-1", 0, 1},
         {";interleaved=511-1", 255, 1},
         {"", UNTOUCHED, UNTOUCHED},
@@ -201,7 +201,7 @@ TEST(RtspMsg, HeadersAreShownInTheirOrder) {
     const CLogCapture log;
     CRtspResponse response(RTSP_STATUS_200);
     response.append_date("today");
-    response.append_range_time_now(nullptr, time_t{1} << 40);  // cut to what an int holds
+    response.append_range_time_now(nullptr, time_t{1} << 40);  // clamped to the range of int
     response.AddHeader("Big", 4294967295UL);
     EXPECT_EQ(Text(response), Reply("Date: today\r\nRange: 20380119T031407Z\r\n"
                                     "Big: 4294967295\r\n"));

@@ -18,13 +18,13 @@ constexpr char INTERLEAVED[] = "RTP/AVP/TCP;unicast;interleaved=0-1";
 
 class CDialogueTest : public CLoggedServerTest {
   protected:
-    // The "Session" header of the youngest session, from the log.
+    // The "Session" header of the newest session, from the log.
     std::string SessionHeader() const {
         const std::string all = m_log.Text();
         const char* id = all.c_str() + all.rfind("New sessionID [0x") + 17;
         return "Session: " + std::to_string(strtoul(id, nullptr, 16)) + "\r\n";
     }
-    // Compares with a status line and the headers that stand before and after the client's CSeq.
+    // Compares with a status line and the headers before and after the client's CSeq.
     static void ExpectReply(const CTestClient& client, const std::string& reply,
                             const std::string& status, const std::string& after = "",
                             const std::string& before = "", const std::string& body = "") {
@@ -75,7 +75,7 @@ enum EMethod { DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, OPTIONS, HEARTBEAT, METHO
 const char* const METHOD_NAMES[] = {"DESCRIBE", "SETUP",   "PLAY",     "PAUSE",
                                     "TEARDOWN", "OPTIONS", "HEARTBEAT"};
 
-// What a request leads to.
+// The result of a request.
 struct COutcome {
     const char* status;  // null: no reply
     bool endsTheSession = false;
@@ -105,7 +105,7 @@ TEST_P(CStateTest, EveryMethod) {
     const CStateRow& row = GetParam();
     Init();
     TRtspServerStreamInfo info = MakeStreamInfo();
-    RTSPServer_SetStreamInfo(0, 0, &info);  // what a session selects before DESCRIBE
+    RTSPServer_SetStreamInfo(0, 0, &info);  // the stream of a session before its DESCRIBE
     ASSERT_EQ(RTSPServer_Start(), 0);
     const std::string headers = std::string("Transport: ") + INTERLEAVED + "\r\n";
     std::deque<CTestClient> clients;  // none leaves before the end
@@ -155,7 +155,7 @@ const CStateRow STATES[] = {
      {TEARDOWN},
      {ENDS_NOT_NOW, ENDS_NOT_NOW, ENDS_ERROR, NOT_NOW, OK, OK, OK},
      "E  bad m_rtspstat : 2"},
-    // Replies take the path of the media, which ends with them.
+    // Replies take the path of the media, which TEARDOWN has closed.
     {"TornDownAfterPlaying",
      {DESCRIBE, SETUP, PLAY, TEARDOWN},
      {ENDS_SILENT, ENDS_SILENT, ENDS_SILENT, SILENT, ENDS_SILENT, ENDS_SILENT, ENDS_SILENT},
@@ -166,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(State, CStateTest, ::testing::ValuesIn(STATES),
 
 class CRefusalTest : public CDialogueTest {
   protected:
-    // Whether a client is refused, its session has ended, and the lines say why.
+    // Checks that a request is refused, that the session has ended, and the log lines.
     void ExpectRefusal(CTestClient& client, const std::string& reply, const std::string& status,
                        const std::string& lines) {
         ExpectReply(client, reply, status);
@@ -239,7 +239,7 @@ TEST_F(CRefusalTest, SetupOfAudioAloneGetsNoReply) {
     }
 }
 
-// Kept: the own port number of a client that was refused joins the pool. None is lost.
+// Kept: after a refusal the client's own port number is given to the pool. No port is lost.
 TEST_F(CRefusalTest, DataPortsComeBack) {
     m_para.nMaxPort = m_para.nMinPort;
     const CTestSocket taken = CTestSocket::ListenTcp(static_cast<uint16_t>(m_para.nMinPort));
@@ -264,7 +264,7 @@ TEST_F(CRefusalTest, DataPortsComeBack) {
     EXPECT_EQ(pool, (std::set<int>{0, 5000, 7000, m_para.nMinPort}));
 }
 
-// The C library interrupts all threads for that.
+// For setuid() the C library interrupts all threads with a signal.
 TEST_F(CDialogueTest, HostMayDropItsPrivileges) {
     StartServer();
     CTestClient client(m_port);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the host hears of its clients.
+// The events that the host receives about its clients.
 
 #include <chrono>
 #include <deque>
@@ -120,7 +120,7 @@ TEST_F(CEventTest, CloseReasons) {
         {RTSPS_CLOSE_REFUSED, [](CTestClient& client) { client.Describe(); }},  // 455
         {RTSPS_CLOSE_TOO_SLOW,
          [&](CTestClient& client) {
-             // 20 short ones, a good one, 21 short ones, and one too many.
+             // 20 short pushes, a whole one, 21 short ones, and one after the end.
              for (int i = 0; i < 43; ++i) {
                  EXPECT_EQ(m_log.Has("send failed over thresold and exit"), i == 42);
                  Push(i == 20 ? video : audio);
@@ -164,7 +164,7 @@ TEST_F(CEventTest, CallsFromInsideTheFunction) {
             TRtspServerStreamInfo info = MakeStreamInfo();
             EXPECT_EQ(RTSPServer_SetStreamInfo(7, 0, &info), 0);
             EXPECT_EQ(RTSPServer_Init(&m_para) + RTSPServer_Release(), 0);
-            Push(MakeUnit({}));  // reaches the client that it is about
+            Push(MakeUnit({}));  // reaches the client of the event
         }
     };
     Start();
@@ -216,14 +216,14 @@ TEST_F(CEventTest, OnlyTheClientItIsAboutWaits) {
     }));
 }
 
-TEST_F(CEventTest, WhoHearsWhat) {
+TEST_F(CEventTest, ClientsThatConnectWithoutAFunctionRaiseNoEvents) {
     CListener second;
     RTSPServer_SetEventCallBack(nullptr, nullptr);
     StartServer();
-    CTestClient unheard(m_port);
-    EXPECT_NE(unheard.Ask("OPTIONS", unheard.Url()), "");
+    CTestClient earlier(m_port);
+    EXPECT_NE(earlier.Ask("OPTIONS", earlier.Url()), "");
     RTSPServer_SetEventCallBack(CListener::Hear, &m_listener);
-    EXPECT_NE(unheard.Describe(), "");
+    EXPECT_NE(earlier.Describe(), "");
     CTestClient client(m_port);
     EXPECT_NE(client.Describe(), "");
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_DESCRIBED));
@@ -243,7 +243,7 @@ TEST_F(CEventTest, ClientsBeyondTheRegistryGetRepliesButNoMediaAndNoEvents) {
     const Bytes unit = MakeUnit({});
     Push(unit);
     EXPECT_EQ(clients[0].Socket().ReceiveExactly(unit.size()), FrameOf(unit, VIDEO_SSRC, 0));
-    RTSPServer_Stop();  // leaves refused clients alone
+    RTSPServer_Stop();  // does not end refused clients
     EXPECT_EQ(clients.back().Ask("HEARTBEAT", "*").substr(0, 15), "RTSP/1.0 200 OK") << "no frame";
     clients.clear();
     EXPECT_EQ(m_log.Count("OverSize"), 1);

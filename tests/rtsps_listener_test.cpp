@@ -78,7 +78,7 @@ TEST_F(CListenerTest, DebugModeFollowsAClient) {
     EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
 }
 
-// A host decides about priorities itself, with every privilege too.
+// Priorities are the host's decision, also in a process with all privileges.
 TEST_F(CListenerTest, ThreadsKeepTheOrdinaryPriority) {
     StartServer();
     CTestClient client(m_port);
@@ -92,7 +92,7 @@ TEST_F(CListenerTest, ThreadsKeepTheOrdinaryPriority) {
     EXPECT_EQ(threads, m_threadsBefore + 2);
 }
 
-// Hosts that lock their memory pay for the address space of every client.
+// Hosts that lock their memory need RAM for the whole address space of every client.
 TEST_F(CListenerTest, ThreadsAreNamedAndSmall) {
     mallopt(M_ARENA_MAX, 1);  // as the host guide advises: one heap for all threads
     StartServer();
@@ -100,7 +100,7 @@ TEST_F(CListenerTest, ThreadsAreNamedAndSmall) {
     clients.reserve(17);
     long before = 0;
     for (int i = 0; i < 17; ++i) {
-        before = i == 1 ? AddressSpaceKb() : before;  // the first one also pays for what all share
+        before = i == 1 ? AddressSpaceKb() : before;  // the first one also allocates shared memory
         clients.emplace_back(m_port);
         EXPECT_TRUE(clients.back().PlayInterleaved(false));
     }
@@ -126,7 +126,7 @@ TEST_F(CListenerTest, LackOfDescriptorsIsSurvived) {
     setrlimit(RLIMIT_NOFILE, &full);
     CRtspListener listener;
     EXPECT_EQ(listener.Open(m_port), -1);
-    // A failed accept sweeps the session that has ended, and its descriptor serves the client.
+    // The failed accept sweeps the ended session, and the client gets its descriptor.
     ASSERT_TRUE(next.Socket().Connect(m_port));
     EXPECT_NE(next.Ask("OPTIONS", "*"), "");
     EXPECT_EQ(CRtspSessionManager::Instance()->GetCurrSessionNums(), 1U);

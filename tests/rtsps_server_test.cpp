@@ -19,7 +19,7 @@ using CServerObjectTest = CLoggedServerTest;
 TEST_F(CServerObjectTest, InitIgnoresSigpipe) {
     signal(SIGPIPE, SIG_DFL);
     Init();
-    EXPECT_EQ(signal(SIGPIPE, SIG_IGN), SIG_IGN) << "a client that left must not end the host";
+    EXPECT_EQ(signal(SIGPIPE, SIG_IGN), SIG_IGN) << "a client that disconnects would end the host";
 }
 
 TEST_F(CServerObjectTest, FirstInitDecidesAndEachNeedsItsRelease) {
@@ -31,12 +31,12 @@ TEST_F(CServerObjectTest, FirstInitDecidesAndEachNeedsItsRelease) {
     EXPECT_EQ(Server()->GetPara(&second), 0);
     EXPECT_EQ(memcmp(&second, &m_para, sizeof(second)), 0);
     EXPECT_EQ(RTSPServer_Release(), 0);
-    EXPECT_EQ(RTSPServer_Start(), 0) << "one Init still stands";
+    EXPECT_EQ(RTSPServer_Start(), 0) << "one Init is not released yet";
     EXPECT_EQ(m_log.Text(), "") << "the first debug switch was off";
     EXPECT_EQ(RTSPServer_Start(), 0);
     EXPECT_EQ(RTSPServer_Stop() + RTSPServer_Stop() + RTSPServer_Release(), 0);
     EXPECT_EQ(RTSPServer_Start(), -1);
-    Init(true);  // the count is 0 again, so this one decides
+    Init(true);  // the count is 0 again, so this configuration counts
     EXPECT_EQ(RTSPServer_Start(), 0);
     EXPECT_TRUE(
         m_log.HasLines("W already started....|E Start failed,not init|"
@@ -74,7 +74,7 @@ TEST_F(CServerObjectTest, TheLow16BitsOfDataPortsCount) {
     StartServer();
     EXPECT_EQ(Server()->BorrowDataPort(), m_para.nMinPort - 65536);
     RTSPServer_Stop();
-    EXPECT_EQ(Server()->GivebackDataPort(m_para.nMinPort), 0) << "forgotten with the pool";
+    EXPECT_EQ(Server()->GivebackDataPort(m_para.nMinPort), 0) << "ignored without a pool";
     EXPECT_EQ(Server()->BorrowDataPort(), 0);
 }
 
@@ -89,7 +89,7 @@ TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {
         info.res[5] = record.mark;
         EXPECT_EQ(RTSPServer_SetStreamInfo(record.channel, record.stream, &info), 0);
     }
-    // Kept: a negative stream covers the channel.
+    // Kept: for a negative stream number all channels share one record.
     constexpr CRecord found[] = {{1, 0, 2},  {0, 1, 3}, {9, -1, 4}, {-7, -1, 4},
                                  {-1, 0, 5}, {1, 1, 0}, {0, 0, 0},  {-1, -2, 0}};
     for (const CRecord& record : found) {
@@ -127,7 +127,7 @@ TEST_F(CServerObjectTest, StopMayRunInTwoThreadsAtOnce) {
 TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
     EXPECT_EXIT(
         {
-            // Runs after the destructors of what is made from here on.
+            // Runs after the destructors of all static objects that are created from here on.
             atexit([] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); });
             StartServer();
             std::list<CTestClient> players;
@@ -141,7 +141,7 @@ TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
                 }
             }).detach();
             players.front().Socket().Receive();
-            exit(HasFailure() ? 1 : 0);  // as return from main: the destructors run
+            exit(HasFailure() ? 1 : 0);  // like a return from main, runs the destructors
         },
         testing::ExitedWithCode(0), "");
 }

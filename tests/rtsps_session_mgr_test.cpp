@@ -44,7 +44,7 @@ enum EStep {
     SWEEP
 };
 
-// What callers of the manager do with session 7.
+// The steps of callers of the manager, with session 7.
 struct CCaller {
     void Do(EStep step) {
         const std::map<EStep, std::function<void()>> calls = {
@@ -68,8 +68,8 @@ struct CCaller {
 TEST(SessionManager, TheLastReferenceDestroysASession) {
     const struct {
         const char* why;
-        std::vector<EStep> keep;  // leave it registered
-        EStep end;                // does not
+        std::vector<EStep> keep;  // the session stays registered
+        EStep end;                // destroys it
     } rows[] = {
         {"a sweep leaves a running session", {SWEEP}, DROP},
         {"closed by its id", {}, CLOSE},
@@ -115,7 +115,7 @@ class CFullRegistry : public ::testing::Test {
         }
     }
     void TearDown() override { Manager().Close(); }
-    // As a client that leaves: a sweep may destroy it.
+    // Ends it like a client that disconnects: a sweep may then destroy it.
     static void End(CRtspSession* session) { CRtspSessionProbe(*session).bQuit = true; }
 
     static constexpr uint32_t HIGHEST = 0x80000040U;
@@ -150,7 +150,7 @@ TEST_F(CFullRegistry, Refuses128MoreAndFreesThemWhenTheyHaveEnded) {
     EXPECT_FALSE(Manager().CanTakeSession());
     Manager().Close();
     for (CRtspSession* session : refused) {
-        EXPECT_TRUE(session->IsRunning()) << "Close leaves refused ones alone";
+        EXPECT_TRUE(session->IsRunning()) << "Close does not end refused ones";
         End(session);
     }
     Manager().DelExceptionSession();
@@ -219,7 +219,7 @@ TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing)
     EXPECT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
 }
 
-// A viewer that leaves and comes back must not wait for its own earlier ports.
+// A viewer that reconnects must not wait for the ports of its earlier session.
 TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
     m_para.nMaxPort = m_para.nMinPort;  // one pair
     StartServer();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One session on a socket pair: framing by its own thread, and what its fields decide, by
-// dispatching requests on the test's thread.
+// One session on a socket pair. Its own thread frames the received bytes. The tests of its fields
+// dispatch requests on the test's thread.
 #include "rtsps_session.h"
 
 #include <fcntl.h>
@@ -51,7 +51,7 @@ struct CSessionOnPair {
         TRtspServerStreamInfo info = MakeStreamInfo();
         CRtspServer::Instance()->SetStreamInfo(1, 0, &info);
     }
-    // Without a thread, led to a state.
+    // A session without a thread, in a given state.
     explicit CSessionOnPair(eRTSP_METHOD_INDEX state) : CSessionOnPair() {
         probe.sockfd = fd;
         probe.clientAddr = addr;
@@ -65,7 +65,7 @@ struct CSessionOnPair {
     }
     ~CSessionOnPair() { session.Close(); }
 
-    // Sends one piece and waits until the session's thread has taken it.
+    // Sends one piece and waits until the session's thread has received it.
     void SendPiece(const std::string& piece) {
         if (piece.empty()) {
             client.Reset();
@@ -96,7 +96,7 @@ struct CFramingRow {
     const char* why;
     std::vector<std::string> pieces;  // the last one may be LEAVES
     std::vector<int> answered;        // the sequence numbers of the replies
-    std::string error = {};           // the line at the end; empty: the session goes on
+    std::string error = {};           // the line at the end; empty: the session continues
 };
 const std::string LEAVES;
 
@@ -135,7 +135,7 @@ TEST(Session, FramingOfRequestsInPieces) {
         {"8192 bytes with an end", {sized(8192, end)}, {4}},
         {"8193 bytes with an end are dropped", {sized(8193, end), Beat(5)}, {5}},
         {"a reply is read and not answered", {"RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n", Beat(7)}, {7}},
-        {"nothing after a NUL is seen", {std::string("A\0\r\n\r\n", 6), Beat(1)}, {}},
+        {"bytes after a NUL are not read", {std::string("A\0\r\n\r\n", 6), Beat(1)}, {}},
         {"kept: the first of two requests is read twice", {Beat(1) + Beat(2), Beat(3)}, {1, 1}},
     };
     for (const CFramingRow& row : rows) {
@@ -185,7 +185,7 @@ TEST(Session, CloseMayRunTwiceAtOnceAndClosesTheSocket) {
     EXPECT_EQ(s.session.Open(s.fd, &s.addr), 0);
     s.client.Reset();
     EXPECT_TRUE(WaitUntil([&] { return !s.session.IsRunning(); }));
-    EXPECT_NE(fcntl(s.fd, F_GETFD), -1) << "the end of the thread is not that of the socket";
+    EXPECT_NE(fcntl(s.fd, F_GETFD), -1) << "the socket is open after the end of the thread";
     std::thread other([&] { EXPECT_EQ(s.session.Close(), 0); });
     EXPECT_EQ(s.session.Close(), 0);
     other.join();
@@ -211,8 +211,8 @@ TEST(Session, OpenNeedsTheClientsAddress) {
     EXPECT_TRUE(s.log.HasLines("E invalid input para"));
 }
 
-// A report of interleaved media and a request may share a segment: clients write both on one
-// connection. A session that misses one boundary answers nothing from there on.
+// Clients send reports of interleaved media and requests on one connection, so a segment may hold
+// both. A session that misses one boundary answers no further request.
 TEST(Session, ReportsAndRequestsShareSegments) {
     const std::string report = Frame(1, 48, 52);
     const std::string empty = Frame(1, 0, 4);
@@ -271,7 +271,7 @@ TEST(Session, IdleRuleIsOffUnlessSwitchedOn) {
 
 const std::string CREDENTIALS = "Authorization: Basic YTpi, x;y=z\r\n";
 
-// A request in a state; what it leads to.
+// A request in a state, and its result.
 struct CCheckRow {
     const char* why;
     std::string method;
@@ -280,7 +280,7 @@ struct CCheckRow {
     std::string replies;
     std::string lines = {};
     int result = 0;
-    int mode = 1;  // 1 Basic, 2 Digest
+    int mode = 1;  // of authentication: 1 Basic, 2 Digest
 };
 
 void ExpectCheck(const CCheckRow& row, bool checksId) {
@@ -311,9 +311,9 @@ TEST(Session, AuthenticationIsCheckedOnDemand) {
         {"SETUP ends the session", "SETUP", RTSP_DESCRIBE, "", basic, failed, -1},
         {"PLAY ends it", "PLAY", RTSP_SETUP, "", digest, failed, -1, 2},
         {"PAUSE ends it", "PAUSE", RTSP_PLAY, "", basic, failed, -1},
-        {"any credentials do", "PAUSE", RTSP_PLAY, CREDENTIALS, PAUSED},
-        {"HEARTBEAT is not guarded", "HEARTBEAT", RTSP_UNKNOWN, "", Status("200 OK")},
-        {"nor is TEARDOWN", "TEARDOWN", RTSP_PLAY, "", TORN_DOWN},
+        {"any credentials are accepted", "PAUSE", RTSP_PLAY, CREDENTIALS, PAUSED},
+        {"HEARTBEAT needs none", "HEARTBEAT", RTSP_UNKNOWN, "", Status("200 OK")},
+        {"TEARDOWN needs none", "TEARDOWN", RTSP_PLAY, "", TORN_DOWN},
     };
     for (const CCheckRow& row : rows) {
         ExpectCheck(row, false);
@@ -337,7 +337,7 @@ TEST(Session, SessionIdIsCheckedOnDemand) {
     const std::string line = "E BadSessionID!!!, FD[#]";
     const CCheckRow rows[] = {
         {"its own id", "PLAY", RTSP_SETUP, "Session: 3000000000;timeout=60\r\n", PLAYED},
-        // Kept: a 454 that went out counts as passed, and the handler carries on.
+        // Kept: after a 454 that was sent, the handler continues.
         {"another id", "PLAY", RTSP_SETUP, "Session: 300000000\r\n", bad + PLAYED, line},
         {"no value", "TEARDOWN", RTSP_SETUP, "Session:\r\n", bad + TORN_DOWN, line},
         {"no header", "PAUSE", RTSP_SETUP, "", bad + Status("455 Method Not Valid In This State"),
@@ -401,7 +401,7 @@ TEST(Session, RepliesThatDoNotFitAreNotSent) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.method + " " + std::to_string(row.cseqLength));
         CSessionOnPair s(RTSP_UNKNOWN);
-        std::string cseq;  // a reply repeats it; each parameter alone would be cut
+        std::string cseq;  // repeated in the reply; in parameters, because a long one is cut
         while (cseq.size() < row.cseqLength) {
             cseq += "a=" + std::string(97, 'b') + ";";
         }

@@ -64,7 +64,8 @@ TEST_F(CTransCtrlTest, WalkStopsAtTheUnitThatIsNotTaken) {
     m_connection = CSocketPair(16384);
     ASSERT_EQ(OpenInterleaved(), 0);
     const Bytes run = MakeRun({96, 1, 0, 60000, 1}, 5);
-    // The first in part, its rest and the second in the pending buffer, no room for the third.
+    // A part of the first unit is sent. Its rest and the second unit fill the pending buffer; the
+    // third does not fit.
     EXPECT_EQ(SendStream(run), 2 * 60016);
     EXPECT_EQ(SendStream(run), 0);
     EXPECT_EQ(m_log.Count(" rtp seq error, cur[1],except[4]"), 1);
@@ -78,7 +79,7 @@ TEST_F(CTransCtrlTest, OpenFailures) {
     EXPECT_EQ(Open(info), -1);
     EXPECT_EQ(Open(info, TRANS_STREAM_AUDIO), -1);
     EXPECT_TRUE(m_log.HasLines("E Open m_pVideoSession error!;|E Open m_pAudioSession error!;"));
-    EXPECT_EQ(SendMsg("the refusal"), 11);  // leaves all the same
+    EXPECT_EQ(SendMsg("the refusal"), 11);  // is still sent
     EXPECT_EQ(m_connection.ReadAll(), "the refusal");
     EXPECT_EQ(SendStream(MakeUnit({})), 0);
     EXPECT_EQ(SendStream(MakeUnit({}), static_cast<ETransStreamId>(3)), 0);

@@ -21,7 +21,7 @@ TEST(RtspUrl, SelectsChannelAndStream) {
         {"any case", "RTSP://192.168.1.10:8554/Chan2/Sub/streamid=0", 2, 1, "192.168.1.10"},
         {"kept: the port's first digit is skipped", "rtsp://192.168.1.10:554/chan2/sub", 2, 1,
          "192.168.1.10", 54},
-        {"and the rest wraps at 16 bits", "rtsp://192.168.1.10:165537/chan2/sub", 2, 1,
+        {"kept: the other digits wrap at 16 bits", "rtsp://192.168.1.10:165537/chan2/sub", 2, 1,
          "192.168.1.10", 1},
         {"IPv6", "rtsp://[fe80::1]:554/chan0/third", 0, 2, "fe80::1", 54, true},
         {"without a scheme the host comes first", "192.168.1.10/chan1/main", 1, 0, "192.168.1.10"},
@@ -49,7 +49,7 @@ TEST(RtspUrl, SelectsChannelAndStream) {
     }
 }
 
-TEST(RtspUrl, SaysWhyItRefuses) {
+TEST(RtspUrl, LogsWhyItRefuses) {
     const std::string tooLong = LONGEST + "a";
     const struct {
         const char* text;

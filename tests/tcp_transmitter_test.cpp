@@ -11,7 +11,7 @@
 
 namespace {
 
-// Bytes of which no two stretches are alike.
+// Bytes without a repeated sequence.
 std::string Packet(size_t size, char first) {
     std::string packet(size, first);
     for (size_t i = 0; i < size; ++i) {
@@ -82,7 +82,7 @@ struct CInterleaved {
     CRtpOverRtspTransmitter transmitter{RTPOVERRTSP_MODE};
 };
 
-// Packet by packet against a model of the pending buffer.
+// Compares each packet with a model of the pending buffer.
 TEST(InterleavedTransmitter, BuffersWhatTheSocketDoesNotTake) {
     CInterleaved live(0);
     std::string pending;
@@ -102,7 +102,7 @@ TEST(InterleavedTransmitter, BuffersWhatTheSocketDoesNotTake) {
         const size_t drained = std::min(sent, pending.size());
         drainedInPart += drained > 0 && drained < pending.size() ? 1 : 0;
         wire += pending.substr(0, drained) + packet.substr(0, sent - drained);
-        pending.resize(pending.size() - drained);  // kept: the front stays where it is
+        pending.resize(pending.size() - drained);  // kept: the end is cut instead of the front
         const bool taken =
             pending.empty() || packet.size() <= CPendingTransmitter::PENDING_SIZE - pending.size();
         dropped += taken ? 0 : 1;
@@ -113,7 +113,7 @@ TEST(InterleavedTransmitter, BuffersWhatTheSocketDoesNotTake) {
     }
     EXPECT_TRUE(live.connection.ReadAll() == wire);
     EXPECT_EQ(live.transmitter.get_status(), STAUTS_OK);
-    EXPECT_TRUE(dropped > 0 && drainedInPart > 0) << "the packets met every case";
+    EXPECT_TRUE(dropped > 0 && drainedInPart > 0) << "a case did not occur";
 }
 
 TEST(InterleavedTransmitter, RecordingsAreNotBuffered) {

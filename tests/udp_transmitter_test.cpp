@@ -22,7 +22,7 @@ class CUdpTransmitterTest : public ::testing::Test {
         m_info.clientAddr = MakeAddr("127.0.0.1", m_peer.Port());
         ASSERT_EQ(m_transmitter.open(&m_info), 0);
     }
-    // Sends a run of two units as one burst; the bytes taken.
+    // Sends a run of two units as one burst; returns the bytes taken.
     int SendBurst() {
         Bytes run = MakeRun({96, 1, 0, 100, 1}, 2);
         const CRtpBurst burst(run.data(), static_cast<int>(run.size()), CRtpBurst::DATAGRAMS,
@@ -79,7 +79,7 @@ TEST_F(CUdpTransmitterTest, DropsWhatIsNoDatagram) {
 
 TEST_F(CUdpTransmitterTest, AsksForALargeSendBuffer) {
     const CTestSocket model = CTestSocket::BindUdp();
-    int allowed = 0;  // the machine may allow less
+    int allowed = 0;  // the system may limit the size
     int actual = 0;
     CBB_SetBuffSize(model.Fd(), DATA_SEND_BUFFER_SIZE, 0);
     CBB_GetBuffSize(model.Fd(), &allowed, nullptr);
@@ -106,18 +106,18 @@ TEST_F(CUdpTransmitterTest, BurstsLeaveInOneCallWhereTheKernelSegments) {
     }
 }
 
-// Sent one by one, the second packet would meet the refusal of the first. So once a client has
-// refused, a single packet goes ahead of every burst.
+// Sent one by one, the second packet would fail with the refusal of the first. So after a refusal, a
+// single packet is sent before every burst.
 TEST_F(CUdpTransmitterTest, AfterARefusalASinglePacketGoesAheadOfEveryBurst) {
     if (!KernelSegments()) {
         GTEST_SKIP() << "this kernel does not segment UDP";
     }
     const uint16_t port = m_peer.Port();
     m_peer.Reset();
-    EXPECT_EQ(SendBurst(), UNIT) << "the first unit met no refusal yet";
+    EXPECT_EQ(SendBurst(), UNIT) << "the first unit is sent before the refusal";
     EXPECT_EQ(m_transmitter.burst_kind(), CRtpBurst::NONE);
     m_peer = BindUdpAt(port);
-    EXPECT_EQ(Send(m_transmitter, "$abclate"), 0) << "meets the refusal of the burst";
+    EXPECT_EQ(Send(m_transmitter, "$abclate"), 0) << "reports the refusal of the burst";
     EXPECT_EQ(m_transmitter.burst_kind(), CRtpBurst::NONE);
     EXPECT_EQ(Send(m_transmitter, "$abcalone"), 9);
     EXPECT_EQ(m_transmitter.burst_kind(), CRtpBurst::DATAGRAMS);

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Tests the GStreamer host with ffmpeg, rtspsrc and a client of its own.
+"""Tests the GStreamer host with ffmpeg, rtspsrc and its own client.
 Usage: gst_players.py frames|key_frame|rest|failure|restart [gst_host]
 
 The pictures carry a number: 16 blocks, black or white, are 8 bits and their complement."""
@@ -20,8 +20,8 @@ import time
 from playback import FFMPEG, Host, left
 
 RATE = 50             # pictures per second
-NUMBERS = 250         # that the pictures carry: 5 s
-RUN_FRAMES = 50       # that must arrive in a row
+NUMBERS = 250         # different numbers of pictures: 5 s
+RUN_FRAMES = 50       # frames that must arrive in a row
 SECONDS = 5           # of media that each player records
 SOUND_RATE = 8000
 BLOCK_WIDTH, BLOCK_HEIGHT = 40, 30
@@ -40,14 +40,14 @@ def bits(number):
 
 
 def draw_number(number):
-    """A raw picture, I420."""
+    """Returns a raw picture in I420."""
     rows = [b"".join(bytes([235 if bit else 16]) * BLOCK_WIDTH for bit in row) * BLOCK_HEIGHT
             for row in zip(*[iter(bits(number))] * 4)]
     return b"".join(rows) + bytes([128]) * (WIDTH * HEIGHT // 2)
 
 
 def read_number(picture):
-    """Of a gray picture; None when it is damaged."""
+    """Returns the number of a gray picture; None when it is damaged."""
     found = []
     for i in range(16):
         x, y = i % 4 * BLOCK_WIDTH + BLOCK_WIDTH // 2, i // 4 * BLOCK_HEIGHT + BLOCK_HEIGHT // 2
@@ -78,7 +78,7 @@ def check_numbers(numbers):
 
 
 def find_ticks(alaw):
-    """Places in the sound at which a tick begins after silence."""
+    """Returns the positions in the sound at which a tick begins after silence."""
     loud = [i for i, sample in enumerate(alaw) if sample != SILENCE[0]]
     return [i for last, i in zip([-SOUND_RATE, *loud], loud) if i - last > SOUND_RATE // 2]
 
@@ -138,7 +138,7 @@ class Rtspsrc:
              "latency=200", "name=s", *video.split(), *sound.split()])
 
     def wait(self):
-        """Until enough has come; how long that takes depends on the machine's load."""
+        """Waits for enough data. The time depends on the machine's load."""
         while left() > 10 and (not os.path.exists(self.sound)
                                or os.path.getsize(self.sound) < SECONDS * SOUND_RATE):
             time.sleep(0.05)
@@ -149,7 +149,7 @@ class Rtspsrc:
         with open(self.sound, "rb") as sound:
             ticks = find_ticks(sound.read())
         numbers = decode_numbers(self.video)
-        # It begins with what comes before the first key frame.
+        # The recording begins with packets before the first key frame.
         while numbers and numbers[0] is None:
             numbers.pop(0)
         return check_numbers(numbers) + check_ticks(ticks)
@@ -202,7 +202,7 @@ class Client:
             sys.exit(f"{method}: {status}")
 
     def packet(self):
-        """The next RTP packet; empty at the end of the connection."""
+        """Returns the next RTP packet; empty at the end of the connection."""
         head = self.stream.read(4)
         return self.stream.read(int.from_bytes(head[2:], "big")) if len(head) == 4 else b""
 
@@ -239,7 +239,7 @@ def check_key_frame(program, work):
 
 
 def cpu_share(process, seconds):
-    """Of one processor, as a fraction."""
+    """Returns the share of one processor, as a fraction."""
     def spent():
         with open(f"/proc/{process.pid}/stat", encoding="ascii") as stat:
             return sum(map(int, stat.read().rsplit(")", 1)[1].split()[11:13]))
@@ -249,7 +249,7 @@ def cpu_share(process, seconds):
 
 
 def check_rest(program, work):
-    """Resting, it costs little; a client wakes it, and the next one after a rest, too."""
+    """While no client plays, the host uses little CPU time. Each new client restarts the encoder."""
     faults = []
     host = Host(program, ["--rest", "--video", LIVE, "--audio", TONE], work)
     try:
@@ -270,7 +270,7 @@ def check_rest(program, work):
 
 
 def fails(program, pipeline, line, work):
-    """The host ends with 1, says why, and ends its client."""
+    """The host exits with 1, prints the reason, and ends its client."""
     host = Host(program, ["--video", pipeline], work)
     client = Client(host)
     while client.packet():
@@ -292,7 +292,7 @@ def check_failure(program, work):
 
 
 class Camera:
-    """Sends pictures to each client that connects, and stops after a while without closing."""
+    """Sends pictures to each client that connects. Stops after a while, with the connection open."""
 
     def __init__(self):
         self.listener = socket.create_server(("127.0.0.1", 0))
@@ -310,7 +310,7 @@ class Camera:
 
 
 def check_restart(program, work):
-    """A camera stops: the host says so and restarts it, for a client that notices only a gap."""
+    """A camera stops: the host reports it and restarts the pipeline. The client sees only a gap."""
     camera = Camera()
     host = Host(program, ["--video", f"tcpclientsrc host=127.0.0.1 port={camera.port} ! {NUMBERED}"],
                 work)

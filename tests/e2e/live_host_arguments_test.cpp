@@ -19,14 +19,14 @@ struct CParsed {
             argv.push_back(word.data());
         }
         argv.push_back(nullptr);
-        optind = 0;  // getopt begins again
+        optind = 0;  // getopt starts again
         ok = ParseArguments(static_cast<int>(words.size()), argv.data(), "/media", arguments);
     }
     bool ok = false;
     CArguments arguments;
 };
 
-TEST(LiveHostArguments, WithoutAnyItPlaysTheClip) {
+TEST(LiveHostArguments, WithoutOptionsItPlaysTheClip) {
     const CParsed parsed({});
     EXPECT_TRUE(parsed.ok);
     EXPECT_EQ(parsed.arguments.strVideo, "/media/clip.h264");
@@ -35,7 +35,7 @@ TEST(LiveHostArguments, WithoutAnyItPlaysTheClip) {
     EXPECT_TRUE(parsed.arguments.bLoop && parsed.arguments.bCue);
 }
 
-TEST(LiveHostArguments, EachIsTaken) {
+TEST(LiveHostArguments, ReadsEveryOption) {
     const CParsed parsed({"--port", "65535", "--channel", "0", "--video", "a.hevc", "--audio", "b",
                           "--fps", "30000/1001", "--no-loop", "--no-cue", "--seconds", "9",
                           "--data-ports", "1024-65533", "--log", "l", "--debug"});
@@ -58,10 +58,10 @@ TEST(LiveHostArguments, APipeEndsAndCannotJumpAhead) {
     const CParsed parsed({"--video", "-", "--codec", "h265"});
     EXPECT_TRUE(parsed.ok && parsed.arguments.emCodec == EVideoCodec::eH265);
     EXPECT_FALSE(parsed.arguments.bLoop || parsed.arguments.bCue);
-    EXPECT_EQ(parsed.arguments.strAudio, "") << "the clip's sound does not belong to it";
+    EXPECT_EQ(parsed.arguments.strAudio, "") << "the clip's sound does not match this video";
 }
 
-TEST(LiveHostArguments, WrongOnesAreOneLineOnStandardError) {
+TEST(LiveHostArguments, InvalidOnesPrintOneLineOnStandardError) {
     const std::vector<std::string> rows[] = {
         {"--port", "0"},
         {"--port", "65536"},

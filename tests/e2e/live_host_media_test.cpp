@@ -30,8 +30,8 @@ CBytes Nal(EVideoCodec codec, int type, size_t size) {
     return nal;
 }
 
-// Reads a push as the server does; the players check the headers of fragments (RFC 6184, 5.8; RFC
-// 7798, 4.4.3). `sizes`: of the payloads, negative with a marker.
+// Reads a push as the server does. The players check the headers of fragments (RFC 6184, 5.8; RFC
+// 7798, 4.4.3). `sizes` are those of the payloads, negative with a marker.
 CBytes Received(EVideoCodec codec, const CBytes& units, std::vector<int>& sizes) {
     const bool h264 = codec == EVideoCodec::eH264;
     CBytes joined;
@@ -64,7 +64,8 @@ TEST(LiveHostPacketizer, CutsAtTheRightSizesAndLosesNothing) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        // Types that RTP uses itself are left out; the marker is on the last one sent.
+        // NAL units whose type RTP uses for another purpose are left out. The last one that is sent
+        // has the marker.
         CBytes nal = Nal(row.codec, 1, row.size);
         CBytes units;
         CAccessUnit picture;
@@ -72,7 +73,7 @@ TEST(LiveHostPacketizer, CutsAtTheRightSizesAndLosesNothing) {
             picture.Append(row.codec, each.data(), each.size());
         CRtpPacketizer(96, 65535).AppendPicture(row.codec, picture, 0xFFFFFFF0, units);
         std::vector<int> sizes;
-        if (row.size > 1400)  // cut up, it has no header of its own
+        if (row.size > 1400)  // in fragments, the NAL unit's header is replaced
             nal.erase(nal.begin(), nal.begin() + static_cast<int>(NalHeaderSize(row.codec)));
         EXPECT_EQ(Received(row.codec, units, sizes), nal);
         EXPECT_EQ(row.payloads, sizes);
@@ -98,7 +99,7 @@ std::vector<size_t> NalSizes(const CAccessUnit& unit) {
 
 using EResult = CAnnexBReader::EResult;
 
-TEST(LiveHostReader, CutsAStreamIntoPicturesHoweverItArrives) {
+TEST(LiveHostReader, SplitsAStreamIntoPicturesForPiecesOfAnySize) {
     const CBytes stream = AnnexB({Nal(H264, 9, 2), Nal(H264, 7, 20), Nal(H264, 8, 5),
                                   Nal(H264, 5, 300), Nal(H264, 1, 40), Nal(H264, 1, 41)});
     for (const size_t step : {size_t{1}, size_t{7}, stream.size()}) {
@@ -114,7 +115,7 @@ TEST(LiveHostReader, CutsAStreamIntoPicturesHoweverItArrives) {
             reader.Append(&stream[at], std::min(step, stream.size() - at));
             take();
         }
-        EXPECT_EQ(pictures.size(), 2U) << "the last one may go on";
+        EXPECT_EQ(pictures.size(), 2U) << "the last one may be incomplete";
         reader.End();
         take();
         EXPECT_THAT(pictures,
@@ -123,7 +124,7 @@ TEST(LiveHostReader, CutsAStreamIntoPicturesHoweverItArrives) {
     }
 }
 
-TEST(LiveHostReader, RefusesWhatIsNoStreamAndWhatNeverEnds) {
+TEST(LiveHostReader, RefusesInputWithoutAStartCodeOrWithoutAnEnd) {
     CAccessUnit unit;
     CAnnexBReader text(H264);
     text.Append(reinterpret_cast<const uint8_t*>("no start code"), 13);

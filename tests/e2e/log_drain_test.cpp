@@ -16,7 +16,7 @@ using testing::HasSubstr;
 
 constexpr size_t LINE_SIZE = 100;
 
-// A pipe as the console: it takes what fits and no more until it is read.
+// A pipe as the console: once it is full, it takes no more bytes until it is read.
 struct CConsole {
     CConsole() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
     ~CConsole() {
@@ -25,7 +25,7 @@ struct CConsole {
     }
     std::string Path() const { return "/proc/self/fd/" + std::to_string(ends[1]); }
 
-    // Everything that comes before the drain is closed.
+    // Reads all text until the drain is closed.
     std::string ReadAll(CLogDrain& drain) {
         std::string text;
         std::thread reader([&] {
@@ -71,7 +71,7 @@ TEST_F(LogDrain, DropsAndCountsWholeLinesWhileTheConsoleTakesNothing) {
     CConsole console;
     CLogDrain drain;
     Open(drain, console.Path());
-    PrintNumbers(LINES);  // would not return if anything waited for the console
+    PrintNumbers(LINES);  // would not return if a write waited for the console
     const std::string text = console.ReadAll(drain);
     EXPECT_LT(text.size(), 4 * CLogDrain::CAPACITY);
     std::istringstream lines(text);
@@ -104,7 +104,7 @@ TEST_F(LogDrain, LosesNothingAtTheEndWhenTheConsoleIsRead) {
     EXPECT_THAT(text, testing::EndsWith("\ntail"));
 }
 
-TEST_F(LogDrain, GivesAStuckConsoleUpAndReportsWhatRemains) {
+TEST_F(LogDrain, GivesUpAStuckConsoleAndReportsTheRemainingLines) {
     CConsole console;
     CLogDrain drain;
     Open(drain, console.Path());
@@ -121,10 +121,10 @@ TEST_F(LogDrain, GivesAStuckConsoleUpAndReportsWhatRemains) {
     const auto lines = 600 - std::count(taken.begin(), taken.end(), '\n');
     EXPECT_EQ("The log ended with " + std::to_string(lines) + " lines unwritten\n",
               testing::internal::GetCapturedStderr());
-    EXPECT_EQ(1, write(m_out, "x", 1)) << "the descriptor leads where it led before";
+    EXPECT_EQ(1, write(m_out, "x", 1)) << "the descriptor has its earlier destination again";
 }
 
-TEST_F(LogDrain, SaysWhyItCannotOpen) {
+TEST_F(LogDrain, ReportsWhyItCannotOpen) {
     CLogDrain drain;
     std::string error;
     EXPECT_FALSE(drain.Open("/no/such/folder/log", error, m_out));

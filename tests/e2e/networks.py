@@ -109,7 +109,7 @@ class Lab:
         run("ip", "-n", namespace, "address", "add", f"{address}/24", "dev", device)
 
     def serve(self, fast=False):
-        """The project's clip and its sound, or 4 Mbit/s of video alone."""
+        """Serves the project's clip with its sound, or video of 4 Mbit/s without sound."""
         self.video = self.sources.fast if fast else self.sources.clip
         self.audio = None if fast else self.sources.sound
         arguments = ["--video", self.video] + (["--audio", self.audio] if self.audio else [])
@@ -205,7 +205,7 @@ def mtu_1000(lab):
 
 
 def link_down(lab):
-    """The interfaces of viewer 2, and of the host towards viewer 3, are down for a while."""
+    """The interface of viewer 2, and the host's interface to viewer 3, are down for a while."""
     cut = [("viewer2", "eth0"), ("server", "link3")]
     lab.serve(fast=True)
     healthy = lab.record(1, OUTAGE + 4)
@@ -251,7 +251,7 @@ def new_address(lab):
 
 
 def data_ports_dropped(lab):
-    """Firewalls drop the data ports: at viewer 2, and at the host towards viewer 3."""
+    """Firewalls drop packets to the data ports: at viewer 2, and at the host's link to viewer 3."""
     ports = "udp sport 20000-32767 counter drop"
     for namespace, hook, rule in (("viewer2", "input", ports),
                                   ("server", "output", "oifname link3 " + ports)):
@@ -269,13 +269,13 @@ def data_ports_dropped(lab):
     return faults + lab.ending(2, "udp", LEFT)
 
 
-# The number of links each needs.
+# The number of links that each case needs.
 CASES = {mtu_1500: 1, no_offload: 1, mtu_1000: 1, link_down: 3, slow_link: 2, new_address: 2,
          data_ports_dropped: 3}
 
 
 def run_case(case, program, sources, work):
-    """Prints the result; returns whether it was good."""
+    """Prints the result. Returns whether the case passed."""
     begin = time.monotonic()
     set_time_limit(CASE_TIME_LIMIT)
     lab = Lab(program, sources, work)

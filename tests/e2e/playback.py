@@ -111,7 +111,7 @@ class Host:
             pass
 
     def end(self, fed=False):
-        """Ctrl-C; or the pipe ends, and the host plays out what it has and ends by itself."""
+        """Sends SIGINT, or closes the pipe. The host then plays its remaining input and exits."""
         if fed:
             self.fed_enough = True
             self.feeding.join(left())
@@ -157,10 +157,10 @@ class Player:
 
 
 def compare_frames(received, source, least):
-    """Returns what is wrong with the frames, or None; `least` is how many must have arrived."""
+    """Returns the fault of the frames, or None. `least` is the number that must have arrived."""
     order = {checksum: number for number, checksum in enumerate(source)}
     numbers = [order.get(checksum) for checksum in received]
-    # A player that joins between two key frames may show its guesses until the next one.
+    # A player that joins between two key frames may show damaged pictures until the next one.
     while numbers and numbers[0] is None and len(received) - len(numbers) < GOP:
         numbers.pop(0)
     for place, number in enumerate(numbers):
@@ -179,15 +179,15 @@ def compare_sound(received, source, least):
     if len(received) < least:
         return f"{len(received)} bytes of sound instead of {least}"
     looped = source * (len(received) // len(source) + 2)
-    # For its first viewer the host jumps to a key picture; up to a picture's time of sound may
-    # leave before.
+    # For its first viewer the host jumps to a key picture. Sound of up to one picture's time may be
+    # sent before.
     if any(received[early:] in looped for early in (0, 160, 320)):
         return None
     return f"{len(received)} bytes of sound differ from the source"
 
 
 def check_recording(player, frames, least_frames, audio=None, least_sound=0):
-    """Waits for the player's end and returns what is wrong with its recording, as a list."""
+    """Waits for the player's end and returns the faults of its recording, as a list."""
     code, output = player.finish()
     if code != 0 or not os.path.exists(player.sums):
         return [f"{player.name}: ffmpeg ended with {code}:\n{output[-2000:]}"]
@@ -195,7 +195,7 @@ def check_recording(player, frames, least_frames, audio=None, least_sound=0):
     if audio:
         with open(player.sound, "rb") as received, open(audio, "rb") as source:
             found.append(compare_sound(received.read(), source.read(), least_sound))
-    # A report that is taken for media holds playing up even where nothing is lost.
+    # A player that treats a report as media delays the playback, even without packet loss.
     if "RTP: " in output:
         found.append("the player missed packets, or got some that do not belong")
     return [f"{player.name}: {fault}\n{output[-2000:]}" for fault in found if fault]

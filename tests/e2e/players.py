@@ -14,8 +14,8 @@ import threading
 
 from playback import FFMPEG, Host, Player, check_recording, clip_frames, left, log_file
 
-SECONDS = 7           # of media that each player records: a sender report comes in after 5
-RUN_FRAMES = 50       # that must arrive in a row, as they are and in their order
+SECONDS = 7           # of media that each player records; the first sender report comes after 5
+RUN_FRAMES = 50       # frames that must arrive in a row, unchanged and in order
 RUN_SAMPLES = 16000   # 2 s of sound
 SLOW_FRAMES = 10      # at 2 per second
 
@@ -34,7 +34,7 @@ def make_h265(work):
 
 
 def make_console(path, log):
-    """A console that takes no more once live_host has said what it serves."""
+    """A console that takes no more output after live_host has printed its URLs."""
     os.mkfifo(path)
     end = os.open(path, os.O_RDWR)
     fcntl.fcntl(end, fcntl.F_SETPIPE_SZ, 4096)
@@ -56,7 +56,7 @@ def check_slow_stream(host, frames, work):
                     options=["-allowed_media_types", "video"])
     faults = check_recording(player, frames, SLOW_FRAMES)
     rejected = host.output().count("send failed,nLen=")
-    # A push of sound for each picture, until ffmpeg has started and recorded.
+    # The host pushes sound with each picture, until ffmpeg has started and recorded.
     if not SLOW_FRAMES <= rejected <= 2 * (SECONDS + 8):
         faults.append(f"{rejected} pushes of sound were rejected")
     return faults

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// A run of units that leaves in few system calls compared with the same run sent unit by unit: no
-// client, no host and no log line may tell the two apart. A time-out other than 0 switches bursts
-// off; over modelled sockets, which never wait, it changes nothing else.
+// Compares a run of units that is sent in few system calls with the same run sent unit by unit: for
+// clients, host and log the two must be the same. A time-out other than 0 switches bursts off. The
+// modelled sockets never wait, so it has no other effect there.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/syscall.h>
@@ -108,7 +108,7 @@ const CShape SHAPES[] = {
     {"huge_and_small", 4, Rising({64990, 12, 12, 12})},
 };
 
-// What a path says that takes no more, and to whom.
+// The result of a path that takes no more data, and the calls that get it.
 enum EScope { LASTS, TOLD_ONCE, BURSTS_ONLY, PEER_GONE };
 struct CWall {
     short events;
@@ -122,7 +122,8 @@ const CWall STREAM_WALLS[] = {{0, 0},
                               {POLLWRNORM | POLLERR, EPIPE},
                               {POLLWRNORM | POLLERR | POLLHUP, ECONNRESET}};
 
-// EINVAL and EIO: nothing on this path segments. The last one is the kernel's own.
+// EINVAL and EIO: the path does not support segmentation. For the last row, the kernel reports the
+// error itself.
 const CWall DATAGRAM_WALLS[] = {{0, 0},
                                 {POLLWRNORM, EAGAIN},
                                 {POLLWRNORM, ENOBUFS},
@@ -135,14 +136,14 @@ const CWall DATAGRAM_WALLS[] = {{0, 0},
                                 {0, EIO, BURSTS_ONLY},
                                 {0, 0, PEER_GONE}};
 
-// The client under test, when it is interleaved, and next to each one an interleaved client that
-// takes everything: what it gets of the buffers that the first one's transport has written into
-// counts as well.
+// The descriptors of the client under test, when it is interleaved, and of a second client, which is
+// interleaved and takes all data. The second one receives the same buffers after the transport of
+// the first has written into them, and its data is compared too.
 constexpr int SUBJECT = 100000;
 constexpr int NEXT = 100001;
 
-// A path that takes so many more bytes, or datagrams, in each push. A wait lasts a millisecond;
-// sending sets the clock back, so that the time of a report does not tell how often was waited.
+// A path that takes a given number of bytes or datagrams in each push. A wait lasts a millisecond.
+// Sending sets the clock back, so that the times in reports do not depend on the number of waits.
 class CNetwork final : public CSocketModel {
   public:
     CNetwork(const CWall& wall, const std::vector<int64_t>& rooms) : m_wall(wall), m_rooms(rooms) {}
@@ -212,8 +213,9 @@ class CNetwork final : public CSocketModel {
 
 class CBurstTest : public ::testing::TestWithParam<CShape> {
   protected:
-    // Five pushes in bursts and without; where the wall was met in the second one. The kernel tells
-    // a fault between two calls: datagrams without bursts meet it there too.
+    // Makes five pushes with bursts and five without. Returns where the second push reached the
+    // wall. The kernel reports a fault between two calls, so without bursts the datagrams fail at
+    // the same place.
     int64_t Compare(ETRANS_MODE mode, const CWall& wall, std::vector<int64_t> rooms, int64_t step) {
         const auto peerPort = static_cast<uint16_t>(m_port + 2);
         int64_t metAt = ALL;
@@ -277,8 +279,8 @@ TEST_P(CBurstTest, InterleavedMeetsAFullOrBrokenConnectionAtEveryByte) {
     const int64_t step = !IsPlainBuild() ? run / 3 : run > 250 ? run / 23 : 1;
     for (const CWall& wall : STREAM_WALLS) {
         for (int64_t cut = 0; cut < run && !HasFailure(); cut += step) {
-            // What opens up again for the third push: nothing, too little for what waits, enough
-            // for it and for a part of the push, all.
+            // The room for the third push: none, less than the waiting bytes, enough for them and a
+            // part of the push, or unlimited.
             for (const int64_t room : {int64_t{0}, int64_t{7}, run + run / 3, ALL}) {
                 SCOPED_TRACE(testing::Message() << wall.events << " at " << cut << ", " << room);
                 Compare(RTPOVERRTSP_MODE, wall, {ALL, cut, room, 13, ALL}, 2);

@@ -5,7 +5,7 @@
 #include "fuzz_support.h"
 #include "rtsps_session.h"
 
-// The rules once more: the result, and the length of what was found.
+// A second implementation of the rules: the result, and the length of the message or frame.
 static std::pair<int, size_t> Expected(const std::string& held, size_t nBufSize) {
     const auto* p = reinterpret_cast<const uint8_t*>(held.data());
     if (held.size() >= 4 && p[0] == '$' && p[1] <= 7) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Each header form with rules of its own, and what reads it. The first byte selects the form.
+// The header forms with special rules, and the functions that read them. The first byte selects the
+// form.
 #include <memory>
 
 #include "fuzz_support.h"
@@ -9,7 +10,7 @@
 #include "rtsp_nptime.h"
 #include "rtsps_mpte.h"
 
-// A time that is not negative is written so that it is read as the same second.
+// A time that is not negative is read back as the same second after it was written.
 template <class Time>
 static void CheckTime(const std::string& text) {
     Time time(text.data(), static_cast<int>(text.size()));

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// The walk over the host's media units, for all four transports, and what is received of it.
+// Pushes the host's media units over all four transports, and compares the received data.
 //
-// Input: transport (4 and above: no client reads), filler in 256 bytes, where the second push
-// begins in 16 bytes; then the units. The filler after them makes units larger than an input.
+// Input: the transport (4 and above: no client reads), the size of the filler in units of 256 bytes,
+// the start of the second push in units of 16 bytes; then the media units. The filler after them
+// allows units that are larger than an input.
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/socket.h>
@@ -16,7 +17,7 @@ namespace {
 constexpr uint32_t SSRC = 0x11223344;
 constexpr uint8_t CHANNEL = 6;
 constexpr size_t LARGEST_DATAGRAM = 65507;
-constexpr size_t COMPARED_UNITS = 64;  // a socket holds these for certain
+constexpr size_t COMPARED_UNITS = 64;  // these always fit a socket buffer
 
 CBB_ADDR_T MakeAddr(const char* szAddr) {
     CBB_ADDR_T addr{};
@@ -38,14 +39,14 @@ class CReceiver {
                                             : open_datagrams());
     }
     ~CReceiver() {
-        close(m_fd);  // first, and with a reset, so that no closed connection lingers
+        close(m_fd);  // closed first, with a reset, so that no connection stays in TIME_WAIT
         m_ctrl.Close();
         close(m_info.sockFd);
     }
     CReceiver(const CReceiver&) = delete;
     CReceiver& operator=(const CReceiver&) = delete;
 
-    // Pushes units and compares all that can be seen of it. Whether everything was received.
+    // Pushes units and compares all visible effects. Returns whether all units were received.
     bool Push(const std::string& text) {
         Bytes units(text.begin(), text.end());
         Bytes after = units;
@@ -93,12 +94,12 @@ class CReceiver {
         CBB_ADDR_T addr{};
         return open_ctrl() && CBB_GetAddrBySockFd(listener, &addr, nullptr) == 0 &&
                (m_bNobody || (CBB_ConnectWithTimeOut(m_fd, &addr, 5000) == 0 &&
-                              // Closing the listening socket is the accept thread's last act.
+                              // The accept thread closes the listening socket as its last step.
                               WaitBriefly([listener] { return fcntl(listener, F_GETFD) == -1; })));
     }
 
-    // The rules once more: marks the units as the host finds them afterwards, gathers what leaves,
-    // and returns how much is taken.
+    // A second implementation of the rules: changes the units as the library does, collects the
+    // packets that are sent, and returns the number of bytes taken.
     int walk(Bytes* pUnits, std::vector<Bytes>* pSent) const {
         size_t nTaken = 0;
         while (pUnits->size() - nTaken >= 4) {
@@ -123,7 +124,7 @@ class CReceiver {
     void stamp(uint8_t* pUnit, size_t nUnit) const {
         const bool bInterleaved = m_mode == RTPOVERRTSP_MODE;
         if (bInterleaved && strncasecmp(reinterpret_cast<char*>(pUnit), "RTSP", 4) == 0) {
-            return;  // passes for a reply
+            return;  // is treated as a reply
         }
         if (nUnit >= 4 + RTP_HEADER_SIZE) {
             WriteBe32(pUnit + 4 + RTP_OFFSET_SSRC, SSRC);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The memory pool against the simplest model, a queue: what goes in comes out, whole and in order.
-// Runs with calls after which the pool keeps no order must stay within its memory all the same.
+// Compares the memory pool with a queue: records come out whole and in order. After calls that break
+// the order, the pool must still stay within its memory.
 #include <deque>
 
 #include "fuzz_support.h"
@@ -28,7 +28,7 @@ void Fuzz(CFuzzInput input) {
             n = static_cast<uint32_t>(record.size());
             bTaken = n > 0 && pool.UpdateWriteIdx(n);
         } else if (nStep == 3 && !bOrdered) {
-            // Kept: a record after one that ends with the ring is lost. And misuse.
+            // Kept: a record after one that ends with the ring is lost. Also misuse of the pool.
             pool.InputData(p, n);
             FUZZ_CHECK(n % 4 != 1 || pool.UpdateWriteIdx(n % 8 == 1 ? n : ~n));
             FUZZ_CHECK(n % 4 != 2 || pool.UpdateReadIdx(n % 8 == 2 ? n : ~n));

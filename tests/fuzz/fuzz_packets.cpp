@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The RTP and the RTCP parser: whatever they hand out lies within the packet.
+// The RTP and the RTCP parser: all data that they return lies within the packet.
 #include "fuzz_support.h"
 #include "rtcp_packet.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The message parser, and how a message that came from it is written.
+// The message parser, and the writing of parsed messages.
 #include <memory>
 
 #include "fuzz_support.h"
@@ -33,8 +33,8 @@ void Fuzz(CFuzzInput input) {
     FUZZ_CHECK(msg->ContentLen() >= 0 && msg->ContentLen() <= CRtspMsg::CONTENT_SIZE);
     const std::string written = WrittenBy(*msg);
     CheckBytes(*msg, written);
-    // What was written is read as the same request; and the parser keeps nothing of it, so that
-    // the same bytes are the same message.
+    // The written text is parsed as the same request. The parser keeps no state, so the same bytes
+    // give the same message.
     const auto readBack = Parse(written.data(), written.size());
     const auto same = Parse(bytes.data(), bytes.size());
     FUZZ_CHECK(same != nullptr && WrittenBy(*same) == written);

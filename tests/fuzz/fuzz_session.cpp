@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// A byte stream, in arbitrary pieces, to a whole session over a pair of sockets: whatever it
-// answers is well formed, it ends when the client leaves, and it leaves nothing open.
+// Sends a byte stream, in arbitrary pieces, to a session on a pair of sockets. Every reply must be
+// well formed. The session must end when the client disconnects, and leave nothing open.
 //
-// Input: what the client sends, with three marks. 0xFF ends a piece, which the session receives by
-// itself; so does 0xFE, and then the host pushes media; 0xFD sends the next byte as it is.
+// Input: the bytes that the client sends, with three marks. 0xFF ends a piece, which the session
+// receives separately. 0xFE does the same, and then the host pushes media. 0xFD sends the next byte
+// as it is.
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -29,7 +30,7 @@ constexpr std::string_view NAMES =
 const int g_nFirstPort = 20000 + getpid() % 10000 * 2;
 const int g_nLastPort = g_nFirstPort + 2 * 23;
 
-// The host's one packet of each kind: the payload type over and over.
+// A packet of the host: all bytes are the payload type.
 Bytes MakeUnit(uint8_t byType) {
     Bytes unit(UNIT_SIZE, byType);
     WriteBe16(&unit[2], UNIT_SIZE - 4);
@@ -48,7 +49,8 @@ bool StartServer() {
            RTSPServer_SetStreamInfo(1, 1, &info) == 0 && RTSPServer_Start() == 0;
 }
 
-// Every pair must be back. What failed requests gave back of the client's numbers is dropped.
+// Every pair must be back. Failed requests also give back the client's port numbers, which are
+// ignored here.
 void CollectPorts() {
     std::set<int> free;
     for (int n = -1; n != 0; n = CRtspServer::Instance()->BorrowDataPort()) {
@@ -60,7 +62,7 @@ void CollectPorts() {
     }
 }
 
-// The length of the reply that `bytes` begin with.
+// Checks the reply at the beginning of `bytes` and returns its length.
 size_t CheckReply(std::string_view bytes) {
     const size_t nHead = bytes.find("\r\n\r\n");
     FUZZ_CHECK(nHead < LARGEST_REPLY);
@@ -84,7 +86,7 @@ size_t CheckReply(std::string_view bytes) {
     return nReply;
 }
 
-// The same for a frame, which carries one of the host's packets with the SSRC of the stream.
+// The same for a frame, which carries a packet of the host with the SSRC of the stream.
 size_t CheckFrame(std::string_view bytes) {
     FUZZ_CHECK(bytes.size() >= UNIT_SIZE);
     const Bytes unit = MakeUnit(bytes[4] == TYPES[0] ? TYPES[0] : TYPES[1]);
@@ -93,7 +95,7 @@ size_t CheckFrame(std::string_view bytes) {
     return UNIT_SIZE;
 }
 
-// Lets the session hear the input; what it answers, and in `pPieces` how many pieces it received.
+// Sends the input to a session. Returns its replies, and in `pPieces` the number of pieces.
 std::string Talk(CFuzzInput input, size_t* pPieces) {
     int fds[2] = {-1, -1};
     FUZZ_CHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0);
@@ -101,7 +103,7 @@ std::string Talk(CFuzzInput input, size_t* pPieces) {
     CBB_MakeAddrByString(AF_INET, "127.0.0.1", 0, &addr);
     CRtspSession session(SESSION_ID);
     FUZZ_CHECK(session.Open(fds[0], &addr) == 0);
-    // A pair of sockets has none to lend data ports on. It is not read before a SETUP.
+    // A pair of sockets has no address for data ports. The address is not read before a SETUP.
     CRtspSessionProbe::ServerAddr(session) = addr;
     std::string answers, piece;
     const auto Receive = [&] {

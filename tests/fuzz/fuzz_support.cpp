@@ -12,8 +12,8 @@
 static const int g_nReportFd = [] {
     signal(SIGPIPE, SIG_IGN);
     setenv("TZ", "UTC", 1);
-    CDebugInfo::Instance()->SetDebugSwitch(true);  // log lines are part of what is tried
-    // libFuzzer silences what the library prints; this stays.
+    CDebugInfo::Instance()->SetDebugSwitch(true);  // log lines are tested too
+    // libFuzzer closes standard error for the library's output; this copy stays open.
     return fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
 }();
 
@@ -28,7 +28,7 @@ int CountDescriptors() {
 }
 
 #ifdef FUZZ_REPLAY
-// Over the stored inputs of a folder.
+// Replays the stored inputs of a folder.
 int main(int argc, char** argv) {
     if (argc != 2 || freopen("/dev/null", "w", stdout) == nullptr) {
         return 2;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the fuzz targets share. Each is one function over arbitrary bytes, which runs under
-// libFuzzer or, in ordinary builds, over stored files.
+// Shared by the fuzz targets. A target is one function with arbitrary bytes as its input. It runs
+// under libFuzzer or, in ordinary builds, with stored files.
 #ifndef FUZZ_SUPPORT_H
 #define FUZZ_SUPPORT_H
 
@@ -16,7 +16,7 @@
 
 using Bytes = std::vector<uint8_t>;
 
-// An input. Choices and text are taken off its front; a spent one yields zeros and empty texts.
+// An input. Choices and text are taken from its front. An empty input yields zeros and empty texts.
 class CFuzzInput {
   public:
     explicit CFuzzInput(std::string bytes) : m_bytes(std::move(bytes)) {}
@@ -27,7 +27,7 @@ class CFuzzInput {
         m_nTaken += text.size();
         return text;
     }
-    // In memory of exactly its size, so that a sanitizer sees an access beyond it.
+    // In memory of exactly its size, so that a sanitizer finds an access beyond it.
     Bytes All() const { return {m_bytes.begin(), m_bytes.end()}; }
 
   private:
@@ -35,7 +35,7 @@ class CFuzzInput {
     size_t m_nTaken = 0;
 };
 
-// The target. Where a check of it does not hold the process ends, and the input counts as a crash.
+// The target. When one of its checks fails, the process ends, and the input counts as a crash.
 void Fuzz(CFuzzInput input);
 [[noreturn]] void FuzzFail(const char* szFile, int nLine, const char* szWhat);
 #define FUZZ_CHECK(condition) \
@@ -50,7 +50,7 @@ std::string WrittenBy(const T& object) {
     return s_szText;
 }
 
-// Waits ten seconds or a little longer, in most cases for microseconds; whether the condition held.
+// Waits for a condition, for about ten seconds at most. Returns whether it held.
 template <class TCondition>
 bool WaitBriefly(TCondition condition) {
     for (int i = 0; i < 100000 && !condition(); ++i) {

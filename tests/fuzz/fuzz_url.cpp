@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A URL that is taken is the text in lower case, and selects what its path says. Addresses in text
-// are compared with the system's own conversion, in both directions, where the two agree.
+// An accepted URL is the text in lower case, and selects the stream of its path. The conversions of
+// addresses are compared with those of the system, except for the known differences.
 #include <arpa/inet.h>
 #include <strings.h>
 
@@ -8,7 +8,7 @@
 #include "fuzz_support.h"
 #include "rtsps_url.h"
 
-// In memory of exactly the stated size.
+// Prints into memory of exactly the given size.
 static void CheckPrinted(const uint8_t* pAddr) {
     char szExpected[INET6_ADDRSTRLEN] = {};
     inet_ntop(AF_INET6, pAddr, szExpected, sizeof(szExpected));

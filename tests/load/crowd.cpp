@@ -14,7 +14,7 @@ namespace {
 constexpr uint32_t VIDEO_SSRC = 0x11223344;  // of MakeStreamInfo
 constexpr size_t PREFIX = 4;
 
-// Unlike CTestSocket's own, it may fail: the server is stopped now and then.
+// Unlike CTestSocket::ConnectTcp, it may fail, because the server is sometimes stopped.
 CTestSocket Connected(uint16_t port, int nRecvBuffer = 0) {
     CTestSocket result(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (nRecvBuffer > 0) {
@@ -52,7 +52,7 @@ bool CPlayer::Play() {
     }
     m_sessionId = static_cast<uint32_t>(strtoul(reply.c_str() + id + 9, nullptr, 10));
     m_serverPort = static_cast<uint16_t>(TransportNumber(reply, "server_port"));
-    if (m_transport == UDP && !m_data.Connect(m_serverPort)) {  // what others send is not for us
+    if (m_transport == UDP && !m_data.Connect(m_serverPort)) {  // ignores datagrams of others
         return false;
     }
     if (m_transport == TCP) {
@@ -62,7 +62,7 @@ bool CPlayer::Play() {
 }
 
 bool CPlayer::IsPlaying() const {
-    // The server listens for one data connection and then no more: it has taken ours.
+    // The server accepts one data connection. When it refuses another one, it has accepted ours.
     return m_playing &&
            (m_transport != TCP || WaitUntil([&] { return Connected(m_serverPort).Fd() == -1; }));
 }
@@ -134,7 +134,7 @@ CTroublemakers::~CTroublemakers() {
     m_thread.join();
 }
 
-// Ten rounds a second. A client that does not read gets two seconds to be stalled.
+// Ten rounds per second. A client that does not read stays for two seconds.
 void CTroublemakers::Run() {
     constexpr size_t ROUNDS = 10;
     auto next = std::chrono::steady_clock::now();

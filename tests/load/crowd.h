@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Many clients at once: players that check every packet, and clients that mean harm.
+// Many clients at the same time: players that check every packet, and clients that do harm.
 #ifndef CROWD_H
 #define CROWD_H
 
@@ -20,13 +20,13 @@ class CPlayer {
     // Connects and sends every request up to PLAY.
     CPlayer(uint16_t port, int transport, int nRecvBuffer = 0);
 
-    // Waits until the server has everything that it needs to serve this player.
+    // Waits until the server can send media to this player. Returns whether it can.
     bool IsPlaying() const;
-    // Whether the server has it in its registry; one that found no room there gets no media.
+    // Whether the server has registered it; a client that was refused gets no media.
     bool IsRegistered() const;
-    // Waits for the units of one push; whether all came, in order and unharmed.
+    // Waits for the units of one push. Returns whether all arrived, in order and unchanged.
     bool Takes(const std::vector<Bytes>& units);
-    // TEARDOWN; whether it was answered.
+    // Sends TEARDOWN. Returns whether it was answered.
     bool Leaves();
     CTestSocket& Socket() { return m_client.Socket(); }
 
@@ -41,13 +41,13 @@ class CPlayer {
     bool m_playing = false;
 };
 
-// The units of a push, numbered on from those of the one before.
+// The units of a push. Their sequence numbers continue those of the push before.
 class CMediaSource {
   public:
     CMediaSource(size_t units, size_t payload) : m_units(units), m_payload(payload) {}
     void Next();
     const std::vector<Bytes>& Units() const { return m_current; }
-    // Pushes them to the server; the microseconds that it took.
+    // Pushes them to the server. Returns the microseconds that the push took.
     int64_t Push() const;
 
   private:
@@ -57,7 +57,7 @@ class CMediaSource {
     std::vector<Bytes> m_current;
 };
 
-// Bad clients on a thread of their own. Each is replaced by its like every second or two.
+// Bad clients on a separate thread. Each is replaced by a new one every second or two.
 class CTroublemakers {
   public:
     enum EKind {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Clients come, play, leave, break off and send noise while the host pushes, starts and stops.
-// soak [MINUTES]; loopback only.
+// Clients connect, play, leave, disconnect and send invalid data while the host pushes, starts and
+// stops. Usage: soak [MINUTES]. Uses the loopback interface only.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -31,7 +31,7 @@ constexpr int TROUBLEMAKER_GROUPS = 3;
 constexpr int PORT_PAIRS = 300;
 constexpr int VISITORS = RTSPS_MAX_SESSIONS + 20;
 constexpr milliseconds PUSH_INTERVAL{40};
-constexpr seconds BUSY{4};  // twice a cycle
+constexpr seconds BUSY{4};  // twice per cycle
 constexpr seconds FIGURES_INTERVAL{10};
 constexpr int64_t STOP_LIMIT_MS = 300;
 constexpr double RESIDENT_GROWTH_LIMIT = 1.01;
@@ -64,7 +64,7 @@ long ResidentKb() {
 class CSoak {
   public:
     CSoak(FILE* out, seconds time) : m_out(out), m_end(m_start + time) {}
-    // Returns whether all went well.
+    // Returns whether all checks passed.
     bool Run();
 
   private:
@@ -88,7 +88,7 @@ class CSoak {
     Clock::time_point m_nextFigures = m_start + FIGURES_INTERVAL;
     uint16_t m_port = FreeTcpPort();
     int m_firstDataPort = FreeDataPortRange(PORT_PAIRS + 10);
-    // After the range that the pool was given, and apart from other processes'.
+    // Above the range of the pool, and not used by other processes.
     const uint16_t m_foreignPort = static_cast<uint16_t>(m_firstDataPort + 2 * (PORT_PAIRS + 1));
     int m_descriptors = 0;
     int m_threads = 0;
@@ -174,7 +174,7 @@ void CSoak::ReplaceOnePlayer() {
         ++m_playersServed;
         m_players.push_back(std::move(player));
     } else {
-        ++m_playersRefused;  // no room, no free data port, or one that is in use twice
+        ++m_playersRefused;  // registry full, no free data port, or a port that is in use twice
     }
 }
 
@@ -195,7 +195,7 @@ void CSoak::Stop() {
     Require(!IsPlainBuild() || ms <= STOP_LIMIT_MS, "milliseconds of a stop", ms);
 }
 
-// Some of the last ones are refused by the full registry: they get replies, but no media.
+// The full registry refuses the last ones: they get replies, but no media.
 void CSoak::ConnectBeyondTheRegistry() {
     for (int i = 0; i < VISITORS && GoesOn(); ++i) {
         m_visitors.emplace_back(m_port);
@@ -227,8 +227,8 @@ void CSoak::StopAmidEverything() {
     Require(CountDescriptors() == m_descriptors, "descriptors after a stop", CountDescriptors());
 }
 
-// Clients set up until the pool is empty, and leave without TEARDOWN. The next player's SETUP finds
-// their ports.
+// Clients set up streams until the pool is empty, and disconnect without TEARDOWN. The next player's
+// SETUP gets their ports.
 void CSoak::ExhaustDataPorts() {
     bool refused = false;
     for (int i = 0; i < VISITORS && !refused && GoesOn(); ++i) {
@@ -247,7 +247,7 @@ void CSoak::ExhaustDataPorts() {
     Require(plays || !GoesOn(), "no data port after those who held them had left", FreePorts());
 }
 
-// All leave. The sweep that comes after five idle seconds finds what is left of them.
+// All clients disconnect. The sweep after five idle seconds removes their sessions.
 void CSoak::StopWhenQuiet() {
     m_players.clear();
     m_bad.clear();
@@ -278,7 +278,7 @@ void CSoak::PrintFigures() {
     fflush(m_out);
 }
 
-// The first cycle is warm-up.
+// Does not count the first cycle, which is the warm-up.
 void CSoak::JudgeMemory() {
     const auto third = static_cast<ptrdiff_t>((m_residentKb.size() + 1) / 3);
     if (m_residentKb.size() < 3) {
@@ -301,11 +301,11 @@ int main(int argc, char** argv) {
     for (const int signal : {SIGINT, SIGTERM}) {
         std::signal(signal, [](int) { g_interrupted = true; });
     }
-    // One heap that gives back at once what is freed: resident is what is in use.
+    // One heap that returns freed memory at once: the resident memory is the memory in use.
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 65536);
-    // The figures go to standard output, the library's lines nowhere, a sanitizer's to the end of
-    // standard error.
+    // The figures go to standard output, and the library's lines are discarded. Standard error stays
+    // open for a sanitizer.
     FILE* out = fdopen(dup(STDOUT_FILENO), "w");
     if (out == nullptr || freopen("/dev/null", "w", stdout) == nullptr ||
         (IsPlainBuild() && freopen("/dev/null", "w", stderr) == nullptr)) {

@@ -15,7 +15,7 @@ from harness import BITS, FPS, Browser, Fault, Host, Relay, check, make_clip, wa
 
 START = 5      # seconds from opening the page to a moving picture, and from a restart of the server
 PATIENCE = 20  # seconds for the same on a machine that is busy with something else
-ATTEMPTS = 3   # of which one has to be in time
+ATTEMPTS = 3   # one of them has to be in time
 PLAYING = 20   # seconds
 CLIP = 60
 
@@ -31,7 +31,7 @@ def wait_for_picture(browser):
 
 
 def check_in_time(action, prepare=lambda: None):
-    """Returns what the first attempt in time returns."""
+    """Returns the result of the first attempt that is in time."""
     seconds = []
     for _ in range(ATTEMPTS):
         prepare()
@@ -44,7 +44,7 @@ def check_in_time(action, prepare=lambda: None):
 
 
 def check_plays_on(browser, page):
-    """Time and counter go on together, at the clip's pace."""
+    """Time and counter advance together, at the clip's rate."""
     begin = previous = page
     while page["clock"] - begin["clock"] < PLAYING:
         time.sleep(1)
@@ -58,7 +58,7 @@ def check_plays_on(browser, page):
 
 
 def check_survives_restart(browser, host):
-    """The server is away for so long that the picture stands, and comes back without a reload."""
+    """While the server is away, the picture stops. It continues afterwards without a reload."""
     browser.run("window.kept = true")
 
     def end_server():
@@ -114,7 +114,7 @@ def test(player, host, relay, work):
         if player == "native" and with_hls_js:
             print("Skipped: the browser's own player failed, and the page went on with hls.js")
             sys.exit(77)
-        check(with_hls_js == (player == "hls.js"), "another player than was asked for")
+        check(with_hls_js == (player == "hls.js"), "the page uses the wrong player")
         check_plays_on(browser, page)
         check_layout(browser)
         check_keys(browser)

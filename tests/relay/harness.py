@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the relay's tests share: a clip whose pictures count, the example host, the relay, a browser."""
+"""Shared by the relay tests: a clip with numbered pictures, the example host, the relay, a browser."""
 
 import contextlib
 import json
@@ -21,7 +21,7 @@ BITS, BLOCK = 12, 24  # each picture carries its number in black and white block
 
 
 class Fault(Exception):
-    """What the relay did wrong."""
+    """A fault of the relay."""
 
 
 def check(good, fault):
@@ -30,7 +30,7 @@ def check(good, fault):
 
 
 def wait_until(condition, seconds, what):
-    """Returns what the condition returned, and the seconds that it took."""
+    """Returns the value of the condition, and the seconds until it was true."""
     begin = time.monotonic()
     while time.monotonic() - begin < seconds:
         result = condition()
@@ -93,7 +93,7 @@ class Process:
 
 
 class Host(Process):
-    """live_host on a port that stays the same over restarts."""
+    """live_host. A restart keeps the port."""
 
     def __init__(self, program, work, arguments=(), before=()):
         self.command, self.work, self.arguments = [*before, program], work, arguments
@@ -120,7 +120,7 @@ class Relay(Process):
         self.wait_for("open http")
 
     def get(self, path):
-        """Status, headers and body."""
+        """Returns status, headers and body."""
         try:
             with urllib.request.urlopen(self.page + path, timeout=5) as reply:
                 return reply.status, reply.headers, reply.read()
@@ -134,7 +134,7 @@ class Relay(Process):
         return [line for line in lines if line and not line.startswith("#")]
 
     def children(self, name):
-        """Process ids of what the relay runs under this name."""
+        """Returns the ids of the relay's child processes with this name."""
         found = subprocess.run(["pgrep", "-P", str(self.process.pid), "-x", name],
                                stdout=subprocess.PIPE, text=True, check=False)
         return [int(pid) for pid in found.stdout.split()]
@@ -213,7 +213,7 @@ class Browser:
         self.ask("POST", "/goog/cdp/execute", {"cmd": command, "params": parameters})
 
     def errors(self):
-        """What the console has said since the last call."""
+        """Returns the errors on the browser's console since the last call."""
         log = self.ask("POST", "/se/log", {"type": "browser"})
         return [line["message"] for line in log if line["level"] == "SEVERE"]
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""The relay without a browser: what it serves, what it survives, and what it leaves.
+"""Tests the relay without a browser: the files that it serves, recovery after faults, and cleanup.
 Usage: relay_test.py source_folder live_host CASE...    several cases run at once: they mostly wait"""
 
 import contextlib
@@ -18,7 +18,7 @@ from harness import (FPS, HEIGHT, WIDTH, Fault, Host, Process, Relay, check, fre
                      picture, wait_until)
 
 LISTED = 6          # segments in the playlist
-KEPT = LISTED + 3   # on the disk: players may still load those that have just left the list
+KEPT = LISTED + 3   # on the disk: players may still load segments that have just left the list
 
 
 class Setup:
@@ -64,7 +64,7 @@ def live_files(relay):
 
 
 def decode(url, *options):
-    """The raw pictures that ffmpeg decodes."""
+    """Returns the raw pictures that ffmpeg decodes."""
     command = ["ffmpeg", "-hide_banner", "-nostdin", "-loglevel", "error", *options, "-i", url,
                "-map", "0:v", "-fps_mode", "passthrough", "-f", "rawvideo", "-pix_fmt", "yuv420p",
                "-"]
@@ -74,7 +74,7 @@ def decode(url, *options):
 
 
 def number_of(image):
-    """The number that a decoded picture carries; the coding has blurred it."""
+    """Returns the number in a decoded picture, whose blocks the coding has blurred."""
     sharp = [picture(bit and 1 << bit - 1) for bit in range(13)]
     place = [12 * WIDTH + next(x for x in range(WIDTH) if one[12 * WIDTH + x] == 255) + 12
              for one in sharp[1:]]
@@ -87,7 +87,7 @@ def check_children_gone(relay, group):
 
 
 def serves(setup):
-    """Types, cache headers, segments of a second, the picture as it was, one client, Ctrl-C."""
+    """Types, cache headers, segments of one second, unchanged pictures, one client, Ctrl-C."""
     host = setup.host("--video", setup.clip(60), "--no-cue", "--audio",
                       os.path.join(setup.source, "examples", "media", "clip.alaw"))
     relay = setup.relay(host)
@@ -132,7 +132,7 @@ def serves(setup):
 
 
 def ffmpeg_dies(setup):
-    """Growing pauses, no files of earlier runs, no hang, no orphans."""
+    """The pauses grow. No files of earlier runs, hanging processes or orphans remain."""
     host = setup.host("--video", setup.clip(60))
     relay = setup.relay(host, "--patience", "2")
     wait_for_segments(relay)
@@ -178,7 +178,7 @@ def server_restarts(setup):
 
 
 def late_key_frame(setup):
-    """One key frame every 8 s: later than ffmpeg looks at a stream of this rate unless told to."""
+    """One key frame every 8 s: without -probesize, ffmpeg gives up before the first key frame."""
     clip = setup.clip(16, key_frame_every=8, noise=True)
     check(os.path.getsize(clip) > 2 * 6e6, "the clip is too small to tell")
     host = setup.host("--video", clip, "--no-cue")
@@ -194,7 +194,7 @@ def late_key_frame(setup):
 
 
 def full_disk(setup):
-    """The disk is full, and then has room again."""
+    """The disk is full, and then has free space again."""
     if os.geteuid() != 0:
         print("skipped: only root can make a small disk")
         sys.exit(77)
@@ -219,7 +219,7 @@ def full_disk(setup):
 
 
 def protected(setup):
-    """HTTPS and passwords: refused without, played with."""
+    """HTTPS and passwords: without a password refused, with one played."""
     certificate, key, users = (os.path.join(setup.work, name) for name in ("cert", "key", "users"))
     subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
                     "ec_paramgen_curve:prime256v1", "-nodes", "-days", "1", "-subj", "/CN=localhost",
@@ -234,7 +234,7 @@ def protected(setup):
                         scheme="https")
 
     def curl(path, *options):
-        """Status and body."""
+        """Returns status and body."""
         body = os.path.join(setup.work, "body")
         done = subprocess.run(["curl", "--silent", "--cacert", certificate, "--output", body,
                                "--write-out", "%{http_code}", *options, relay.page + path],
@@ -263,7 +263,7 @@ def protected(setup):
 
 @contextlib.contextmanager
 def two_networks():
-    """The beginnings of commands that run in either of two connected network namespaces."""
+    """Returns two command prefixes that run a command in one of two connected network namespaces."""
     names = [f"relay{os.getpid()}{side}" for side in "ab"]
     setup = [["ip", "netns", "add", name] for name in names]
     setup.append(["ip", "-n", names[0], "link", "add", "veth0", "type", "veth", "peer", "name",
@@ -284,7 +284,7 @@ def two_networks():
 
 
 def closed_port(setup):
-    """The firewall rules leave the page open to others, and the server to the relay alone."""
+    """With the firewall rules, others reach the page, and only the relay reaches the server."""
     if os.geteuid() != 0 or not shutil.which("nft") or not shutil.which("ip"):
         print("skipped: it takes root, nft and ip to close a port")
         sys.exit(77)
@@ -308,7 +308,7 @@ def closed_port(setup):
 
 
 def demo(setup):
-    """Host and relay together: one ends with the other, and both with Ctrl-C."""
+    """Host and relay together: when one ends, the other ends too. Ctrl-C ends both."""
     program = os.path.join(setup.source, "examples", "relay", "web_demo")
     ports = [str(free_port()), str(free_port())]
     command = [program, setup.live_host, "--web", "--port", ports[0], "--http-port", ports[1]]

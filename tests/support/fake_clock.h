@@ -11,7 +11,7 @@
 
 inline std::atomic<int64_t> g_fakeMicroseconds{-1};  // since 1970; -1: the real time
 
-// While it lives, time stands still at what was set last.
+// Stops the clock at the time that was set last, while it exists.
 class CFakeClock {
   public:
     explicit CFakeClock(int64_t sec, int64_t usec = 0) { Set(sec, usec); }
@@ -22,8 +22,8 @@ class CFakeClock {
     void Set(int64_t sec, int64_t usec = 0) { g_fakeMicroseconds = sec * 1000000 + usec; }
 };
 
-// The program's own definition comes before the system library's. Weak, so that several files may
-// hold it.
+// This definition takes precedence over that of the system library. It is weak, so that several
+// files may include it.
 extern "C" __attribute__((weak, used)) int gettimeofday(timeval* tv, void* /*zone*/) noexcept {
     const int64_t fake = g_fakeMicroseconds;
     timespec now{};

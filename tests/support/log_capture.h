@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-// Polls a condition until it holds or the bound has passed; whether it held.
+// Polls a condition until it holds or the limit has passed. Returns whether it held.
 template <class TCondition>
 bool WaitUntil(TCondition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
     const auto end = std::chrono::steady_clock::now() + limit;
@@ -21,8 +21,8 @@ bool WaitUntil(TCondition condition, std::chrono::milliseconds limit = std::chro
     return true;
 }
 
-// Redirects one of the process's output descriptors into a file while it lives. If a check
-// fails during that time, the text goes to the descriptor in the end.
+// Redirects one of the process's output descriptors into a file while it exists. If a check fails
+// during that time, the text is written to the descriptor at the end.
 class CLogCapture {
   public:
     explicit CLogCapture(int fd = 1);
@@ -33,9 +33,9 @@ class CLogCapture {
     std::string Text() const;  // everything written so far
     bool Has(const std::string& text) const { return Text().find(text) != std::string::npos; }
     int Count(const std::string& text) const;
-    // Waits until whole diagnostic lines were written, in any order. `lines` are divided by '|':
-    // the first letter of the level, a blank, and the text after file, line and function, in
-    // which '#' stands for any number.
+    // Waits until all of these diagnostic lines were written, in any order. `lines` are separated by
+    // '|'. Each is the first letter of the level, a blank, and the text after file, line and
+    // function, in which '#' matches any number.
     testing::AssertionResult HasLines(const std::string& lines) const;
     // Waits until the text was written.
     bool WaitFor(const std::string& text) const {

@@ -4,7 +4,7 @@
 
 #include "rtsps_session.h"
 
-// A session's fields and inner steps, for tests that set up what no client can.
+// Access to a session's private fields and steps, for states that no client can reach.
 struct CRtspSessionProbe {
     explicit CRtspSessionProbe(CRtspSession& s) : session(s) {}
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the media path share: the parameters of one stream, and a pair of stream
-// sockets that stands for an RTSP connection.
+// Shared by the tests of the media path: the parameters of one stream, and a pair of stream sockets
+// that replaces an RTSP connection.
 #ifndef TRANS_INFO_H
 #define TRANS_INFO_H
 
@@ -52,7 +52,7 @@ struct CSocketPair {
         client = CTestSocket(fds[1]);
         CBB_SetBuffSize(server.Fd(), nSendBuffer, 0);
     }
-    // Bytes that the client could read.
+    // The number of bytes that the client can read.
     size_t Queued() const {
         int n = 0;
         ioctl(client.Fd(), FIONREAD, &n);

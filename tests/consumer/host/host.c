@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The smallest host: starts the server on a free port, asks it for its OPTIONS, stops it. */
+/* A small host: starts the server on a free port, sends it an OPTIONS request and stops it. */
 #include <stdio.h>
 #include <string.h>
 
