@@ -37,9 +37,9 @@ class RTSPS_EXPORT RTPRdm {
 };
 
 /// @defgroup rtp_random_default The same numbers from rand(), with one state for the whole process
-/// These functions never seed the generator. The RTSP server seeds it from the clock for each
-/// client that connects, so a seed that the host sets does not last (srandom() and srand() seed the
-/// same generator). The functions may be called at any time and from any thread.
+/// These functions never seed the generator. The RTSP server seeds it with srandom() from the clock
+/// for each client that connects. A seed that the host sets does not last, because srandom() and
+/// srand() seed the same generator. The functions may be called at any time and from any thread.
 /// @{
 
 /// Returns 8 random bits. @return any value of the type.
