@@ -1,24 +1,24 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: MIT
 #
-# What ./scripts/test does beside running the tests; it sources this after common.sh.
+# The variants format, lint and coverage of ./scripts/test, which sources this file after common.sh.
 
-# cxx_sources: the files whose layout clang-format decides, each ended by a NUL.
+# cxx_sources: prints the names of the C and C++ files, each with a NUL at the end.
 cxx_sources() {
     find src include tests examples bench \( -name '*.cpp' -o -name '*.[hc]' \) -print0
 }
 
-# format: lays the sources out as lint expects.
+# format: applies clang-format to the sources.
 format() {
     cxx_sources | xargs -0 clang-format -i
     say "Formatted"
 }
 
-# lint: judges the sources without running them. All judges speak before it fails.
+# lint: checks the sources without running them. It runs all checks before it fails.
 lint() {
     local sources scripts failed=()
     mapfile -t -d '' sources < <(cxx_sources)
-    # The first line tells: scripts carry no suffix.
+    # Scripts have no suffix; the first line identifies them.
     mapfile -t scripts < <(grep -rlE '^#(!.*\<(ba)?sh|.*shellcheck shell=)' scripts .ci examples tests)
 
     say "clang-format"
@@ -41,9 +41,9 @@ lint() {
     cppcheck -j "$(nproc)" --quiet --std=c++17 --language=c++ -Iinclude -Isrc --inline-suppr \
         --enable=warning,performance,portability --error-exitcode=1 src || failed+=(cppcheck)
 
-    # The tests are left to the compilers: the macros of their framework alone take minutes.
+    # Not the tests: the macros of their framework take minutes.
     say "clang-tidy"
-    # It colours whatever it writes; the names of what is being judged are of no use.
+    # It always writes colours, and the names of the files that it checks. Neither is useful here.
     run-clang-tidy -quiet -j "$(nproc)" -p build/lint "$PWD/(src|examples)/.*" 2>/dev/null |
         sed -e 's/\x1b\[[0-9;]*m//g' -e '/^clang-tidy/d' -e '/^$/d' >&2 || failed+=(clang-tidy)
     [[ ${#failed[@]} -eq 0 ]] || die "not clean: ${failed[*]}"
@@ -72,20 +72,20 @@ check_kept() {
     [[ -z $differences$malformed && ${#missing[@]} -eq 0 ]]
 }
 
-# forget_coverage: what earlier runs have reached does not count any more.
+# forget_coverage: removes the records of earlier runs.
 forget_coverage() {
     find build/coverage -name '*.gcda' -delete
 }
 
-# coverage: prints what the tests have reached of the library's units. It fails below 92 % of the
-# lines, and when a unit has lines that no test reaches and docs/coverage.md does not say why.
+# coverage: prints the coverage of the library's units. It fails if the tests cover less than 92 % of
+# the lines, or if a unit has uncovered lines that docs/coverage.md does not explain.
 coverage() {
     local table=build/coverage/coverage.csv unit lines covered branches branches_covered
     local all=0 all_covered=0 unnamed=()
     gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches \
         --csv "$table" build/coverage/CMakeFiles/rtspserver_objects.dir </dev/null >&2
 
-    # shellcheck disable=SC2059  # one layout for head, rows and foot
+    # shellcheck disable=SC2059  # one format for all lines of the table
     {
         local row='%-34s %6s %6s %9s %6s\n'
         printf "$row" unit lines '' branches ''
@@ -99,8 +99,8 @@ coverage() {
         done <"$table"
         printf "$row" all "$all" "$(percent "$all_covered" "$all")" '' ''
     }
-    [[ ${#unnamed[@]} -eq 0 ]] || die "docs/coverage.md does not say why lines are left: ${unnamed[*]}"
-    ((all_covered * 100 >= all * 92)) || die "less than 92 % of the lines"
+    [[ ${#unnamed[@]} -eq 0 ]] || die "docs/coverage.md does not explain uncovered lines of: ${unnamed[*]}"
+    ((all_covered * 100 >= all * 92)) || die "the tests cover less than 92 % of the lines"
 }
 
 # percent PART WHOLE

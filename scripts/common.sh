@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: MIT
 #
-# What the scripts share; they source it. Messages go to standard error, so that a script's standard
-# output is only what it is for.
+# Functions that the scripts share; each script sources this file. Messages go to standard error, so
+# that standard output holds only the script's result.
 
 say() {
     printf '==> %s\n' "$*" >&2
@@ -19,13 +19,55 @@ usage_error() {
     exit 2
 }
 
+install=ask # whether missing packages are installed: ask, yes or no
+
+# read_common_options ARGUMENT...: handles the options that every script has, and stores the other
+# arguments in the array `arguments`. The current folder must be the project's.
+read_common_options() {
+    local argument
+    arguments=()
+    for argument in "$@"; do
+        case $argument in
+            --help)
+                print_help
+                exit
+                ;;
+            --yes) install=yes ;;
+            --no-install) install=no ;;
+            *) arguments+=("$argument") ;;
+        esac
+    done
+}
+
+# print_help: prints the text at the head of the script.
+print_help() {
+    sed -n -e '1,3d' -e '/^#/!q' -e 's/^# \{0,1\}//p' "scripts/$(basename "$0")"
+    cat <<'END'
+
+Options of every script:
+  --yes         install missing packages without asking; so does the environment variable CI
+  --no-install  install nothing; if packages are missing, list them and fail
+  --help        print this text
+END
+}
+
+# may_install LIST: asks on a terminal, unless an option or CI has decided. Standard input is left
+# alone: it can be a pipe with the video.
+may_install() {
+    local answer=
+    if [[ $install == ask && -z ${CI:-} && -t 2 ]] && { : </dev/tty; } 2>/dev/null; then
+        read -rp "Install with apt-get: $1? [Y/n] " answer </dev/tty
+    fi
+    [[ $install != no && $answer =~ ^([Yy].*)?$ ]]
+}
+
 # have_package PACKAGE: whether Debian's package is installed.
 have_package() {
     [[ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
 }
 
-# as_root COMMAND...: runs it as root, through sudo where needed. It must not ask for a password
-# when nobody is there to type one.
+# as_root COMMAND...: runs the command as root, with sudo if necessary. Without a terminal, sudo fails
+# instead of asking for a password.
 as_root() {
     if [[ $EUID -eq 0 ]]; then
         "$@"
@@ -37,7 +79,7 @@ as_root() {
 }
 
 # ensure_packages WHAT...: installs the Debian packages that are missing. WHAT is a package, or
-# package=command where any such command will do, wherever it came from.
+# package=command if the command is enough, from whatever source.
 ensure_packages() {
     local what missing=()
     for what in "$@"; do
@@ -51,20 +93,21 @@ ensure_packages() {
 
     local list="${missing[*]}"
     command -v apt-get >/dev/null ||
-        die "missing: $list (names of Debian packages; there is no apt-get here to install them)"
+        die "missing: $list (names of Debian packages; this system has no apt-get)"
     [[ $EUID -eq 0 ]] || command -v sudo >/dev/null ||
-        die "missing: $list. Run this as root, or have it done: apt-get install $list"
-    say "Installing what is missing: $list"
-    # Nothing here may read standard input: it can be a pipe that belongs to somebody else.
+        die "missing: $list. There is no sudo: as root, run apt-get install $list"
+    may_install "$list" || die "missing: $list"
+    say "Installing missing packages: $list"
+    # The commands must not read standard input: it can be a pipe with the video.
     {
         as_root env DEBIAN_FRONTEND=noninteractive apt-get -q update &&
             as_root env DEBIAN_FRONTEND=noninteractive \
                 apt-get -q install -y --no-install-recommends "${missing[@]}"
-    } </dev/null >&2 || die "apt-get could not install: $list. Its messages above say why."
+    } </dev/null >&2 || die "apt-get could not install $list: see its messages above"
 }
 
-# ensure_relay_packages: what examples/relay needs. Debian starts a web server when nginx is
-# installed; only its program is needed here.
+# ensure_relay_packages: the packages of examples/relay. Debian starts nginx as a service when it
+# installs it, and the relay needs only the program.
 ensure_relay_packages() {
     local had_nginx=
     ! have_package nginx || had_nginx=1
@@ -74,14 +117,14 @@ ensure_relay_packages() {
     fi
 }
 
-# ensure_gstreamer_packages: what gst_host is built with, and what its demo and its tests play.
+# ensure_gstreamer_packages: the packages that gst_host, its demo and its tests need.
 ensure_gstreamer_packages() {
     ensure_packages pkg-config=pkg-config libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
         gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good \
         gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x
 }
 
-# The processors that the cross presets build for, under Debian's names of them.
+# The cross presets are named after Debian's names of the processors.
 # shellcheck disable=SC2034  # the scripts use it
 readonly CROSS_PRESETS=(arm64 armhf riscv64)
 declare -rA TRIPLETS=([arm64]=aarch64-linux-gnu [armhf]=arm-linux-gnueabihf
@@ -94,13 +137,13 @@ is_cross() {
     [[ -v "TRIPLETS[$1]" ]]
 }
 
-# cross_packages PRESET: prints what ensure_packages needs for it.
+# cross_packages PRESET: prints its packages for ensure_packages.
 cross_packages() {
     local triplet=${TRIPLETS[$1]}
     printf '%s\n' "g++-$triplet=$triplet-g++" "qemu-user-static=${EMULATORS[$1]}"
 }
 
-# configure PRESET [ARGUMENT...]: runs CMake in the project's folder, which must be the current one.
+# configure PRESET [ARGUMENT...]: runs CMake. The current folder must be the project's.
 configure() {
     local preset=$1
     shift

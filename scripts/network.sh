@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: MIT
 #
-# ./scripts/test network; scripts/test sources this file after common.sh.
+# The variant network of ./scripts/test, which sources this file after common.sh.
 
 # network [CASE...]: runs the cases in new namespaces, which the kernel removes afterwards. Where
 # namespaces are not allowed, it prints the reason and succeeds.
