@@ -1,12 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /* minimal_host FILE [PORT]: serves an H.264 file (Annex B, one slice per picture) in a loop. */
-#define _POSIX_C_SOURCE 200809L
 #include <rtsps_server_api.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
+#include <threads.h>
 
 #define RTP_HEADER_SIZE 12
 #define HEADERS_SIZE (RTSPS_UNIT_PREFIX_SIZE + RTP_HEADER_SIZE)
@@ -68,7 +67,7 @@ static int play(const uint8_t* data, size_t size) {
         push(data + begin, end - begin, picture, timestamp);
         if (picture) {
             timestamp += 3600;
-            nanosleep(&interval, NULL);
+            thrd_sleep(&interval, NULL);
             result = 0;
         }
     }
@@ -89,7 +88,7 @@ int main(int argc, char** argv) {
     size_t size = fread(data, 1, sizeof(data), file);
     fclose(file);
     if (argc > 2)
-        para.nServerPort = (uint32_t)atoi(argv[2]);
+        para.nServerPort = (uint32_t)strtoul(argv[2], NULL, 10);
     signal(SIGINT, stop);
     if (RTSPServer_Init(&para) != 0 || RTSPServer_SetStreamInfo(1, RTSPS_STREAM_MAIN, &info) != 0 ||
         RTSPServer_Start() != 0) {
