@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The cost of a client's dialogue, and of ending a hundred clients at once.
+// The cost of a client's dialogue, and of a stop with a hundred clients.
 #include <benchmark/benchmark.h>
 
 #include <memory>

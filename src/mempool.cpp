@@ -13,8 +13,8 @@ namespace {
 constexpr uint32_t RECORD_MARKER = 0xAABBCCDD;
 constexpr uint64_t MAX_RECORD_LEN = std::numeric_limits<uint32_t>::max();
 
-// After a single-piece append the write position may be up to 7 bytes past the end of the ring, and
-// a commit then writes its 8-byte record header there.
+// After a single-piece append the write position may be up to 7 bytes past the end of the ring. A
+// commit then writes its 8-byte record header there.
 constexpr uint64_t BLOCK_SLACK = 16;
 
 }  // namespace
@@ -165,8 +165,8 @@ uint32_t CMemPool::Used(const TPositions& pos) const {
 
 // The size that a record, header included, must stay below. While the write position is ahead of
 // the read position, a record may extend into the tail, because no unread data lies after it. It
-// may not while the read position is 0: a record that reaches the end of the ring would set the
-// write position to 0 as well, and the full ring would look empty.
+// may not while the read position is 0. A record that reaches the end of the ring would then set
+// the write position to 0 as well, and the full ring would look empty.
 uint64_t CMemPool::Room(const TPositions& pos) const {
     if (m_pBuf == nullptr) {
         return 0;

@@ -45,11 +45,12 @@ class CMimeToken {
 // Holds the text of tokens that span folded lines, for as long as those tokens are used.
 class CMimeFoldStore {
   public:
-    // Makes room for `nBytes` bytes in all, the first time; false when out of memory.
+    // The first call allocates `nBytes` bytes in total; later ones do nothing. False when memory
+    // runs out.
     bool Reserve(int nBytes);
-    // Appends to the text under construction; false, and nothing appended, without enough room.
+    // Appends to the current text. Without enough room, returns false and appends nothing.
     bool Append(const char* pText, int nLen);
-    // Where the next byte goes: the start of a new text.
+    // The position of the next byte, and thus the start of a new text.
     [[nodiscard]] const char* End() const { return m_buf.get() + m_used; }
     void Clear();  // frees everything; tokens that point here become invalid
     // Whether a folded text was cut since the last Clear because memory ran out.
@@ -72,8 +73,9 @@ class CMimeScanner {
 
     void SkipWS();  // blanks and tabs
 
-    // Word mode (`szDelimiters` is null): a token is a quoted text, or any one character and those
-    // after it up to one of " \t=:;,-" or a control character, which is not consumed.
+    // Word mode (`szDelimiters` is null): a token is a quoted text, or any one character and the
+    // characters after it. It ends before one of " \t=:;,-" or a control character, which is not
+    // consumed.
     // Delimiter mode: a token ends before one of the delimiters, which is consumed, or at the end
     // of the line. A NUL always is a delimiter. Folded lines are joined (RFC 2326, section 4.2).
     CMimeToken next_token(const char* szDelimiters);
@@ -84,7 +86,7 @@ class CMimeScanner {
     enum class Fold {
         NONE,    // one line so far: the text is a slice of the stream
         JOINED,  // several lines, joined in the store
-        CUT,     // several lines, but no store to join them in
+        CUT,     // several lines, but no room to join them: only the first one remains
     };
 
     CMimeToken next_word();

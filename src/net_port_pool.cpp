@@ -7,8 +7,8 @@
 
 namespace {
 
-// The fill counts up in steps of 2 and stops above the maximum. In these ranges its 16-bit counter
-// wraps to 0 before it gets there.
+// The fill counts up in steps of 2 until its counter is above the maximum. In these ranges the
+// 16-bit counter wraps to 0 instead.
 bool RangeNeverEnds(uint16_t min, uint16_t max) {
     if (min > max || max <= RTSPS_MAX_DATA_PORT) {
         return false;

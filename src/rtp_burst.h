@@ -3,8 +3,8 @@
 // send.
 //
 // A burst has the same effects as sending its units one by one: the same bytes in the same order,
-// the same results, the same log lines, and the same handling of units that the socket does not
-// take. The only difference is that the kernel may accept more bytes in one call than in several.
+// the same results and the same log lines. Units that the socket does not take are handled in the
+// same way. The only difference: the kernel may accept more bytes in one call than in several.
 // A unit with a further effect (a sequence gap, a report that is due, a reply, a size that does not
 // fit) ends the burst and is sent alone.
 #ifndef RTP_BURST_H
@@ -52,8 +52,8 @@ class CRtpBurst {
     uint16_t NextSequence() const { return m_nSequence; }
     const uint8_t* LastUnit() const { return m_pLastUnit; }
 
-    // The results for three cases: the socket took all units, only the first one, or all up to and
-    // including the one that contains byte `nByte` of the burst.
+    // The results for three cases: the socket took all units, only the first one, or all up to the
+    // one that contains byte `nByte` of the burst, included.
     CSendResult AllSent() const { return {CSendResult::SENT, m_nBytes, m_nUnits}; }
     CSendResult FirstSent() const { return {CSendResult::SENT, m_nFirstSize, 1}; }
     CSendResult SentUpTo(int nByte) const;

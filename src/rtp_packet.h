@@ -83,8 +83,8 @@ inline void StampUnit(uint8_t* pUnit, int len, CUnitStamp stamp) {
 // stores the next expected number there. Packets of other payload types always pass. Reads the
 // first 4 bytes of the header.
 inline bool CheckVideoSequence(const uint8_t* pHeader, uint16_t* pnExpected) {
-    // Kept (hosts): [sequence-of-96] only payload type 96 is checked, whatever the host has
-    // declared for video.
+    // Kept (hosts): [sequence-of-96] only payload type 96 is checked, also when the host has
+    // declared another type for video.
     if ((pHeader[RTP_OFFSET_PAYLOAD] & RTP_PAYLOAD_MASK) != RTP_PAYLOAD_VIDEO) {
         return true;
     }

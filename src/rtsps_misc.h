@@ -12,7 +12,7 @@ int GenerateSdpDescription(const tagRtspRequestCfg* cfg, char* out, int size);
 // The rtpmap text of a RTSP_SERVER_STREAM_TYPE value.
 const char* get_encoding_name_for_sdp(unsigned int format);
 
-// Dumps `len` bytes in hexadecimal to standard error, whatever the debug switch says.
+// Dumps `len` bytes in hexadecimal to standard error, independent of the debug switch.
 void RtspsDebugHex(unsigned char* data, int len);
 
 #endif

@@ -32,8 +32,8 @@ constexpr size_t CSEQ_SIZE = 16;
 constexpr char HEAD_END[] = "\r\n\r\n";
 constexpr int HEAD_END_SIZE = sizeof(HEAD_END) - 1;
 
-// The length of the interleaved frame (RFC 2326, section 10.12) that the data begin with, its
-// 4-byte prefix included; the length of the prefix while the prefix is incomplete. 0 when the data
+// The length of the interleaved frame (RFC 2326, section 10.12) at the beginning of the data, its
+// 4-byte prefix included. While the prefix is incomplete, the length of the prefix. 0 when the data
 // do not begin with a frame.
 int FrameLength(const char* data, int len) {
     const auto* pBytes = reinterpret_cast<const uint8_t*>(data);
@@ -43,8 +43,8 @@ int FrameLength(const char* data, int len) {
     return len < RTP_PREFIX_SIZE ? RTP_PREFIX_SIZE : UnitSize(pBytes);
 }
 
-// The length of the message head that the NUL-terminated data begin with, its empty line included.
-// 0 while the empty line is missing.
+// The length of the message head at the beginning of the NUL-terminated data, its empty line
+// included. 0 while the empty line is missing.
 //
 // Kept (clients): [nul-in-head] bytes after a NUL are not searched. A head with a NUL never ends,
 // and is dropped when it is too long.

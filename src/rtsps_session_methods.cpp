@@ -39,8 +39,8 @@ const char* UrlOf(const CRtspMsg* msg) {
 }
 
 // When the pool is empty, ended sessions give their ports back, and the pool is tried again. The
-// accept thread does not sweep while clients keep arriving: a viewer that reconnects every few
-// seconds would otherwise prevent the sweep that frees its own earlier ports.
+// accept thread does not sweep while clients keep arriving. Without the sweep here, a viewer that
+// reconnects every few seconds would never get its earlier ports.
 int BorrowDataPort() {
     CRtspServer* pServer = CRtspServer::Instance();
     const int nPort = pServer->BorrowDataPort();
@@ -96,8 +96,8 @@ int CRtspSession::proc_rtsp_msg_hook(CRtspMsg* msg) {
     return nResult;
 }
 
-// Kept (clients): [options-open] OPTIONS, HEARTBEAT and TEARDOWN are never authenticated, whatever
-// the mode is.
+// Kept (clients): [options-open] OPTIONS, HEARTBEAT and TEARDOWN are never authenticated, in any
+// mode.
 int CRtspSession::proc_options(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     resp.append_cseq(msg);
@@ -249,7 +249,7 @@ int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
 }
 
 // Kept (clients): [setup-channel-ignored] only "streamid=0" or "streamid=1" of the URL counts.
-// DESCRIBE has selected channel and stream, whatever else a SETUP names.
+// DESCRIBE has selected channel and stream; those in the URL of a SETUP are ignored.
 int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
     const char* szUrl = pSetup->url.get_rtsp_url();
     TRANS_INFO* pInfo = &pSetup->transInfo;
@@ -404,7 +404,8 @@ int CRtspSession::proc_pause(CRtspMsg* msg) {
         return 0;
     }
     if (m_stuReqCfg.nReqType == 0) {
-        // Kept (clients): [pause-live] a live stream is not paused: 405, and the media go on.
+        // Kept (clients): [pause-live] a live stream is not paused: the reply is 405, and the media
+        // continue.
         const int nResult = send_response_method_not_allowed(msg);
         RTSPS_LOG(WARN, "preview mode no support pause!");
         return nResult;
@@ -480,7 +481,7 @@ int CRtspSession::check_req_session_id(const CRtspMsg* msg) {
         return 0;
     }
     RTSPS_LOG(ERROR, "BadSessionID!!!, FD[%d]", m_sockfd.load());
-    // Kept (clients): [bad-id-goes-on] after a 454 that was sent the result is 0, and the handler
+    // Kept (clients): [bad-id-goes-on] once the 454 is sent, the result is 0, and the handler
     // continues.
     return send_response_bad_session_id(msg);
 }

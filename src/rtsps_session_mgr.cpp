@@ -261,9 +261,9 @@ void CRtspSessionManager::DelExceptionSession() {
 void CRtspSessionManager::SweepEnded() {
     const CSessionList sessions = getSession();
     for (const tagSessionRef& entry : sessions) {
-        // Only ended sessions are joined. Another session whose end was requested may be the
-        // caller's own, may be in this loop and wait for the caller, or may be inside the host's
-        // event function.
+        // Only ended sessions are joined. A session whose end was only requested may be the
+        // caller's own. It may also be in this loop and wait for the caller, or be inside the
+        // host's event function.
         if (entry.pSession->HasEnded()) {
             entry.pSession->Close();
             closeSession(static_cast<int>(entry.dwSessionId));

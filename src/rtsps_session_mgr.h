@@ -31,10 +31,10 @@ struct CSessionList {
 // The registry of client sessions. It destroys a session when the last reference is dropped: the
 // registry's own and one for every lookup or snapshot entry.
 //
-// m_Mutex is held for access to the maps, the refused sessions and the callback, for a log line,
-// and for the destruction of a session. Code that holds it calls only those session functions that
-// take no lock and do not wait. It is never held together with the server's lock, so a session's
-// destructor must call neither the manager nor the server.
+// m_Mutex is held for access to the maps, the refused sessions and the callback, and for log lines.
+// It is also held for the destruction of a session, whose destructor must therefore call neither
+// the manager nor the server: m_Mutex is never held together with the server's lock. Code that
+// holds it calls only those session functions that take no lock and do not wait.
 class CRtspSessionManager {
   public:
     static CRtspSessionManager* Instance();

@@ -54,8 +54,8 @@ bool TextCopySlice(char (&szDst)[N], const char* pSrc, int nLen) {
 // Lower-cases ASCII letters in place, independent of the host's locale.
 void TextToLower(char* szText);
 
-// Like `atoi` and `strtol`, but defined for every text: they read leading blanks, a sign and
-// digits, and clamp the number to the range of the type. 0 when there is no digit.
+// Like `atoi` and `strtol`, but defined for every text. They read leading blanks, a sign and
+// digits, and clamp the number to the range of the type. Without a digit the result is 0.
 int TextToInt(const char* szText);
 long TextToLong(const char* szText);
 

@@ -43,8 +43,9 @@ constexpr int DATA_SEND_BUFFER_SIZE = 524288;
 constexpr int DATA_RECV_BUFFER_SIZE = 262144;
 constexpr uint32_t DATA_CONNECT_TIMEOUT_MS = 5000;
 
-// Fields that do not say otherwise, here and in the derived classes, are under the owning
-// CTransCtrl's m_mutexMedia, from open until CTransCtrl::Close has taken the media session out.
+// Unless their comments say otherwise, all fields, also those of the derived classes, are under the
+// owning CTransCtrl's m_mutexMedia. This holds from open until CTransCtrl::Close has removed the
+// media session.
 class CTransmitter {
   public:
     explicit CTransmitter(ETRANS_MODE mode) : m_Mode(mode) {}
@@ -92,7 +93,7 @@ class CTransmitter {
     int m_bPlayback = 0;
 };
 
-// Writes an address record to standard error in hexadecimal, whatever the debug switch says.
+// Writes an address record to standard error in hexadecimal, independent of the debug switch.
 void dump_addr(const CBB_ADDR_T& addr);
 
 #endif

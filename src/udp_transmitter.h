@@ -28,8 +28,8 @@ class CUdpTransmitter final : public CTransmitter {
 
   private:
     // When the client's port is closed, the client's machine answers each datagram with an ICMP
-    // error (a refusal), and a later send on this socket fails with it. With one call per unit, the
-    // unit after the refused one fails. With bursts, the call after the burst would fail instead.
+    // error, called a refusal here. A later send on this socket fails with it. With one call per
+    // unit, the unit after the refused one fails. With bursts, the call after the burst would fail.
     // So after the first refusal, each burst needs a single packet before it that was sent without
     // an error.
     //

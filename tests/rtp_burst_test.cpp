@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The units that one system call sends. faults/burst_differential_test.cpp compares such a call with
-// sending the units one by one.
+// The units that one system call sends. faults/burst_differential_test.cpp compares such a call
+// with sending the units one by one.
 #include "rtp_burst.h"
 
 #include <gtest/gtest.h>

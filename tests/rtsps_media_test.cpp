@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the host pushes and what clients receive of it, over every transport.
+// The host's pushes, and the data that clients receive over every transport.
 
 #include <algorithm>
 #include <atomic>
@@ -15,7 +15,7 @@ constexpr uint32_t SSRCS[] = {0x11223344, 0x55667788};  // video, audio
 constexpr ETRANS_MODE MODES[] = {UDP_MODE, RTPOVERRTSP_MODE, TCP_MODE};
 constexpr uint8_t VIDEO = 96;
 constexpr uint8_t AUDIO = 8;
-constexpr uint16_t NO_GAP = 65535;  // whatever follows it is no sequence gap
+constexpr uint16_t NO_GAP = 65535;  // no number after it counts as a sequence gap
 
 // A client that plays over one transport.
 struct CPlayer {
@@ -53,7 +53,7 @@ TEST_F(CMediaTest, MixedTransportsReceiveEveryByteOfOneStream) {
     for (int i = 0; i < 6; ++i) {
         players.emplace_back(m_port, MODES[i % 3]);
     }
-    // The threads of those over separate TCP have ended: they were accepted.
+    // When the accept threads of separate TCP have ended, their connections were accepted.
     ASSERT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore + 7; }));
     const std::pair<uint8_t, std::vector<size_t>> pushes[] = {
         {VIDEO, {1388, 1388, 1400, 77, 1388, 12, 4}},
@@ -121,7 +121,7 @@ TEST_F(CMediaTest, OnlyPlayersOfTheStreamReceiveIt) {
     EXPECT_TRUE(main.GetsNothing());
 }
 
-// A stream that is declared again keeps its earlier clients as they are.
+// A new declaration of a stream does not affect its earlier clients.
 TEST_F(CMediaTest, ANewDeclarationReachesLaterClients) {
     StartServer();
     CTestClient earlier(m_port);
@@ -143,7 +143,7 @@ TEST_F(CMediaTest, ANewDeclarationReachesLaterClients) {
     EXPECT_EQ(earlier.Socket().ReceiveExactly(before.size()), FrameOf(before, VIDEO_SSRC, 0));
     EXPECT_EQ(later.Socket().ReceiveExactly(after.size()), FrameOf(after, 0xABCDEF01, 0));
     EXPECT_EQ(earlier.Socket().Receive(1, 0) + later.Socket().Receive(1, 0), "");
-    EXPECT_EQ(m_log.Count("unkown payload type"), 2) << "each client knows one of them";
+    EXPECT_EQ(m_log.Count("unkown payload type"), 2) << "each client has one of the types";
 }
 
 // The longest unit is 65539 bytes with its prefix. The length field cannot announce more.
@@ -166,7 +166,7 @@ struct CLaggingClient : CTestClient {
             RTSPServer_SendRealSteam(1, 0, unit.data(), static_cast<int>(unit.size()));
         }
     }
-    // Everything that arrives before there is a pause.
+    // Reads all data that arrives before the first pause.
     std::string ReadAll() {
         std::string received;
         for (std::string more = "x"; !more.empty(); received += more) {
@@ -188,7 +188,7 @@ TEST_F(CMediaTest, TeardownIsAnsweredAfterTheMediaThatWaited) {
     EXPECT_EQ(rest.substr(waited, 17), "RTSP/1.0 200 OK\r\n");
 }
 
-// Kept: the transport closes right after the reply, with all that still waits in it.
+// Kept: the transport closes right after the reply, and all waiting data is lost.
 TEST_F(CMediaTest, TeardownOfAClientThatDoesNotReadLosesItsReply) {
     StartServer();
     CLaggingClient client(m_port, m_log);
@@ -226,7 +226,7 @@ TEST_F(CMediaTest, OddPushesAreReportedAndChangeNothing) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         const CLogCapture log;
-        // Exactly as long as the push: the sanitizer sees a read beyond it.
+        // Exactly as long as the push, so that the sanitizer finds a read beyond it.
         Bytes copy(row.bytes.begin(),
                    row.bytes.begin() + (row.bytes.empty() ? 0 : std::max(row.length, 0)));
         EXPECT_EQ(RTSPServer_SendRealSteam(1, 0, copy.data(), row.length), 0);
@@ -237,7 +237,7 @@ TEST_F(CMediaTest, OddPushesAreReportedAndChangeNothing) {
     }
 }
 
-// Twenty clients of every transport, one of which never made its TCP connection.
+// Twenty clients of every transport. One of them has never made its TCP connection.
 TEST_F(CMediaTest, StopIsPromptQuietAndLeavesThePortFree) {
     enum EVariant { QUIET, CLIENT_GONE, PUSHING, VARIANTS };
     Init();

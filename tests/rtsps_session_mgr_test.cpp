@@ -238,7 +238,7 @@ TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
     EXPECT_EQ(video.Receive(), PacketOf(MakeUnit({}), VIDEO_SSRC)) << "a live one keeps its ports";
 }
 
-// Session threads that sweep at once, and a Stop at the same time, never wait for each other.
+// Session threads that sweep at the same time, and a Stop meanwhile, never wait for each other.
 TEST_F(CSessionManagerServerTest, SweepsOfSetupsAndStopDoNotBlockEachOther) {
     constexpr int VIEWERS = 8;
     m_para.nMaxPort = m_para.nMinPort + 2;  // two pairs for eight viewers

@@ -337,7 +337,7 @@ TEST(Session, SessionIdIsCheckedOnDemand) {
     const std::string line = "E BadSessionID!!!, FD[#]";
     const CCheckRow rows[] = {
         {"its own id", "PLAY", RTSP_SETUP, "Session: 3000000000;timeout=60\r\n", PLAYED},
-        // Kept: after a 454 that was sent, the handler continues.
+        // Kept: once the 454 is sent, the handler continues.
         {"another id", "PLAY", RTSP_SETUP, "Session: 300000000\r\n", bad + PLAYED, line},
         {"no value", "TEARDOWN", RTSP_SETUP, "Session:\r\n", bad + TORN_DOWN, line},
         {"no header", "PAUSE", RTSP_SETUP, "", bad + Status("455 Method Not Valid In This State"),

@@ -106,8 +106,8 @@ TEST_F(CUdpTransmitterTest, BurstsLeaveInOneCallWhereTheKernelSegments) {
     }
 }
 
-// Sent one by one, the second packet would fail with the refusal of the first. So after a refusal, a
-// single packet is sent before every burst.
+// Sent one by one, the second packet would fail with the refusal of the first. So after a refusal,
+// a single packet is sent before every burst.
 TEST_F(CUdpTransmitterTest, AfterARefusalASinglePacketGoesAheadOfEveryBurst) {
     if (!KernelSegments()) {
         GTEST_SKIP() << "this kernel does not segment UDP";

@@ -158,8 +158,8 @@ void CMediaPump::PushPicture(int64_t now) {
     m_videoClock.Next();
     m_bPicture = false;
     // The sound of a picture's time is pushed with the picture: players assume that the first
-    // packets of both streams belong to the same instant. It is one push, because each push of
-    // sound counts as short for a client that plays video only, and too many in a row would end it.
+    // packets of both streams belong to the same instant. It is one push: for a client that plays
+    // video only, each push of sound counts as short, and too many in a row would end it.
     if (m_pAudio != nullptr)
         PushSound(slot, std::min(m_videoClock.Due(), slot + MAX_SOUND_AHEAD) - 1);
 }

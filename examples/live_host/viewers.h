@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The viewers of the host: handles the server's events, prints a line for each viewer, and requests
+// The viewers of the host. Handles the server's events and prints a line for each viewer. Requests
 // a key picture when a viewer starts to play and is the only one.
 #ifndef LIVE_HOST_VIEWERS_H
 #define LIVE_HOST_VIEWERS_H

@@ -342,7 +342,7 @@ def main():
             program = []
     if not program:
         print("skipped: no gst_host in this build, no gst-launch-1.0 or no ffmpeg")
-        return 77  # CTest knows it
+        return 77  # CTest reports this as skipped
     check = {"frames": check_frames, "key_frame": check_key_frame, "rest": check_rest,
              "failure": check_failure, "restart": check_restart}[case]
     with tempfile.TemporaryDirectory() as work:

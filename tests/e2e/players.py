@@ -19,7 +19,7 @@ RUN_FRAMES = 50       # frames that must arrive in a row, unchanged and in order
 RUN_SAMPLES = 16000   # 2 s of sound
 SLOW_FRAMES = 10      # at 2 per second
 
-# (transport, stream): both transports on one stream, so that each push goes out in both shapes.
+# (transport, stream): both transports on one stream, so that each push is sent over both.
 PLAYERS = [("udp", "main"), ("tcp", "main"), ("tcp", "sub")]
 
 
@@ -100,7 +100,7 @@ def main():
     media, case, *program = sys.argv[1:]
     if shutil.which("ffmpeg") is None:
         print("skipped: there is no ffmpeg to play with")
-        return 77  # CTest knows it
+        return 77  # CTest reports this as skipped
     with tempfile.TemporaryDirectory() as work:
         faults = run(program, media, case, work)
     print(*faults, sep="\n")

@@ -136,9 +136,9 @@ const CWall DATAGRAM_WALLS[] = {{0, 0},
                                 {0, EIO, BURSTS_ONLY},
                                 {0, 0, PEER_GONE}};
 
-// The descriptors of the client under test, when it is interleaved, and of a second client, which is
-// interleaved and takes all data. The second one receives the same buffers after the transport of
-// the first has written into them, and its data is compared too.
+// The descriptors of the client under test, when it is interleaved, and of a second client, which
+// is interleaved and takes all data. The second one receives the same buffers after the transport
+// of the first has written into them, and its data is compared too.
 constexpr int SUBJECT = 100000;
 constexpr int NEXT = 100001;
 

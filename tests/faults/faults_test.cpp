@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the server does when the system, the memory or a peer lets it down: the line that says so,
-// nothing lost, and the next client is served.
+// Faults of the system, of memory and of peers: the server logs the fault, loses no resource, and
+// serves the next client.
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -38,7 +38,7 @@ bool Ok(const std::string& reply) {
     return reply.rfind("RTSP/1.0 200 OK\r\n", 0) == 0;
 }
 
-// A client that goes into a state, as far as it is served.
+// A client that sends the requests up to a state, as long as they are answered.
 struct CPeer : CTestClient {
     CPeer(uint16_t port, EState state, const std::string& transport, int nRecvBuffer = 0)
         : CTestClient(port, nRecvBuffer), reply(Ask("OPTIONS", Url())) {
@@ -61,7 +61,7 @@ struct CPeer : CTestClient {
         }
         if (Ok(reply) && state >= PLAYING) {
             reply = Play();
-            reply = Ok(reply) ? Ask("HEARTBEAT", "*") : reply;  // answered: it plays
+            reply = Ok(reply) ? Ask("HEARTBEAT", "*") : reply;  // after this reply it plays
         }
         reply = Ok(reply) && state >= TORN_DOWN ? Ask("TEARDOWN", Url()) : reply;
     }
@@ -69,7 +69,7 @@ struct CPeer : CTestClient {
     std::string reply;                           // the last one
 };
 
-// Ended sessions are swept all the time, not only when the accept thread finds no client.
+// Sweeps ended sessions continuously, not only when the accept thread finds no client.
 struct CSweeper {
     ~CSweeper() {
         isDone = true;
@@ -106,7 +106,7 @@ class CFaultTest : public CServerTest {
         }
     }
 
-    // The next client is served, and another one's media go on.
+    // Checks that the next client is served, and that the media of another one continue.
     void ExpectServed(const CTestSocket* datagrams = nullptr) {
         CTestClient next(m_port);
         ASSERT_TRUE(next.PlayInterleaved(false));
@@ -114,7 +114,7 @@ class CFaultTest : public CServerTest {
         EXPECT_TRUE(next.Socket().ReceiveExactly(frame.size()) == frame);
     }
 
-    // The frames, which arrive as datagrams as well.
+    // Pushes a run and returns its frames. Checks the same packets as datagrams, too.
     std::string PushRun(size_t units, size_t payload, const CTestSocket* datagrams = nullptr) {
         const Bytes run = MakeRun({96, m_sequence, 7, payload, 5}, units);
         m_sequence = static_cast<uint16_t>(m_sequence + units);
@@ -133,7 +133,7 @@ class CFaultTest : public CServerTest {
         return frames;
     }
 
-    // Over separate TCP the first pushes wait for the connection to be taken.
+    // Over separate TCP the first pushes wait until the server has accepted the connection.
     std::string PushUntilReceived(const CTestSocket& media) {
         std::string got;
         for (int i = 0; i < 100 && got.empty(); ++i) {
@@ -165,7 +165,7 @@ TEST_F(CFaultTest, CallsThatFail) {
                 {"", NEW, 1, ENOMEM, "E new(std::nothrow) CRtspListener failed "},
                 {UDP, THREAD, 1, EAGAIN,
                  "E create process_msg_svc! error!, FD[#]|E Open thread to process msg ERROR!!"},
-                {UDP, ACCEPT, 1, EMFILE, "", "200"},  // taken later
+                {UDP, ACCEPT, 1, EMFILE, "", "200"},  // accepted later
                 {UDP, ACCEPT, 1, ECONNABORTED, "", "200"},
                 {UDP, SOCKET, 1, EMFILE, "E CreateSocket failed " + noMedia, REFUSED},
                 {UDP, SOCKET, 2, EMFILE, "E CreateSocket failed " + noReports, "200"},
@@ -186,7 +186,7 @@ TEST_F(CFaultTest, CallsThatFail) {
             EXPECT_EQ(RTSPServer_Start(), -1);
             EXPECT_EQ(CountDescriptors(), m_descriptorsBefore + 2) << "the log's two";
         } else {
-            RTSPServer_Stop();  // a pool without the ports of the peers that were refused before
+            RTSPServer_Stop();  // the next pool does not have the ports of the refused peers
             ASSERT_EQ(RTSPServer_Start(), 0);
             const CSweeper sweeper;
             const CFailingCall fault(row.call, row.nth, row.error);
@@ -238,7 +238,7 @@ TEST_F(CFaultTest, ClockThatJumps) {
     StartServer();
     CPeer client(m_port, PLAYING, UDP);
     CFakeClock clock(0);
-    int64_t usec = 0;  // what makes the sessions' ids differ
+    int64_t usec = 0;  // different times give the sessions different ids
     for (const int64_t now : {1700000000, 1700003600, 1700000000, 1, 2000000000}) {
         SCOPED_TRACE(now);
         clock.Set(now, ++usec);
@@ -274,8 +274,9 @@ TEST(TimedWaits, EndThoughTheClockJumps) {
     }
 }
 
-// In each state, over each transport: with RST, and without a word where the system allows that.
-// Nothing tells the server of the latter but media on the same connection.
+// In each state and over each transport, a peer disconnects with RST. Where the system allows it, a
+// peer also disappears without a packet: the server notices that only when it sends media on the
+// same connection.
 TEST_F(CFaultTest, PeersThatVanish) {
     m_para.nMaxPort = m_para.nMinPort + 5;
     StartServer();
@@ -321,7 +322,7 @@ TEST_F(CFaultTest, PeersThatTakeNoMedia) {
             PushRun(40, 1400, &udp.media);
         }
         EXPECT_EQ(log.Count(over), 1);
-        // Over separate TCP the last ones in a row; taking the connection helps in between.
+        // Over separate TCP the accept of the connection may end an earlier run of short pushes.
         EXPECT_GE(log.Count(" send failed,nLen="), 21);
         EXPECT_TRUE(!isInterleaved || log.Count(" send failed,nLen=") == 21);
         EXPECT_EQ(log.Has("remain bufsize="), isInterleaved);
@@ -383,11 +384,12 @@ TEST_F(CFaultTest, RunsLeaveInFewSystemCalls) {
     }
 }
 
-// A year of a client that plays, in short. At 8 Mbit/s, about 750 packets of 1400 bytes per second,
-// these wrap within a year: the 16 bits of RTP sequence numbers (87 s) and the 32 bits of RTP time
-// stamps (13 h) here; the 32 bits of a report's octets (5 days) and packets (66 days), and of its
-// seconds (in 2036), in rtcp_session_test.cpp. The milliseconds in which a client sent nothing stop
-// at 31 bits (24 days). All other counters have 64 bits, or count pushes: 1.5e9 at 50 per second.
+// The counters of a client that plays for a year at 8 Mbit/s, which is about 750 packets of 1400
+// bytes per second. This test covers RTP sequence numbers (16 bits, wrap after 87 s), RTP time
+// stamps (32 bits, 13 h) and the milliseconds in which a client sent nothing, which stop at 31 bits
+// (24 days). rtcp_session_test.cpp covers a report's octets (32 bits, 5 days), packets (32 bits, 66
+// days) and seconds (in 2036). All other counters have 64 bits, or count pushes: 1.5e9 at 50 per
+// second.
 TEST_F(CFaultTest, CountersThatWrapWhileAClientPlays) {
     constexpr int WAIT_MS = 3000;
     StartServer();
@@ -419,7 +421,7 @@ TEST_F(CFaultTest, SteadyPushesAllocateNothing) {
     int before = 0;
     for (int round = 0; round < 11 && !HasFailure(); ++round) {
         std::string frames;
-        for (int i = 0; i < 100; ++i) {  // what every client's buffers hold for certain
+        for (int i = 0; i < 100; ++i) {  // so few units always fit every client's buffers
             frames += PushRun(3, 200, &udp.media);
         }
         const int calls = g_scripts[NEW].calls + g_scripts[MALLOC].calls;
@@ -430,7 +432,7 @@ TEST_F(CFaultTest, SteadyPushesAllocateNothing) {
     }
 }
 
-// A reply that lacks a part is refused, and the next message on the same thread is not.
+// An incomplete reply is not sent, but the next message on the same thread is.
 TEST(MessageFaults, OnlyTheIncompleteMessageIsRefused) {
     const std::string text =
         "SETUP x RTSP/1.0\r\nCSeq: 1\r\nSession: 2;timeout=60\r\nFolded: a\r\n b\r\n"
@@ -468,7 +470,7 @@ TEST(MessageFaults, OnlyTheIncompleteMessageIsRefused) {
     EXPECT_GT(allocations, 25) << "the allocations of the messages are seen";
 }
 
-// One allocation after the other fails, each in a life of the server of its own.
+// Each allocation fails once, with a newly started server for each.
 class CNthAllocationTest : public CFaultTest, public ::testing::WithParamInterface<std::string> {
   protected:
     enum EEnd { SERVED, TURNED_AWAY, SILENT };
@@ -483,7 +485,7 @@ class CNthAllocationTest : public CFaultTest, public ::testing::WithParamInterfa
                                                                                 : SILENT;
         }
         if (CRtspSessionManager::Instance()->GetCurrSessionNums() == 0) {
-            return TURNED_AWAY;  // could not be registered: it gets no media
+            return TURNED_AWAY;  // not registered, so it gets no media
         }
         const auto& socket = GetParam() == INTERLEAVED ? client.Socket() : client.media;
         return PushUntilReceived(socket).empty() ? SILENT : SERVED;

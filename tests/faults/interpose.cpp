@@ -23,7 +23,7 @@ bool Fails(ECall call) {
     return true;
 }
 
-// Calls the library's function that one of this program replaces.
+// Calls the system library's function that a function of this program replaces.
 template <class TFunction, class... TArgs>
 auto Real(TFunction* /*own*/, const char* name, TArgs... args) {
     return reinterpret_cast<TFunction*>(dlsym(RTLD_NEXT, name))(args...);
@@ -69,7 +69,7 @@ int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* time
     return Real(&select, "select", count, read, write, except, timeout);
 }
 
-// Under another name, since the system's header says that poll() only writes there.
+// Declared under another name, because the system's header declares the argument as write-only.
 int OurPoll(pollfd* fds, nfds_t count, int timeout) __asm__("poll");
 int OurPoll(pollfd* fds, nfds_t count, int timeout) {
     if (t_model == nullptr) {
@@ -102,7 +102,7 @@ void* malloc(size_t size) noexcept {
 #endif
 }
 
-// The forms for arrays and those without a size come down to these.
+// The operators for arrays, and those without a size, call these.
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return Fails(NEW) ? nullptr : malloc(size == 0 ? 1 : size);
 }
@@ -123,7 +123,7 @@ void operator delete(void* block, std::size_t /*size*/) noexcept {
     free(block);
 }
 
-// After a constructor that throws.
+// Called after a constructor that throws.
 void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
     free(block);
 }

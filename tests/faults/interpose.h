@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Faults on demand. This program's own definitions of some system calls and of operator new come
-// before those of the libraries; unless a test asks for more, they do the same.
+// Faults on demand. This program's definitions of some system calls and of operator new take
+// precedence over those of the libraries. Unless a test requests a fault, they behave the same.
 #ifndef INTERPOSE_H
 #define INTERPOSE_H
 
@@ -41,7 +41,7 @@ struct CInLibrary {
     ~CInLibrary() { t_isLibrary = false; }
 };
 
-// While it lives, the nth call from now on fails.
+// Makes the nth call from now on fail, while it exists.
 class CFailingCall {
   public:
     CFailingCall(ECall call, int nth, int error)
@@ -57,18 +57,18 @@ class CFailingCall {
     int m_failing;
 };
 
-// So many waits of the library in select() end at once, as if their time was over.
+// This number of waits of the library in select() end immediately, as after a time-out.
 inline std::atomic<int> g_skippedWaits{0};
 
 class CSocketModel;
 inline thread_local CSocketModel* t_model = nullptr;
 
-// While it lives, it stands for the network of all sockets that the current thread writes to.
+// Replaces the network of all sockets that the current thread writes to, while it exists.
 class CSocketModel {
   public:
     CSocketModel() { t_model = this; }
     virtual ~CSocketModel() { t_model = nullptr; }
-    virtual short Poll(int fd) = 0;  // the events; 0: the time is over
+    virtual short Poll(int fd) = 0;  // the events; 0: a time-out
     virtual ssize_t Send(int fd, const char* data, size_t size) = 0;
     virtual ssize_t SendMessage(int fd, const msghdr& message) = 0;
 };

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Pushes the host's media units over all four transports, and compares the received data.
 //
-// Input: the transport (4 and above: no client reads), the size of the filler in units of 256 bytes,
-// the start of the second push in units of 16 bytes; then the media units. The filler after them
-// allows units that are larger than an input.
+// Input: the transport (4 and above: no client reads), the size of the filler in units of 256
+// bytes, the start of the second push in units of 16 bytes; then the media units. The filler after
+// them allows units that are larger than an input.
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/socket.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Compares the memory pool with a queue: records come out whole and in order. After calls that break
-// the order, the pool must still stay within its memory.
+// Compares the memory pool with a queue: records come out whole and in order. After calls that
+// break the order, the pool must still stay within its memory.
 #include <deque>
 
 #include "fuzz_support.h"

@@ -227,8 +227,8 @@ void CSoak::StopAmidEverything() {
     Require(CountDescriptors() == m_descriptors, "descriptors after a stop", CountDescriptors());
 }
 
-// Clients set up streams until the pool is empty, and disconnect without TEARDOWN. The next player's
-// SETUP gets their ports.
+// Clients set up streams until the pool is empty, and disconnect without TEARDOWN. The next
+// player's SETUP gets their ports.
 void CSoak::ExhaustDataPorts() {
     bool refused = false;
     for (int i = 0; i < VISITORS && !refused && GoesOn(); ++i) {
@@ -304,8 +304,8 @@ int main(int argc, char** argv) {
     // One heap that returns freed memory at once: the resident memory is the memory in use.
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 65536);
-    // The figures go to standard output, and the library's lines are discarded. Standard error stays
-    // open for a sanitizer.
+    // The figures go to standard output, and the library's lines are discarded. Standard error
+    // stays open for a sanitizer.
     FILE* out = fdopen(dup(STDOUT_FILENO), "w");
     if (out == nullptr || freopen("/dev/null", "w", stdout) == nullptr ||
         (IsPlainBuild() && freopen("/dev/null", "w", stderr) == nullptr)) {

@@ -33,9 +33,9 @@ class CLogCapture {
     std::string Text() const;  // everything written so far
     bool Has(const std::string& text) const { return Text().find(text) != std::string::npos; }
     int Count(const std::string& text) const;
-    // Waits until all of these diagnostic lines were written, in any order. `lines` are separated by
-    // '|'. Each is the first letter of the level, a blank, and the text after file, line and
-    // function, in which '#' matches any number.
+    // Waits until all of these log lines were written, in any order. '|' separates the lines.
+    // Each is the first letter of the level, a blank, and the text after file, line and function,
+    // in which '#' matches any number.
     testing::AssertionResult HasLines(const std::string& lines) const;
     // Waits until the text was written.
     bool WaitFor(const std::string& text) const {

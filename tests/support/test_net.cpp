@@ -137,7 +137,7 @@ std::string CTestClient::Ask(const std::string& method, const std::string& url,
 
 std::string CTestClient::ReadReply(int timeoutMs) {
     std::string reply;
-    // Media that overtake the reply can be megabytes: only the end is looked at.
+    // Megabytes of media may arrive before the reply, so only the end is checked.
     for (std::string more = "x";
          !more.empty() && (reply.size() < 4 || reply.compare(reply.size() - 4, 4, "\r\n\r\n") != 0);
          reply += more) {
@@ -230,8 +230,8 @@ TRtspServerStreamInfo MakeStreamInfo() {
 }
 
 uint16_t FreeDataPortRange(int pairs) {
-    // Below the range from which the system picks client ports. The name of a socket that lives as
-    // long as this process keeps other test processes off the same slot.
+    // Below the range from which the system chooses client ports. A socket with the slot's name
+    // stays open until this process ends, so that no other test process uses the same slot.
     constexpr int FIRST = 10000;
     constexpr int SLOT = 640;
     constexpr int SLOTS = (32000 - FIRST) / SLOT;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests over real sockets share: a started server, clients that speak the protocol, and
-// the units that a host pushes.
+// Shared by the tests over real sockets: a started server, clients that use the protocol, and the
+// units that a host pushes.
 #ifndef TEST_NET_H
 #define TEST_NET_H
 
@@ -15,7 +15,8 @@
 
 // Limits in milliseconds hold in the plain build only; sanitizers and emulation are slow.
 bool IsPlainBuild();
-inline bool IsEmulated() {  // another processor's program: the toolchain file's emulator sets it
+inline bool
+IsEmulated() {  // a cross-built program; the toolchain file's emulator sets the variable
     return getenv("RTSPS_EMULATED") != nullptr;
 }
 
@@ -41,9 +42,9 @@ class CTestSocket {
     void Reset();
     void ResetHard();  // closes with RST
     bool Send(const std::string& text) const;
-    // What arrives next, "" at the end of the stream or when nothing arrives in time.
+    // The next data that arrives; "" at the end of the stream or after the time-out.
     std::string Receive(size_t most = 65536, int timeoutMs = 5000) const;
-    // Exactly that many bytes, fewer at the end of the stream or in time.
+    // Exactly that many bytes; fewer at the end of the stream or after the time-out.
     std::string ReceiveExactly(size_t bytes, int timeoutMs = 5000) const;
     bool AtEnd(int timeoutMs = 5000) const;  // whether the peer has closed
 
@@ -51,7 +52,7 @@ class CTestSocket {
     int m_fd = -1;
 };
 
-// One client of the dialogue. Requests carry a rising CSeq.
+// A client that sends requests, with a rising CSeq.
 class CTestClient {
   public:
     explicit CTestClient(uint16_t port, int nRecvBuffer = 0)
@@ -60,10 +61,11 @@ class CTestClient {
         : m_port(port), m_socket(std::move(connected)) {}
 
     CTestSocket& Socket() { return m_socket; }
-    // Sends "METHOD url RTSP/1.0", CSeq and the headers (each ended by CR LF); the reply.
+    // Sends "METHOD url RTSP/1.0", CSeq and the headers (each with CR LF at its end). Returns the
+    // reply.
     std::string Ask(const std::string& method, const std::string& url,
                     const std::string& headers = "");
-    // Sends text as it is; the reply with the body that its Content-Length announces.
+    // Sends unchanged text. Returns the reply with the body that its Content-Length announces.
     std::string AskRaw(const std::string& text) { return m_socket.Send(text) ? ReadReply() : ""; }
     std::string ReadReply(int timeoutMs = 5000);
 
@@ -73,13 +75,14 @@ class CTestClient {
     std::string Play() { return Ask("PLAY", Url()); }
     int Cseq() const { return m_cseq; }
 
-    // DESCRIBE, SETUP of the streams over one transport, PLAY. Whether all were answered with 200.
+    // Sends DESCRIBE, SETUP of the streams over one transport, and PLAY. Returns whether all
+    // replies were 200.
     bool PlayInterleaved(bool audio = true);
-    // Over UDP: the sockets on which the media arrive.
+    // Over UDP; the arguments become the sockets on which the media arrive.
     bool PlayUdp(CTestSocket* video, CTestSocket* audio = nullptr) {
         return Play(false, video, audio);
     }
-    // Over TCP connections of their own.
+    // Over separate TCP connections.
     bool PlayTcp(CTestSocket* video, CTestSocket* audio = nullptr) {
         return Play(true, video, audio);
     }
@@ -112,8 +115,8 @@ std::string PacketOf(const Bytes& unit, uint32_t ssrc);
 // The frame as an interleaved client receives it.
 std::string FrameOf(const Bytes& unit, uint32_t ssrc, uint8_t channel);
 
-// A server on free ports, with channel 1 main (H.264 96, A-law 8) and sub declared. Stops it at
-// the end and expects that neither threads nor descriptors are left.
+// A server on free ports, with channel 1 main (H.264 96, A-law 8) and sub declared. Stops the
+// server at the end, and checks that no thread or descriptor remains.
 class CServerTest : public ::testing::Test {
   protected:
     static constexpr uint32_t VIDEO_SSRC = 0x11223344;
@@ -131,7 +134,7 @@ class CServerTest : public ::testing::Test {
     int m_descriptorsBefore = 0;
 };
 
-// The same with the diagnostic lines captured.
+// The same, with the diagnostic lines captured.
 class CLoggedServerTest : public CServerTest {
   protected:
     CLogCapture m_log;
@@ -141,12 +144,12 @@ TRtspServerStreamInfo MakeStreamInfo();
 inline uint16_t FreeTcpPort() {
     return CTestSocket::ListenTcp(0).Port();
 }
-uint16_t FreeDataPortRange(int pairs);  // first port of an even range, apart from other processes'
+uint16_t FreeDataPortRange(int pairs);  // first port of an even range that no other process uses
 int CountEntries(const char* path);     // of a folder
 inline int CountThreads() {
     return CountEntries("/proc/self/task");
 }
-int OwnThreads();  // of the process without the library: one, and a sanitizer's
+int OwnThreads();  // the threads of the process without those of the library
 inline int CountDescriptors() {
     return CountEntries("/proc/self/fd");
 }
