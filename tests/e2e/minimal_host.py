@@ -43,7 +43,7 @@ def main():
     clip, *program = sys.argv[1:]
     if shutil.which("ffmpeg") is None:
         print("skipped: there is no ffmpeg to play with")
-        return 77  # CTest knows it
+        return 77  # CTest reports it as skipped
     port, _ = free_ports()
     with tempfile.TemporaryDirectory() as work:
         file = os.path.join(work, "served.h264")

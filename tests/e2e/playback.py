@@ -37,7 +37,7 @@ def clip_frames(video, work):
     subprocess.run([*FFMPEG, "-y", "-i", video, "-f", "framemd5", sums], check=True, timeout=left())
     frames = frame_sums(sums)
     if len(set(frames)) != len(frames):
-        sys.exit("the clip repeats a frame: its order cannot be told")
+        sys.exit("the clip repeats a frame, so the order of frames is not defined")
     return frames
 
 
