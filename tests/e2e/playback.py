@@ -55,15 +55,11 @@ def free_ports():
     sys.exit("no free UDP ports")
 
 
-def log_file(work):
-    return os.path.join(work, "live_host.log")
-
-
 class Host:
     """live_host, serving; its output goes to a file that is shown when something fails."""
 
     def __init__(self, program, arguments, work, feed=None):
-        self.log = log_file(work)
+        self.log = os.path.join(work, "live_host.log")
         with open(self.log, "wb"):
             pass
         for _ in range(5):
@@ -128,18 +124,16 @@ class Host:
 
 
 class Player:
-    """ffmpeg as a recorder; `prefix` is a command that runs it in another namespace,
-    `options` are for its input."""
+    """ffmpeg as a recorder; `prefix` is a command that runs it in another namespace."""
 
-    def __init__(self, name, url, transport, seconds, work, with_audio=True, prefix=(),
-                 options=()):
+    def __init__(self, name, url, transport, seconds, work, with_audio=True, prefix=()):
         self.name = name
         self.sums = os.path.join(work, name.replace(" ", "-") + ".framemd5")
         self.sound = os.path.join(work, name.replace(" ", "-") + ".alaw")
         limit = ["-t", str(seconds)]
         audio = ["-map", "0:a", "-c:a", "copy", *limit, "-f", "alaw", self.sound]
         self.process = subprocess.Popen(
-            [*prefix, *FFMPEG, "-y", *options, "-rtsp_transport", transport, "-i", url,
+            [*prefix, *FFMPEG, "-y", "-rtsp_transport", transport, "-i", url,
              "-map", "0:v", "-fps_mode", "passthrough", *limit, "-f", "framemd5", self.sums,
              *(audio if with_audio else [])],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
