@@ -167,7 +167,7 @@ return {{state: document.body.dataset.state, text: document.getElementById('stat
 class Browser:
     """Headless Chromium, driven over the WebDriver protocol."""
 
-    def __init__(self, work, width=1000, height=700):
+    def __init__(self, work):
         self.profile = os.path.join(work, "chromium")
         shutil.rmtree(self.profile, ignore_errors=True)
         port = free_port()
@@ -179,7 +179,7 @@ class Browser:
         options = {"args": [
             "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
             "--disable-background-networking", "--disable-component-update", "--disable-sync",
-            f"--user-data-dir={self.profile}", f"--window-size={width},{height}"]}
+            f"--user-data-dir={self.profile}", "--window-size=1000,700"]}
         capabilities = {"goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
         value = self.ask("POST", "", {"capabilities": {"alwaysMatch": capabilities}})
         self.session = "/" + value["sessionId"]

@@ -160,23 +160,6 @@ def ffmpeg_dies(setup):
     check_children_gone(relay, group)
 
 
-def server_restarts(setup):
-    """New segments come within 4 s. The browser test does the same with the picture."""
-    host = setup.host("--video", setup.clip(60))
-    relay = setup.relay(host)
-    for away in (0, 3):
-        wait_for_segments(relay)
-        host.kill()
-        wait_until(lambda: not relay.segments(), 3, "the old playlist is gone")
-        time.sleep(away)
-        host.start()
-        check(wait_for_segments(relay) < 4, "the stream comes back late")
-    host.process.send_signal(signal.SIGSTOP)  # its connections stay, and are silent
-    wait_until(lambda: not relay.segments(), 8, "the silent server is given up")
-    host.process.send_signal(signal.SIGCONT)
-    wait_for_segments(relay)
-
-
 def late_key_frame(setup):
     """One key frame every 8 s: without -probesize, ffmpeg gives up before the first key frame."""
     clip = setup.clip(16, key_frame_every=8, noise=True)
@@ -330,8 +313,8 @@ def demo(setup):
     check_children_gone(both, both.process.pid)
 
 
-CASES = {case.__name__: case for case in (serves, ffmpeg_dies, server_restarts, late_key_frame,
-                                          full_disk, protected, closed_port, demo)}
+CASES = {case.__name__: case for case in (serves, ffmpeg_dies, late_key_frame, full_disk,
+                                          protected, closed_port, demo)}
 
 
 def run(case, source, live_host):
