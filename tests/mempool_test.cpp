@@ -60,21 +60,7 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
     }
 }
 
-TEST(MemPool, TakesWhatLeavesAByteFree) {
-    CTestPool pool(1000, 500);
-    const Bytes data(991);
-    EXPECT_TRUE(pool.InputData(data.data(), 991));
-    EXPECT_EQ(Consume(pool), 991);
-}
-
-TEST(MemPool, ClearForgetsAllRecords) {
-    CTestPool pool(1000, 500);
-    const Bytes data(991);
-    EXPECT_TRUE(pool.InputData(data.data(), 991) && pool.Clear());
-    EXPECT_EQ(Consume(pool), -1);
-}
-
-// A pool, and the steps of its writer and its reader. The length of a record determines its bytes.
+// A pool, and the steps of its writer and its reader. A record's bytes follow from its length.
 class CMemPoolLaps : public ::testing::Test {
   protected:
     void SetUp() override {

@@ -90,34 +90,4 @@ TEST(RtpBurst, AudioIsNotCheckedForGaps) {
     EXPECT_EQ(Units(run, CRtpBurst::DATAGRAMS, 42), 2);
 }
 
-TEST(RtpBurst, StampsItsUnitsAndKnowsWhereTheyEnd) {
-    Bytes run = MakeUnits({100, 50});
-    const CRtpBurst burst(run.data(), static_cast<int>(run.size()), CRtpBurst::STREAM, STAMP, 0);
-    const Bytes first = MakeUnit({96, 1, 0, 100, 1});
-    const Bytes second = MakeUnit({96, 2, 0, 50, 1});
-    EXPECT_EQ(std::string(run.begin(), run.end()),
-              FrameOf(first, SSRC, CHANNEL) + FrameOf(second, SSRC, CHANNEL));
-    EXPECT_EQ(burst.Bytes(), 116 + 66);
-    EXPECT_EQ(burst.NextSequence(), 3);
-    EXPECT_EQ(burst.LastUnit(), run.data() + 116);
-    EXPECT_EQ(burst.FirstSize(), 116);
-    const struct {
-        const char* why;
-        CSendResult result;
-        int bytes;
-        int units;
-    } rows[] = {
-        {"its first byte", burst.SentUpTo(0), 116, 1},
-        {"the last byte of the first unit", burst.SentUpTo(115), 116, 1},
-        {"the first byte of the second unit", burst.SentUpTo(116), 116 + 66, 2},
-        {"the first unit", burst.FirstSent(), 116, 1},
-        {"all of it", burst.AllSent(), 116 + 66, 2},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.result.outcome, CSendResult::SENT) << row.why;
-        EXPECT_EQ(row.result.nBytes, row.bytes) << row.why;
-        EXPECT_EQ(row.result.nUnits, row.units) << row.why;
-    }
-}
-
 }  // namespace

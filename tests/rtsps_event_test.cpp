@@ -248,7 +248,6 @@ TEST_F(CEventTest, ClientsBeyondTheRegistryGetRepliesButNoMediaAndNoEvents) {
     clients.clear();
     EXPECT_EQ(m_log.Count("OverSize"), 1);
     EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == RTSPS_MAX_SESSIONS + 1; }));
-    CRtspSessionManager::Instance()->DelExceptionSession();
     EXPECT_EQ(m_listener.Heard().size(), 2U * RTSPS_MAX_SESSIONS + 4);
 }
 

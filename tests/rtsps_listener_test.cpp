@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <netinet/tcp.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -34,7 +33,6 @@ long AddressSpaceKb() {
     return std::stol(FirstLine("/proc/self/statm")) * sysconf(_SC_PAGESIZE) / 1024;
 }
 
-using namespace std::chrono_literals;
 using CListenerTest = CLoggedServerTest;
 
 TEST_F(CListenerTest, ConnectionsGetTheirOptions) {
@@ -78,21 +76,7 @@ TEST_F(CListenerTest, DebugModeFollowsAClient) {
     EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
 }
 
-// Priorities are the host's decision, also in a process with all privileges.
-TEST_F(CListenerTest, ThreadsKeepTheOrdinaryPriority) {
-    StartServer();
-    CTestClient client(m_port);
-    EXPECT_NE(client.Ask("OPTIONS", "*"), "");
-    int threads = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        const int tid = std::stoi(task.path().filename());
-        EXPECT_FALSE(WaitUntil([&] { return sched_getscheduler(tid) != SCHED_OTHER; }, 20ms));
-        ++threads;
-    }
-    EXPECT_EQ(threads, m_threadsBefore + 2);
-}
-
-// Hosts that lock their memory need RAM for the whole address space of every client.
+// Hosts that lock their memory pay for the address space of every client.
 TEST_F(CListenerTest, ThreadsAreNamedAndSmall) {
     mallopt(M_ARENA_MAX, 1);  // as the host guide advises: one heap for all threads
     StartServer();

@@ -149,18 +149,13 @@ TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
 TEST_F(CServerObjectTest, AnyChannelNumberHasThreeStreams) {
     StartServer();
     TRtspServerStreamInfo info = MakeStreamInfo();
+    const char* const streams[] = {"main", "sub", "third"};
     for (const int channel : {0, 2147483647}) {
-        for (const char* stream : {"main", "sub", "third"}) {
-            const std::string url =
-                "rtsp://127.0.0.1/chan" + std::to_string(channel) + "/" + stream;
-            EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "404") << url;
-        }
         for (int stream = RTSPS_STREAM_MAIN; stream <= RTSPS_STREAM_THIRD; ++stream) {
-            EXPECT_EQ(RTSPServer_SetStreamInfo(channel, stream, &info), 0);
-        }
-        for (const char* stream : {"main", "sub", "third"}) {
             const std::string url =
-                "rtsp://127.0.0.1/chan" + std::to_string(channel) + "/" + stream;
+                "rtsp://127.0.0.1/chan" + std::to_string(channel) + "/" + streams[stream];
+            EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "404") << url;
+            EXPECT_EQ(RTSPServer_SetStreamInfo(channel, stream, &info), 0);
             EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "200") << url;
         }
     }

@@ -348,19 +348,6 @@ TEST(Session, SessionIdIsCheckedOnDemand) {
     }
 }
 
-TEST(Session, ARefusedIdThatCannotBeAnsweredChangesNothing) {
-    CSessionOnPair s(RTSP_DESCRIBE);
-    s.probe.bNeedCheckId = true;
-    s.client.Reset();
-    for (const char* method : {"PAUSE", "TEARDOWN", "HEARTBEAT"}) {
-        const CLogCapture log;
-        EXPECT_EQ(s.Dispatch(Request(method)), 0) << method;
-        EXPECT_EQ(s.probe.emRtspStat, RTSP_DESCRIBE) << method;
-        EXPECT_TRUE(
-            log.HasLines("E send_response failed, , fd[#],errno[#]|E check_req_session_id failed"));
-    }
-}
-
 TEST(Session, OnlyLiveStreamsTakePushesAndOnlyRecordingsPause) {
     CSessionOnPair s(RTSP_PLAY);
     Bytes unit = MakeUnit({});

@@ -93,21 +93,8 @@ TEST_F(CUdpTransmitterTest, ARefusalMakesASendShortAndNotAnError) {
     EXPECT_EQ(m_transmitter.get_status(), STAUTS_OK);
 }
 
-TEST_F(CUdpTransmitterTest, BurstsLeaveInOneCallWhereTheKernelSegments) {
-    ASSERT_EQ(m_transmitter.burst_kind(),
-              KernelSegments() ? CRtpBurst::DATAGRAMS : CRtpBurst::NONE);
-    if (!KernelSegments()) {
-        GTEST_SKIP() << "this kernel does not segment UDP";
-    }
-    EXPECT_EQ(SendBurst(), 2 * UNIT);
-    const Bytes run = MakeRun({96, 1, 0, 100, 1}, 2);
-    for (const auto at : {run.begin(), run.begin() + UNIT}) {
-        EXPECT_EQ(m_peer.Receive(), PacketOf(Bytes(at, at + UNIT), m_info.dwRtpSSRC));
-    }
-}
-
-// Sent one by one, the second packet would fail with the refusal of the first. So after a refusal,
-// a single packet is sent before every burst.
+// Sent one by one, the second packet would meet the refusal of the first. So once a client has
+// refused, a single packet goes ahead of every burst.
 TEST_F(CUdpTransmitterTest, AfterARefusalASinglePacketGoesAheadOfEveryBurst) {
     if (!KernelSegments()) {
         GTEST_SKIP() << "this kernel does not segment UDP";
