@@ -3,13 +3,17 @@
 // serves the next client.
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
+#include <netinet/udp.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -131,6 +135,25 @@ class CFaultTest : public CServerTest {
             EXPECT_TRUE(datagrams == nullptr || datagrams->Receive() == PacketOf(unit, VIDEO_SSRC));
         }
         return frames;
+    }
+
+    // One client per transport receives a push. The clients close first, so that no closed
+    // connection blocks a port of the server.
+    void PlayOverEveryTransport(const CLogCapture& log) {
+        {
+            const CPeer udp(m_port, PLAYING, UDP);
+            const CPeer tcp(m_port, PLAYING, TCP);
+            CPeer interleaved(m_port, PLAYING, INTERLEAVED);
+            ASSERT_TRUE(log.WaitFor("Found Needed Addr coming"));
+            const std::string frames = PushRun(40, 1388, &udp.media);
+            std::string separate = frames;
+            for (size_t at = 0; at < separate.size(); at += 1404) {
+                separate.replace(at + 2, 2, 2, '\0');
+            }
+            EXPECT_TRUE(interleaved.Socket().ReceiveExactly(frames.size()) == frames);
+            EXPECT_TRUE(tcp.media.ReceiveExactly(frames.size()) == separate);
+        }
+        EXPECT_TRUE(WaitUntil([&] { return log.Count(" exit\n") == 3; }));
     }
 
     // Over separate TCP the first pushes wait until the server has accepted the connection.
@@ -296,7 +319,7 @@ TEST_F(CFaultTest, RunsLeaveInFewSystemCalls) {
     StartServer();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        const CFailingCall noSegmentation(SEGMENT, row.segments ? 1000 : 1, ENOPROTOOPT);
+        const CMissingOption missing(IPPROTO_UDP, row.segments ? 0 : UDP_SEGMENT);
         CPeer client(m_port, PLAYING, row.transport);
         ASSERT_TRUE(Ok(client.reply));
         const auto& media = row.transport == UDP ? client.media : client.Socket();
@@ -315,6 +338,72 @@ TEST_F(CFaultTest, RunsLeaveInFewSystemCalls) {
         client.Socket().Reset();
         CRtspSessionManager::Instance()->Close();
     }
+}
+
+// The lines in alphabetical order, because several threads write them, with '#' for each number.
+std::multiset<std::string> LinesOf(const CLogCapture& log) {
+    std::istringstream text(std::regex_replace(log.Text(), std::regex("0x[0-9a-f]+|[0-9]+"), "#"));
+    std::multiset<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+        lines.insert(line);
+    }
+    return lines;
+}
+
+// Whether ports can be bound without SO_REUSEADDR: no socket and no closed connection uses them.
+bool AreFree(int first, int count) {
+    bool areFree = true;
+    for (int i = 0; i < 2 * count; ++i) {
+        const int type = i % 2 == 0 ? SOCK_DGRAM : SOCK_STREAM;
+        const CTestSocket probe(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+        const CBB_ADDR_T addr = MakeAddr("127.0.0.1", static_cast<uint16_t>(first + i / 2));
+        areFree = areFree && CBB_Bind(probe.Fd(), &addr) == 0;
+    }
+    return areFree;
+}
+
+// Old and reduced kernels lack options: clients receive the same bytes, and the log is the same.
+TEST_F(CFaultTest, KernelsThatLackAnOption) {
+    const struct {
+        const char* why;
+        int level;
+        int name;
+    } rows[] = {
+        {"nothing: the log to compare with", 0, 0},
+        {"the name of a thread", CMissingOption::PRCTL, PR_SET_NAME},
+        {"UDP segmentation", IPPROTO_UDP, UDP_SEGMENT},
+        {"a port is used again at once", SOL_SOCKET, SO_REUSEADDR},
+        {"send buffers of the library's size", SOL_SOCKET, SO_SNDBUF},
+        {"receive buffers of the library's size", SOL_SOCKET, SO_RCVBUF},
+        {"probes of a silent peer", SOL_SOCKET, SO_KEEPALIVE},
+        {"the time before the first probe", IPPROTO_TCP, TCP_KEEPIDLE},
+        {"the time between two probes", IPPROTO_TCP, TCP_KEEPINTVL},
+        {"the number of probes", IPPROTO_TCP, TCP_KEEPCNT},
+        {"small packets leave at once", IPPROTO_TCP, TCP_NODELAY},
+    };
+    std::multiset<std::string> expected;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const CLogCapture log;
+        const CMissingOption missing(row.level, row.name);
+        m_para.nServerPort = m_port = FreeTcpPort();
+        while (!AreFree(m_para.nMinPort, 4)) {
+            m_para.nMinPort += 2;
+        }
+        m_para.nMaxPort = m_para.nMinPort + 2;
+        {
+            const CInLibrary in;
+            Init(true);
+            ASSERT_EQ(RTSPServer_Start(), 0);
+        }
+        PlayOverEveryTransport(log);
+        RTSPServer_Stop();
+        RTSPServer_Release();
+        EXPECT_EQ(CMissingOption::Refusals() > 0, row.name != 0);
+        expected = expected.empty() ? LinesOf(log) : expected;
+        EXPECT_EQ(LinesOf(log), expected);
+    }
+    StartServer();
 }
 
 // The counters of a client that plays for a year at 8 Mbit/s, which is about 750 packets of 1400

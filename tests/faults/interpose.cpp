@@ -5,10 +5,13 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/select.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
+#include <ctime>
 #include <new>
 
 namespace {
@@ -21,6 +24,11 @@ bool Fails(ECall call) {
     }
     errno = g_scripts[call].error;
     return true;
+}
+
+// With 64-bit time on a 32-bit processor, the headers give some functions other names.
+constexpr const char* NameOf(const char* name, const char* nameWithTime64) {
+    return sizeof(time_t) > sizeof(long) ? nameWithTime64 : name;
 }
 
 // Calls the system library's function that a function of this program replaces.
@@ -56,9 +64,23 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*start)
 }
 
 int setsockopt(int fd, int level, int name, const void* value, socklen_t size) noexcept {
-    return level == IPPROTO_UDP && Fails(SEGMENT)
-               ? -1
-               : Real(&setsockopt, "setsockopt", fd, level, name, value, size);
+    if (CMissingOption::Refuses(level, name)) {
+        errno = ENOPROTOOPT;
+        return -1;
+    }
+    return Real(&setsockopt, NameOf("setsockopt", "__setsockopt64"), fd, level, name, value, size);
+}
+
+int prctl(int option, ...) noexcept {
+    if (CMissingOption::Refuses(CMissingOption::PRCTL, option)) {
+        errno = EINVAL;
+        return -1;
+    }
+    va_list rest;
+    va_start(rest, option);
+    const auto value = va_arg(rest, unsigned long);  // PR_SET_NAME takes one
+    va_end(rest);
+    return Real(&prctl, NameOf("prctl", "__prctl_time64"), option, value);
 }
 
 int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout) {
@@ -66,7 +88,7 @@ int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* time
         --g_skippedWaits;
         return 0;
     }
-    return Real(&select, "select", count, read, write, except, timeout);
+    return Real(&select, NameOf("select", "__select64"), count, read, write, except, timeout);
 }
 
 // Declared under another name, because the system's header declares the argument as write-only.
@@ -88,8 +110,9 @@ ssize_t send(int fd, const void* data, size_t size, int flags) {
 
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
     (void)Fails(SENDMSG);
-    return t_model != nullptr ? t_model->SendMessage(fd, *message)
-                              : Real(&sendmsg, "sendmsg", fd, message, flags);
+    return t_model != nullptr
+               ? t_model->SendMessage(fd, *message)
+               : Real(&sendmsg, NameOf("sendmsg", "__sendmsg64"), fd, message, flags);
 }
 
 #if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)

@@ -10,22 +10,9 @@
 #include <cstddef>
 
 // Counted, and made to fail, in the library only: on all threads but the main one, and there
-// inside a CInLibrary. SEGMENT asks a socket for UDP segmentation. MALLOC is never made to fail,
-// and sanitized builds do not see it: there malloc is the sanitizer's.
-enum ECall {
-    SOCKET,
-    BIND,
-    LISTEN,
-    ACCEPT,
-    THREAD,
-    NEW,
-    MALLOC,
-    POLL,
-    SEND,
-    SENDMSG,
-    SEGMENT,
-    CALLS
-};
+// inside a CInLibrary. MALLOC is never made to fail, and sanitized builds do not see it: there
+// malloc is the sanitizer's.
+enum ECall { SOCKET, BIND, LISTEN, ACCEPT, THREAD, NEW, MALLOC, POLL, SEND, SENDMSG, CALLS };
 
 struct CScript {
     std::atomic<int> calls{0};    // so far
@@ -55,6 +42,32 @@ class CFailingCall {
   private:
     CScript& m_script;
     int m_failing;
+};
+
+// The kernel refuses an option of sockets to the library while this object exists. The level PRCTL
+// stands for prctl().
+class CMissingOption {
+  public:
+    static constexpr int PRCTL = -1;
+
+    CMissingOption(int level, int name) {
+        s_refusals = 0;
+        s_name = name;
+        s_level = level;
+    }
+    ~CMissingOption() { s_level = NONE; }
+    static bool Refuses(int level, int name) {
+        const bool refuses = t_isLibrary && level == s_level && name == s_name;
+        s_refusals += refuses ? 1 : 0;
+        return refuses;
+    }
+    static int Refusals() { return s_refusals; }
+
+  private:
+    static constexpr int NONE = -2;
+    static inline std::atomic<int> s_level{NONE};
+    static inline std::atomic<int> s_name{0};
+    static inline std::atomic<int> s_refusals{0};
 };
 
 // This number of waits of the library in select() end immediately, as after a time-out.
