@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 
@@ -291,9 +292,11 @@ void CServerTest::StartServer() {
     ASSERT_EQ(RTSPServer_Start(), 0);
 }
 
-void CServerTest::Push(const Bytes& units, int chan, int stream) {
-    Bytes copy = units;
-    EXPECT_EQ(RTSPServer_SendRealSteam(chan, stream, copy.data(), static_cast<int>(copy.size())),
+void CServerTest::Push(const Bytes& units, int chan, int stream, size_t offset) {
+    Bytes copy(offset + units.size());
+    std::copy(units.begin(), units.end(), copy.begin() + static_cast<ptrdiff_t>(offset));
+    EXPECT_EQ(RTSPServer_SendRealSteam(chan, stream, copy.data() + offset,
+                                       static_cast<int>(units.size())),
               0);
 }
 

@@ -126,7 +126,8 @@ class CServerTest : public ::testing::Test {
     void TearDown() override;
     void Init(bool debug = false);
     void StartServer();
-    void Push(const Bytes& units, int chan = 1, int stream = 0);
+    // The buffer starts `offset` bytes after an aligned address.
+    void Push(const Bytes& units, int chan = 1, int stream = 0, size_t offset = 0);
 
     TRtspServerPara m_para{};
     uint16_t m_port = 0;
