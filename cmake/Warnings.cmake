@@ -9,3 +9,7 @@ target_compile_options(rtspserver_warnings INTERFACE
   -Wcast-align -Wcast-qual -Wformat=2 -Wundef
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
   $<$<BOOL:${RTSPSERVER_WERROR}>:-Werror>)
+# g++ 11 and older report that they ignore [[maybe_unused]] for a data member.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 12)
+  target_compile_options(rtspserver_warnings INTERFACE -Wno-attributes)
+endif()
