@@ -24,8 +24,14 @@ if(CMAKE_CROSSCOMPILING)
   # find the names of the cross packages. So both are set here. scripts/package compares these
   # dependencies with those that dpkg-shlibdeps finds in a native build.
   string(REPLACE aarch64 arm64 CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
+  string(REPLACE armv7l armhf CPACK_DEBIAN_PACKAGE_ARCHITECTURE
+    ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})
+  set(libgcc 3.0)
+  if(CPACK_DEBIAN_PACKAGE_ARCHITECTURE STREQUAL armhf)
+    set(libgcc 3.5)
+  endif()
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
-    "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+    "libc6 (>= 2.34), libgcc-s1 (>= ${libgcc}), libstdc++6 (>= 11)")
 else()
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 endif()
