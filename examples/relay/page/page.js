@@ -17,8 +17,10 @@ const STALL_LIMIT = 1500;
 // After this many players in a row without a picture, the page reports that the browser cannot play
 // the stream.
 const FAILURES = 3;
-// Number of segments that a player needs in the playlist when it starts.
-const SEGMENTS = 2;
+// Number of segments that a player needs in the playlist when it starts. Chromium's own player loads
+// two, and fails ("Segment queue never had any data") when the playlist has no third one yet.
+const OWN_SEGMENTS = 3;
+const HLS_JS_SEGMENTS = 2;
 
 const video = document.getElementById("video");
 const buttons = {};
@@ -135,7 +137,8 @@ async function fetchPlaylist() {
 // Returns the name of the stream's current run, or null while the playlist has too few segments.
 function runOf(playlist) {
   const map = /#EXT-X-MAP:URI="([^"]+)"/.exec(playlist);
-  return map === null || playlist.split("#EXTINF:").length <= SEGMENTS ? null : map[1];
+  const segments = playlist.split("#EXTINF:").length - 1;
+  return map === null || segments < (useHlsJs ? HLS_JS_SEGMENTS : OWN_SEGMENTS) ? null : map[1];
 }
 
 function isStalled() {
