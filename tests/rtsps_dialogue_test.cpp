@@ -224,21 +224,6 @@ TEST_F(CRefusalTest, SetupOfWhatIsNotServed) {
     }
 }
 
-// Kept: replies take the path of the video stream, so audio alone cannot be answered.
-TEST_F(CRefusalTest, SetupOfAudioAloneGetsNoReply) {
-    m_para.nMaxPort = m_para.nMinPort;
-    StartServer();
-    for (const std::string transport : {INTERLEAVED, "RTP/AVP;client_port=5000"}) {
-        const CLogCapture log;
-        CTestClient client(m_port);
-        client.Describe();
-        client.Socket().Send("SETUP " + client.Url("streamid=1") +
-                             " RTSP/1.0\r\nTransport: " + transport + "\r\n\r\n");
-        EXPECT_TRUE(log.HasLines("E m_pVideoSession is NULL|E send_response failed|C exit"));
-        EXPECT_EQ(client.Socket().Receive(65536, 0), "");
-    }
-}
-
 // Kept: after a refusal the client's own port number is given to the pool. No port is lost.
 TEST_F(CRefusalTest, DataPortsComeBack) {
     m_para.nMaxPort = m_para.nMinPort;
