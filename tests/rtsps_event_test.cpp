@@ -206,7 +206,7 @@ TEST_F(CEventTest, OnlyTheClientItIsAboutWaits) {
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
     CRtspSessionManager::Instance()->DelExceptionSession();  // does not wait for the function
     EXPECT_EQ(CRtspSessionManager::Instance()->GetCurrSessionNums(), 1U);
-    EXPECT_FALSE(CTestClient(m_port).PlayUdp(&video)) << "nor does a SETUP that finds no port";
+    EXPECT_FALSE(CTestClient(m_port).PlayUdp(&video)) << "a SETUP without a port does not wait";
     CTestClient other(m_port);
     EXPECT_TRUE(other.PlayInterleaved());
     go.set_value();
