@@ -60,7 +60,7 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
     }
 }
 
-// A pool, and the steps of its writer and its reader. A record's bytes follow from its length.
+// A pool, and the steps of its writer and its reader. The length of a record determines its bytes.
 class CMemPoolLaps : public ::testing::Test {
   protected:
     void SetUp() override {

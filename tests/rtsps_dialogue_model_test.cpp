@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Random dialogues against a model of the framing and the states. Every dialogue follows from a
-// seed. RTSPS_SEED is the first one (1) and RTSPS_DIALOGUES their number (200).
+// Compares random dialogues with a model of the framing and the states. A seed determines each
+// dialogue. RTSPS_SEED is the first seed (1), RTSPS_DIALOGUES the number of dialogues (200).
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -39,7 +39,7 @@ enum ETransport { NONE, INTERLEAVED, MULTICAST, NO_PORT };
 const char* const TRANSPORTS[] = {"", "RTP/AVP/TCP;unicast;interleaved=2-3", "RTP/AVP;multicast",
                                   "RTP/AVP;unicast;client_port=0"};
 
-// What a message of the client asks for.
+// The request in a message of the client.
 struct CRequest {
     std::string method;
     EUrl url;
@@ -47,9 +47,9 @@ struct CRequest {
     std::string cseq;
 };
 
-// What the client sends: bytes, and the messages that they consist of.
+// The bytes that the client sends, and the messages in them.
 struct CDialogue {
-    std::vector<std::string> pieces;  // each sent when the server has taken the one before
+    std::vector<std::string> pieces;  // each is sent after the server has received the one before
     std::map<std::string, CRequest> messages;
     bool resets = false;  // the client's way to leave
 };
@@ -65,7 +65,7 @@ class CGenerator {
             const size_t cut = OneIn(4) ? Below(static_cast<unsigned>(item.size())) : 0;
             Send(piece + item.substr(0, cut));
             piece = item.substr(cut);
-            if (!OneIn(4)) {  // else the next item is sent together with it
+            if (!OneIn(4)) {  // otherwise the next item is sent together with it
                 Send(std::exchange(piece, ""));
             }
         }
@@ -110,7 +110,7 @@ class CGenerator {
         }
     }
 
-    // The request that comes next in a dialogue that succeeds.
+    // The next request of a successful dialogue.
     std::string NextRequest() {
         static constexpr struct {
             const char* method;
@@ -121,7 +121,7 @@ class CGenerator {
                      {"PAUSE", STREAM, NONE},       {"HEARTBEAT", STREAM, NONE},
                      {"TEARDOWN", STREAM, NONE},    {"PAUSE", STREAM, NONE}};
         const auto& next = ORDER[m_step % std::size(ORDER)];
-        m_step += OneIn(8) ? 0U : 1U;  // now and then a request comes twice
+        m_step += OneIn(8) ? 0U : 1U;  // some requests are sent twice
         return Request(next.method, next.url, next.transport);
     }
 
@@ -151,7 +151,7 @@ class CGenerator {
     int m_cseq = 0;
 };
 
-// What the server does, as docs/protocol.md and docs/kept.md describe it.
+// A model of the server, as docs/protocol.md and docs/kept.md describe it.
 class CModel {
   public:
     CModel(const CDialogue& dialogue, std::string session, std::string description)
@@ -159,7 +159,7 @@ class CModel {
           m_session(std::move(session)),
           m_description(std::move(description)) {}
 
-    // Takes a piece as one segment; the replies to it.
+    // Receives a piece as one segment. Returns the replies to it.
     std::string Take(std::string segment) {
         m_replies.clear();
         while (!segment.empty() && m_end == RUNS_ON && m_isCertain) {
@@ -176,7 +176,7 @@ class CModel {
         return m_replies;
     }
 
-    // What the client's leaving leads to.
+    // Handles the end of the client's connection.
     void Leave() {
         End(m_dialogue.resets ? RTSPS_CLOSE_CONNECTION_ERROR : RTSPS_CLOSE_CLIENT_LEFT);
     }
@@ -199,7 +199,7 @@ class CModel {
         return bytes.size() < 4 ? 4 : 4 + at(2) * 256 + at(3);
     }
 
-    // The head that the bytes begin with; nothing after a NUL is seen.
+    // The head at the beginning of the bytes. Bytes after a NUL are not searched.
     static std::optional<size_t> HeadSize(const std::string& bytes) {
         const size_t end = bytes.substr(0, bytes.find('\0')).find("\r\n\r\n");
         return end == std::string::npos ? std::nullopt : std::optional(end + 4);
@@ -216,8 +216,8 @@ class CModel {
                                                                     : arrived.size();
     }
 
-    // One message or frame for each receive. Of what follows it only the number of bytes is kept:
-    // those of the front stay where they are.
+    // Each receive handles one message or frame. Only the count of the bytes after it is stored;
+    // the bytes are not moved to the front.
     void Consume() {
         const auto frame = FrameSize(m_held);
         const auto head = HeadSize(m_held);
@@ -366,7 +366,7 @@ struct CSession {
 
 class CDialogueModelTest : public CLoggedServerTest {
   protected:
-    // The server's end of a connection: both are in this process.
+    // The server's socket of a connection: both sockets are in this process.
     int ServerEnd(const CTestSocket& client) const {
         for (int fd = 3; fd < 1024; ++fd) {
             sockaddr_in peer{};

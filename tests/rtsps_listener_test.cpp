@@ -76,7 +76,7 @@ TEST_F(CListenerTest, DebugModeFollowsAClient) {
     EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
 }
 
-// Hosts that lock their memory pay for the address space of every client.
+// Hosts that lock their memory need RAM for the whole address space of every client.
 TEST_F(CListenerTest, ThreadsAreNamedAndSmall) {
     mallopt(M_ARENA_MAX, 1);  // as the host guide advises: one heap for all threads
     StartServer();

@@ -252,7 +252,7 @@ def data_ports_dropped(lab):
     return faults + lab.ending(2, "udp", LEFT)
 
 
-# The number of links each needs.
+# The number of links that each case needs.
 CASES = {mtu_1500: 1, mtu_1000: 1, link_down: 3, new_address: 2, data_ports_dropped: 3}
 
 

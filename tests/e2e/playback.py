@@ -124,7 +124,7 @@ class Host:
 
 
 class Player:
-    """ffmpeg as a recorder; `prefix` is a command that runs it in another namespace."""
+    """ffmpeg as a recorder. `prefix` is a command that runs it in another namespace."""
 
     def __init__(self, name, url, transport, seconds, work, with_audio=True, prefix=()):
         self.name = name

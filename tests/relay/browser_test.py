@@ -13,7 +13,7 @@ from harness import BITS, FPS, Browser, Fault, Host, Relay, check, make_clip, wa
 
 START = 5      # seconds from opening the page to a moving picture, and from a restart of the server
 PATIENCE = 20  # seconds for the same on a machine that is busy with something else
-ATTEMPTS = 3   # of which one has to be in time
+ATTEMPTS = 3   # one of them has to be in time
 PLAYING = 8    # seconds
 CLIP = 60
 
