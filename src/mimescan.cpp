@@ -21,7 +21,7 @@ bool IsDelimiter(int c, const char* szDelimiters) {
     if (c == '\0' || c == '\n') {
         return c == '\0';
     }
-    // Callers pass one or two delimiters, for which a loop is faster than a call of strchr per byte.
+    // Callers pass one or two delimiters. For these a loop is faster than strchr for every byte.
     for (const char* p = szDelimiters; *p != '\0'; ++p) {
         if (static_cast<unsigned char>(*p) == c) {
             return true;

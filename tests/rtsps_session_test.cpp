@@ -7,7 +7,6 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
-
 #include "rtsp_msg.h"
 #include "rtsps_server.h"
 #include "support/session_probe.h"
