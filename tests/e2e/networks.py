@@ -188,6 +188,13 @@ def mtu_1500(lab):
     return faults + (["packets of 1400 bytes were fragmented"] if lab.fragments() else [])
 
 
+def no_offload(lab):
+    """The kernel computes checksums and cuts segments, not the device."""
+    require(*inside("server", "ethtool", "-K", "link1", "tx", "off", "tso", "off", "gso", "off"))
+    lab.serve()
+    return lab.complete(lab.record(1, 6))
+
+
 def mtu_1000(lab):
     """The kernel refuses a burst of packets above the MTU; it fragments single packets."""
     for namespace, device in (("server", "link1"), ("viewer1", "eth0")):
@@ -217,6 +224,16 @@ def link_down(lab):
     faults += lab.ending(2, "tcp", TOO_SLOW) + lab.ending(3, "tcp", TOO_SLOW)
     patient.kill()
     return faults + lab.ending(2, "udp", LEFT) + lab.complete(lab.record(2, 3))
+
+
+def slow_link(lab):
+    require("tc", "-n", "server", "qdisc", "add", "dev", "link2", "root", "tbf", "rate", "1mbit",
+            "burst", "16kb", "latency", "300ms")
+    lab.serve(fast=True)
+    healthy = lab.record(1, 8)
+    lab.watch(2, "udp", "tcp")
+    faults = lab.all_play() + lab.ending(2, "tcp", TOO_SLOW)
+    return faults + lab.complete(healthy)
 
 
 def new_address(lab):
@@ -253,7 +270,8 @@ def data_ports_dropped(lab):
 
 
 # The number of links that each case needs.
-CASES = {mtu_1500: 1, mtu_1000: 1, link_down: 3, new_address: 2, data_ports_dropped: 3}
+CASES = {mtu_1500: 1, no_offload: 1, mtu_1000: 1, link_down: 3, slow_link: 2, new_address: 2,
+         data_ports_dropped: 3}
 
 
 def run_case(case, program, sources, work):
