@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -33,6 +34,7 @@ long AddressSpaceKb() {
     return std::stol(FirstLine("/proc/self/statm")) * sysconf(_SC_PAGESIZE) / 1024;
 }
 
+using namespace std::chrono_literals;
 using CListenerTest = CLoggedServerTest;
 
 TEST_F(CListenerTest, ConnectionsGetTheirOptions) {
@@ -74,6 +76,20 @@ TEST_F(CListenerTest, DebugModeFollowsAClient) {
                        "I reqtype=0,chan=1,streamtype=0|I RTCP packet recv"));
     EXPECT_TRUE(m_log.Has("pRecvBuf:\n[DESCRIBE rtsp://"));
     EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
+}
+
+// Priorities are the host's decision, also in a process with all privileges.
+TEST_F(CListenerTest, ThreadsKeepTheOrdinaryPriority) {
+    StartServer();
+    CTestClient client(m_port);
+    EXPECT_NE(client.Ask("OPTIONS", "*"), "");
+    int threads = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        const int tid = std::stoi(task.path().filename());
+        EXPECT_FALSE(WaitUntil([&] { return sched_getscheduler(tid) != SCHED_OTHER; }, 20ms));
+        ++threads;
+    }
+    EXPECT_EQ(threads, m_threadsBefore + 2);
 }
 
 // Hosts that lock their memory need RAM for the whole address space of every client.

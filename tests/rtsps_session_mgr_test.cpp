@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <map>
 #include <thread>
@@ -96,6 +97,14 @@ TEST(SessionManager, TheLastReferenceDestroysASession) {
     }
 }
 
+TEST(SessionManager, UnknownIdsChangeNothing) {
+    CCaller caller;
+    for (const EStep step : {GIVE, DROP, GIVE_ALL, DROP_ALL, CLOSE_ALL, CLOSE, SWEEP}) {
+        caller.Do(step);
+    }
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 0U);
+}
+
 // 128 registered sessions, with falling ids.
 class CFullRegistry : public ::testing::Test {
   protected:
@@ -182,7 +191,35 @@ TEST_F(CFullRegistry, WaitsAMomentForASessionThatIsAboutToEnd) {
 
 using CSessionManagerServerTest = CLoggedServerTest;
 
-// A viewer that leaves and comes back must not wait for its own earlier ports.
+// After Stop there is no accept thread that sweeps, and the next Start may never come.
+TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing) {
+    StartServer();
+    std::deque<CTestClient> clients;
+    for (int i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
+        EXPECT_NE(clients.emplace_back(m_port).Ask("OPTIONS", "*"), "");
+    }
+    CTestSocket media[4];
+    for (CTestSocket& video : media) {
+        EXPECT_TRUE(clients.emplace_back(m_port).PlayUdp(&video));
+    }
+    const auto leave = [&] { clients.pop_back(); };
+    leave();
+    EXPECT_TRUE(m_log.WaitFor(" exit\n")) << "one ends well before Stop,";
+    leave();  // one at about the same time,
+    RTSPServer_Stop();
+    leave();  // one after it,
+    EXPECT_NE(clients.back().Ask("HEARTBEAT", "*"), "") << "and one is still served";
+    RTSPServer_Start();
+    RTSPServer_Stop();
+    clients.clear();
+    for (CTestSocket& video : media) {
+        video.Reset();
+    }
+    EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() == m_descriptorsBefore; }));
+    EXPECT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
+}
+
+// A viewer that reconnects must not wait for the ports of its earlier session.
 TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
     m_para.nMaxPort = m_para.nMinPort;  // one pair
     StartServer();

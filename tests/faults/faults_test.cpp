@@ -224,6 +224,18 @@ TEST_F(CFaultTest, CallsThatFail) {
     }
 }
 
+TEST_F(CFaultTest, ExhaustedPortPool) {
+    m_para.nMaxPort = m_para.nMinPort;
+    StartServer();
+    const CSweeper sweeper;
+    const CPeer first(m_port, PLAYING, UDP);
+    CPeer second(m_port, PLAYING, UDP);
+    EXPECT_EQ(second.reply, REFUSED);
+    EXPECT_TRUE(m_log.HasLines("E ERROR! borrow_data_port Err!!!") && second.Socket().AtEnd());
+    ASSERT_TRUE(Ok(first.reply));
+    ExpectServed(&first.media);
+}
+
 TEST_F(CFaultTest, DescriptorsBeyond1024) {
     StartServer();
     rlimit limit{};
@@ -242,6 +254,19 @@ TEST_F(CFaultTest, DescriptorsBeyond1024) {
         EXPECT_TRUE(Ok(client.reply) && !PushUntilReceived(client.media).empty());
         ExpectServed();
         EXPECT_TRUE(Ok(client.Ask("TEARDOWN", client.Url())));
+    }
+}
+
+TEST_F(CFaultTest, ClockThatJumps) {
+    StartServer();
+    CPeer client(m_port, PLAYING, UDP);
+    CFakeClock clock(0);
+    int64_t usec = 0;  // different times give the sessions different ids
+    for (const int64_t now : {1700000000, 1700003600, 1700000000, 1, 2000000000}) {
+        SCOPED_TRACE(now);
+        clock.Set(now, ++usec);
+        EXPECT_TRUE(Ok(client.Ask("OPTIONS", client.Url())));
+        ExpectServed(&client.media);
     }
 }
 
@@ -300,6 +325,33 @@ TEST_F(CFaultTest, PeersThatVanish) {
         }
     }
     ExpectServed();
+}
+
+// Clients that take no media are dropped after 21 short pushes; the others miss nothing.
+TEST_F(CFaultTest, PeersThatTakeNoMedia) {
+    enum EPeer { NEVER_READS_INTERLEAVED, NEVER_READS, RESETS_ITS_MEDIA, PEERS };
+    StartServer();
+    const CPeer udp(m_port, PLAYING, UDP);
+    for (int peer = 0; peer < PEERS; ++peer) {
+        SCOPED_TRACE(peer);
+        const bool isInterleaved = peer == NEVER_READS_INTERLEAVED;
+        const CLogCapture log;
+        CPeer slow(m_port, PLAYING, isInterleaved ? INTERLEAVED : TCP, 4096);
+        if (peer == RESETS_ITS_MEDIA) {
+            slow.media.ResetHard();
+        }
+        const std::string over = " send failed over thresold and exit\n";
+        for (int i = 0; i < 400 && !log.Has(over) && !HasFailure(); ++i) {
+            PushRun(40, 1400, &udp.media);
+        }
+        EXPECT_EQ(log.Count(over), 1);
+        // Over separate TCP the accept of the connection may end an earlier run of short pushes.
+        EXPECT_GE(log.Count(" send failed,nLen="), 21);
+        EXPECT_TRUE(!isInterleaved || log.Count(" send failed,nLen=") == 21);
+        EXPECT_EQ(log.Has("remain bufsize="), isInterleaved);
+        EXPECT_TRUE(log.WaitFor(" exit\n"));
+    }
+    ExpectServed(&udp.media);
 }
 
 // Runs of equal units leave in one call per client, unless the kernel does not segment UDP.

@@ -14,7 +14,7 @@ from harness import BITS, FPS, Browser, Fault, Host, Relay, check, make_clip, wa
 START = 5      # seconds from opening the page to a moving picture, and from a restart of the server
 PATIENCE = 20  # seconds for the same on a machine that is busy with something else
 ATTEMPTS = 3   # one of them has to be in time
-PLAYING = 8    # seconds
+PLAYING = 20   # seconds
 CLIP = 60
 
 
@@ -52,7 +52,7 @@ def check_plays_on(browser, page):
               0 < steps < 2 * FPS * (page["clock"] - previous["clock"]), f"{previous}, then {page}")
         previous = page
     shown = (page["counter"] - begin["counter"]) / FPS
-    check(abs(shown - PLAYING) < 2, f"{shown} s of pictures in {PLAYING} s")
+    check(abs(shown - PLAYING) < 3, f"{shown} s of pictures in {PLAYING} s")
 
 
 def check_survives_restart(browser, host):
