@@ -119,19 +119,19 @@ class CRtspSession {
     int proc_unknown_request(CRtspMsg* msg);
 
     // Steps of DESCRIBE and SETUP
+    struct CRefusal;
     struct CSetup;
-    int describe_stream(const CRtspMsg* msg, CRtspResponse* resp);
-    int setup_stream(const CRtspMsg* msg, CSetup* pSetup);
-    int setup_select_stream(const CRtspMsg* msg, CSetup* pSetup);
-    int setup_transport(const CRtspMsg* msg, CSetup* pSetup);
-    int setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup);
-    int setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_protocol protocol);
-    int setup_open(const CRtspMsg* msg, CSetup* pSetup);
+    CRefusal describe_stream(const CRtspMsg* msg, CRtspResponse* resp);
+    CRefusal setup_stream(const CRtspMsg* msg, CSetup* pSetup);
+    CRefusal setup_select_stream(CSetup* pSetup);
+    CRefusal setup_transport(const CRtspMsg* msg, CSetup* pSetup);
+    static void setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup);
+    CRefusal setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_protocol protocol);
+    CRefusal setup_open(CSetup* pSetup);
+    void reply_to(const CRtspMsg* msg, const CRefusal& refusal);
 
     // Checks
     int check_authentication(const CRtspMsg* msg);
-    int check_credentials(const CRtspMsg* msg);
-    void refuse_authentication(const CRtspMsg* msg);
     int check_req_session_id(const CRtspMsg* msg);
     int check_req_cfg_validity() { return 0; }
 

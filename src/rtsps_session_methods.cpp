@@ -105,6 +105,19 @@ int CRtspSession::proc_options(CRtspMsg* msg) {
     return send_response(&resp);
 }
 
+// Why a step of DESCRIBE or SETUP fails: the text that the handler prints (null when the step does
+// not fail), and the status that the handler then replies with, if any.
+struct CRtspSession::CRefusal {
+    const char* szText = nullptr;
+    int (CRtspSession::*pReply)(const CRtspMsg* msg) = nullptr;
+};
+
+void CRtspSession::reply_to(const CRtspMsg* msg, const CRefusal& refusal) {
+    if (refusal.pReply != nullptr) {
+        (this->*refusal.pReply)(msg);
+    }
+}
+
 int CRtspSession::proc_describe(CRtspMsg* msg) {
     CRtspResponse resp(RTSP_STATUS_200);
     const CRtspUrl url(UrlOf(msg));
@@ -132,7 +145,10 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
         m_stuReqCfg = {};
         return -1;
     }
-    if (describe_stream(msg, &resp) != 0) {
+    const CRefusal refusal = describe_stream(msg, &resp);
+    if (refusal.szText != nullptr) {
+        RTSPS_LOG(ERROR, "%s", refusal.szText);
+        reply_to(msg, refusal);
         m_stuReqCfg = {};
         return -1;
     }
@@ -145,22 +161,19 @@ int CRtspSession::proc_describe(CRtspMsg* msg) {
     return 0;
 }
 
-int CRtspSession::describe_stream(const CRtspMsg* msg, CRtspResponse* resp) {
+CRtspSession::CRefusal CRtspSession::describe_stream(const CRtspMsg* msg, CRtspResponse* resp) {
     char szSdp[DESCRIPTION_SIZE] = {};
     if (GenerateSdpDescription(&m_stuReqCfg, szSdp, DESCRIPTION_SIZE) < 0) {
-        RTSPS_LOG(ERROR, "generate_sdp_description failed");
-        send_response_nothis_streaming(msg);
-        return -1;
+        return {"generate_sdp_description failed", &CRtspSession::send_response_nothis_streaming};
     }
     const int nSdp = static_cast<int>(strnlen(szSdp, DESCRIPTION_SIZE));
     resp->append_cseq(msg);
     resp->append("Content-Type", "application/sdp");
     resp->AddHeader("Content-Length", nSdp);
     if (send_sdp_response(*resp, szSdp, nSdp) < 0) {
-        RTSPS_LOG(ERROR, "send_sdp_response failed ");
-        return -1;
+        return {"send_sdp_response failed "};
     }
-    return 0;
+    return {};
 }
 
 // The data that the steps of one SETUP share.
@@ -205,36 +218,42 @@ int CRtspSession::proc_setup(CRtspMsg* msg) {
     }
     CSetup setup(UrlOf(msg));
     setup.streamInfo = streamInfo;
-    const int nResult = setup_stream(msg, &setup);
-    if (nResult < 0) {
-        if (setup.nServerPort != 0) {
-            pServer->GivebackDataPort(setup.nServerPort);
-        }
-        // Kept (operators): [client-port-in-pool] the client's own port number is given to the pool
-        // as well.
-        if (setup.nClientPort != 0) {
-            pServer->GivebackDataPort(setup.nClientPort);
-        }
+    const CRefusal refusal = setup_stream(msg, &setup);
+    if (refusal.szText == nullptr) {
+        return 0;
     }
-    return nResult;
+    RTSPS_LOG(ERROR, "%s", refusal.szText);
+    reply_to(msg, refusal);
+    if (setup.nServerPort != 0) {
+        pServer->GivebackDataPort(setup.nServerPort);
+    }
+    // Kept (operators): [client-port-in-pool] the client's own port number is given to the pool as
+    // well.
+    if (setup.nClientPort != 0) {
+        pServer->GivebackDataPort(setup.nClientPort);
+    }
+    return -1;
 }
 
-int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
+CRtspSession::CRefusal CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
     pSetup->resp.append_session_id(CSessionIdText(m_dwSessionId).sz);
     if (!pSetup->url.IsValid()) {
-        RTSPS_LOG(ERROR, "set up url invalid.");
-        send_response_bad_request(msg);
-        return -1;
+        return {"set up url invalid.", &CRtspSession::send_response_bad_request};
     }
-    if (setup_select_stream(msg, pSetup) != 0 || setup_transport(msg, pSetup) != 0 ||
-        setup_open(msg, pSetup) != 0) {
-        return -1;
+    CRefusal refusal = setup_select_stream(pSetup);
+    if (refusal.szText == nullptr) {
+        refusal = setup_transport(msg, pSetup);
+    }
+    if (refusal.szText == nullptr) {
+        refusal = setup_open(pSetup);
+    }
+    if (refusal.szText != nullptr) {
+        return refusal;
     }
     pSetup->resp.SetResponseCode(RTSP_STATUS_200);
     pSetup->resp.append_cseq(msg);
     if (send_response(&pSetup->resp) < 0) {
-        RTSPS_LOG(ERROR, "send_response failed");
-        return -1;
+        return {"send_response failed"};
     }
     m_emRtspStat = RTSP_SETUP;
     static_assert(TRANS_STREAM_VIDEO == int{RTSPS_MEDIA_VIDEO} &&
@@ -245,12 +264,12 @@ int CRtspSession::setup_stream(const CRtspMsg* msg, CSetup* pSetup) {
                   "the events tell the internal numbers");
     m_events.SetUp(static_cast<uint32_t>(pSetup->streamId),
                    static_cast<uint32_t>(pSetup->transInfo.mode));
-    return 0;
+    return {};
 }
 
 // Kept (clients): [setup-channel-ignored] only "streamid=0" or "streamid=1" of the URL counts.
 // DESCRIBE has selected channel and stream; those in the URL of a SETUP are ignored.
-int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
+CRtspSession::CRefusal CRtspSession::setup_select_stream(CSetup* pSetup) {
     const char* szUrl = pSetup->url.get_rtsp_url();
     TRANS_INFO* pInfo = &pSetup->transInfo;
     if (CBB_Strstr(szUrl, "streamid=0") != nullptr) {
@@ -262,67 +281,57 @@ int CRtspSession::setup_select_stream(const CRtspMsg* msg, CSetup* pSetup) {
         pInfo->dwRtpPT = pSetup->streamInfo.byAudioPayload;
         pInfo->dwRtpSSRC = pSetup->streamInfo.dwAudioSSrc;
     } else {
-        RTSPS_LOG(ERROR, "bad streamid ");
-        send_response_bad_request(msg);
-        return -1;
+        return {"bad streamid ", &CRtspSession::send_response_bad_request};
     }
     pInfo->sockFd = m_sockfd;  // interleaved media of both streams are sent on this connection
-    return 0;
+    return {};
 }
 
-int CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
+CRtspSession::CRefusal CRtspSession::setup_transport(const CRtspMsg* msg, CSetup* pSetup) {
     const CRtspHeader* pTransport = msg->GetHeader("Transport");
     if (pTransport == nullptr) {
-        RTSPS_LOG(ERROR, "bad Transport ");
-        send_response_bad_request(msg);
-        return -1;
+        return {"bad Transport ", &CRtspSession::send_response_bad_request};
     }
     const trans_protocol protocol = CRtspTransport::GetTransProtocol(*pTransport);
     switch (protocol) {
         case protocol_over_rtsp:
-            return setup_over_rtsp(msg, pSetup);
+            setup_over_rtsp(msg, pSetup);
+            return {};
         case protocol_udp:
         case protocol_tcp:
             return setup_with_ports(msg, pSetup, protocol);
         // Kept (clients): [multicast-501] multicast gets 501, not 461, and ends the session.
         case protocol_mcast:
             pSetup->transInfo.mode = MCAST_MODE;
-            RTSPS_LOG(ERROR, "setup not support mcast");
-            break;
+            return {"setup not support mcast", &CRtspSession::send_response_not_implemented};
         default:
-            RTSPS_LOG(ERROR, "unkown trans protocol");
-            break;
+            return {"unkown trans protocol", &CRtspSession::send_response_not_implemented};
     }
-    send_response_not_implemented(msg);
-    return -1;
 }
 
-int CRtspSession::setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup) {
+void CRtspSession::setup_over_rtsp(const CRtspMsg* msg, CSetup* pSetup) {
     TRANS_INFO* pInfo = &pSetup->transInfo;
     pInfo->mode = RTPOVERRTSP_MODE;
     pSetup->resp.append_transport(msg, protocol_over_rtsp, pInfo->dwRtpSSRC, 0, 1, nullptr,
                                   &pInfo->byTcpFlag, &pInfo->byTcpRtcpFlag);
-    return 0;
 }
 
-int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_protocol protocol) {
+CRtspSession::CRefusal CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup,
+                                                      trans_protocol protocol) {
     TRANS_INFO* pInfo = &pSetup->transInfo;
     pInfo->mode = protocol == protocol_tcp ? TCP_MODE : UDP_MODE;
     pSetup->nClientPort = CRtspTransport::GetClientPort(*msg->GetHeader("Transport"));
     if (pSetup->nClientPort == 0) {
         // Kept (operators): [client-port-text] this is the text for a missing stream id.
-        RTSPS_LOG(ERROR, "bad streamid ");
-        send_response_bad_request(msg);
-        return -1;
+        return {"bad streamid ", &CRtspSession::send_response_bad_request};
     }
     pInfo->clientAddr = m_clientAddr;
     CBB_SetAddrPort(&pInfo->clientAddr, static_cast<uint16_t>(pSetup->nClientPort));
 
     pSetup->nServerPort = BorrowDataPort();
     if (pSetup->nServerPort == 0) {
-        RTSPS_LOG(ERROR, "ERROR! borrow_data_port Err!!!");
-        send_response_internal_server_error(msg);
-        return -1;
+        return {"ERROR! borrow_data_port Err!!!",
+                &CRtspSession::send_response_internal_server_error};
     }
     const auto nRtpPort = static_cast<uint16_t>(pSetup->nServerPort);
     const auto nRtcpPort = static_cast<uint16_t>(pSetup->nServerPort + 1);
@@ -330,16 +339,14 @@ int CRtspSession::setup_with_ports(const CRtspMsg* msg, CSetup* pSetup, trans_pr
     CBB_SetAddrPort(&pInfo->serverAddr, nRtpPort);
     pSetup->resp.append_transport(msg, protocol, pInfo->dwRtpSSRC, nRtpPort, nRtcpPort, nullptr,
                                   nullptr, nullptr);
-    return 0;
+    return {};
 }
 
-int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
+CRtspSession::CRefusal CRtspSession::setup_open(CSetup* pSetup) {
     if (m_pTransCtrl == nullptr) {
         std::unique_ptr<CTransCtrl> pTransCtrl(new (std::nothrow) CTransCtrl(this));
         if (pTransCtrl == nullptr) {
-            RTSPS_LOG(ERROR, "new CTransCtrl failed");
-            send_response_internal_server_error(msg);
-            return -1;
+            return {"new CTransCtrl failed", &CRtspSession::send_response_internal_server_error};
         }
         pTransCtrl->Init();
         m_pTransCtrl = std::move(pTransCtrl);
@@ -350,11 +357,9 @@ int CRtspSession::setup_open(const CRtspMsg* msg, CSetup* pSetup) {
         m_pTransCtrl->SetAudioTransInfo(&pSetup->transInfo);
     }
     if (m_pTransCtrl->Open(&m_stuReqCfg, pSetup->streamId) < 0) {
-        RTSPS_LOG(ERROR, "m_pTransCtrl->Open failed");
-        send_response_internal_server_error(msg);
-        return -1;
+        return {"m_pTransCtrl->Open failed", &CRtspSession::send_response_internal_server_error};
     }
-    return 0;
+    return {};
 }
 
 int CRtspSession::proc_play(CRtspMsg* msg) {
@@ -490,34 +495,22 @@ int CRtspSession::check_authentication(const CRtspMsg* msg) {
     if (m_nCheckUserPwdMode == 0 || m_bAuthChecked) {
         return 0;
     }
-    const int nResult = check_credentials(msg);
-    if (nResult != 0) {
-        refuse_authentication(msg);
-        return nResult;
-    }
-    m_bAuthChecked = !m_bEachReqAuthCheck;
-    return 0;
-}
-
-int CRtspSession::check_credentials(const CRtspMsg* msg) {
-    if (msg->GetHeader("Authorization") == nullptr) {
-        RTSPS_LOG(ERROR, "no Header Authorization");
-        return -1;
-    }
+    int nResult = -1;
     char szValue[AUTH_VALUE_SIZE] = {};
     msg->GetHeaderValue("Authorization", szValue, sizeof(szValue));
-    switch (m_nCheckUserPwdMode) {
-        case AUTH_BASIC:
-            return CheckBasicAuth(&m_stuReqCfg, szValue);
-        case AUTH_DIGEST:
-            return CheckDigestAuth(&m_stuReqCfg, szValue, nullptr);
-        default:
-            RTSPS_LOG(ERROR, "unsupported Auth!");
-            return -1;
+    if (msg->GetHeader("Authorization") == nullptr) {
+        RTSPS_LOG(ERROR, "no Header Authorization");
+    } else if (m_nCheckUserPwdMode == AUTH_BASIC) {
+        nResult = CheckBasicAuth(&m_stuReqCfg, szValue);
+    } else if (m_nCheckUserPwdMode == AUTH_DIGEST) {
+        nResult = CheckDigestAuth(&m_stuReqCfg, szValue, nullptr);
+    } else {
+        RTSPS_LOG(ERROR, "unsupported Auth!");
     }
-}
-
-void CRtspSession::refuse_authentication(const CRtspMsg* msg) {
+    if (nResult == 0) {
+        m_bAuthChecked = !m_bEachReqAuthCheck;
+        return 0;
+    }
     CRtspResponse resp(RTSP_STATUS_401);
     resp.append_cseq(msg);
     switch (m_nCheckUserPwdMode) {
@@ -535,6 +528,7 @@ void CRtspSession::refuse_authentication(const CRtspMsg* msg) {
             break;
     }
     send_response(&resp);
+    return nResult;
 }
 
 int CRtspSession::send_status(const CRtspMsg* msg, eRTSP_STATUS_CODE_INDEX index) {
