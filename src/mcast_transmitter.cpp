@@ -36,7 +36,9 @@ CMcastTransmitter::~CMcastTransmitter() {
 int CMcastTransmitter::open_extra(TRANS_INFO* pInfo) {
     LocalAddr = pInfo->serverAddr;
     RemoteAddr = pInfo->clientAddr;
-    if (match_families() != 0) {
+    const char* szMismatch = match_families();
+    if (szMismatch != nullptr) {
+        RTSPS_LOG(ERROR, "%s", szMismatch);
         return -1;
     }
     m_mcastsock = CBB_CreateSocket(CBB_GetAddrType(&RemoteAddr), SOCK_DGRAM, 0);
@@ -45,53 +47,6 @@ int CMcastTransmitter::open_extra(TRANS_INFO* pInfo) {
         return -1;
     }
     set_multicast_options();
-    if (bind_and_join() != 0) {
-        return -1;
-    }
-    if (Connect(&RemoteAddr) != 0) {
-        close_socket();
-        RTSPS_LOG(ERROR, "Connect failed ");
-        return -1;
-    }
-    RTSPS_LOG(INFO, "open mcast OK! fd [%d]", m_mcastsock);
-    set_status(STAUTS_OK);
-    return 0;
-}
-
-int CMcastTransmitter::match_families() {
-    const bool bLocal6 = CBB_GetAddrType(&LocalAddr) == AF_INET6;
-    const bool bGroup6 = CBB_GetAddrType(&RemoteAddr) == AF_INET6;
-    if (bLocal6 && IsMappedAddr4(LocalAddr)) {
-        // Kept (clients): [mcast-mapped-family] the families below are not compared for an
-        // IPv4-mapped local address, not even when the group is IPv6.
-        LocalAddr = UnmapAddr4(LocalAddr);
-        return 0;
-    }
-    if (bLocal6 && CBB_GetAddrType(&RemoteAddr) == AF_INET) {
-        RTSPS_LOG(ERROR, "src v6, dst v4,error!!! failed ");
-        return -1;
-    }
-    if (CBB_GetAddrType(&LocalAddr) == AF_INET && bGroup6) {
-        RTSPS_LOG(ERROR, "src v4, dst v6,error!!! failed ");
-        return -1;
-    }
-    return 0;
-}
-
-void CMcastTransmitter::set_multicast_options() {
-    if (CBB_GetAddrType(&RemoteAddr) == AF_INET6) {
-        const int nLoop = 0;
-        const int nHops = MULTICAST_TTL;
-        // Kept (clients): [mcast-loopback] loopback is switched off for IPv6 only.
-        setsockopt(m_mcastsock, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, &nLoop, sizeof(nLoop));
-        setsockopt(m_mcastsock, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &nHops, sizeof(nHops));
-    } else {
-        CBB_SetMultiCastTTL(m_mcastsock, MULTICAST_TTL);
-    }
-    CBB_SetReuseAddr(m_mcastsock, 1);
-}
-
-int CMcastTransmitter::bind_and_join() {
     if (CBB_Bind(m_mcastsock, &LocalAddr) != 0) {
         // Kept (clients): [mcast-bind-socket] after this failure the socket stays open until Close.
         // The other failures close it at once.
@@ -106,7 +61,46 @@ int CMcastTransmitter::bind_and_join() {
         RTSPS_LOG(ERROR, "ERROR !! JoinMultiCastGroup");
         return -1;
     }
+    if (Connect(&RemoteAddr) != 0) {
+        close_socket();
+        RTSPS_LOG(ERROR, "Connect failed ");
+        return -1;
+    }
+    RTSPS_LOG(INFO, "open mcast OK! fd [%d]", m_mcastsock);
+    set_status(STAUTS_OK);
     return 0;
+}
+
+// Returns the text to print when the families differ, else null.
+const char* CMcastTransmitter::match_families() {
+    const bool bLocal6 = CBB_GetAddrType(&LocalAddr) == AF_INET6;
+    const bool bGroup6 = CBB_GetAddrType(&RemoteAddr) == AF_INET6;
+    if (bLocal6 && IsMappedAddr4(LocalAddr)) {
+        // Kept (clients): [mcast-mapped-family] the families below are not compared for an
+        // IPv4-mapped local address, not even when the group is IPv6.
+        LocalAddr = UnmapAddr4(LocalAddr);
+        return nullptr;
+    }
+    if (bLocal6 && CBB_GetAddrType(&RemoteAddr) == AF_INET) {
+        return "src v6, dst v4,error!!! failed ";
+    }
+    if (CBB_GetAddrType(&LocalAddr) == AF_INET && bGroup6) {
+        return "src v4, dst v6,error!!! failed ";
+    }
+    return nullptr;
+}
+
+void CMcastTransmitter::set_multicast_options() {
+    if (CBB_GetAddrType(&RemoteAddr) == AF_INET6) {
+        const int nLoop = 0;
+        const int nHops = MULTICAST_TTL;
+        // Kept (clients): [mcast-loopback] loopback is switched off for IPv6 only.
+        setsockopt(m_mcastsock, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, &nLoop, sizeof(nLoop));
+        setsockopt(m_mcastsock, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &nHops, sizeof(nHops));
+    } else {
+        CBB_SetMultiCastTTL(m_mcastsock, MULTICAST_TTL);
+    }
+    CBB_SetReuseAddr(m_mcastsock, 1);
 }
 
 int CMcastTransmitter::SendPacket(void* buf, int len, int timeout) {

@@ -23,9 +23,8 @@ class CMcastTransmitter final : public CTransmitter {
     int Close();
 
   private:
-    int match_families();
+    const char* match_families();
     void set_multicast_options();
-    int bind_and_join();
     void close_socket();
 
     CBB_SOCK_T m_mcastsock = -1;

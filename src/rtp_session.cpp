@@ -32,30 +32,28 @@ int CRtpSession::open(TRANS_INFO* pInfo) {
         RTSPS_LOG(WARN, "error inittransmitter !");
         return -1;
     }
-    if (GetTransMode() == UDP_MODE || GetTransMode() == RTPOVERRTSP_MODE) {
-        open_rtcp(*pInfo);
+    if (GetTransMode() != UDP_MODE && GetTransMode() != RTPOVERRTSP_MODE) {
+        return 0;
+    }
+    m_pRtcpSession.reset(new (std::nothrow) CRtcpSession(GetTransMode()));
+    if (m_pRtcpSession == nullptr) {
+        RTSPS_LOG(ERROR, "new m_rtcpSession error!;");
+        return 0;
+    }
+    RTSPS_LOG(INFO, "rtcp create_new OK == [%d]", GetTransMode());
+    // Kept (clients): [rtcp-udp-only] RTCP is never opened in interleaved mode, so no report is
+    // sent there.
+    if (GetTransMode() == UDP_MODE && open_rtcp(*pInfo) != 0) {
+        RTSPS_LOG(ERROR, "Open m_pRtcpSession error!;");
     }
     return 0;
 }
 
-void CRtpSession::open_rtcp(const TRANS_INFO& info) {
-    m_pRtcpSession.reset(new (std::nothrow) CRtcpSession(GetTransMode()));
-    if (m_pRtcpSession == nullptr) {
-        RTSPS_LOG(ERROR, "new m_rtcpSession error!;");
-        return;
-    }
-    RTSPS_LOG(INFO, "rtcp create_new OK == [%d]", GetTransMode());
-    if (GetTransMode() != UDP_MODE) {
-        // Kept (clients): [rtcp-udp-only] RTCP is never opened in interleaved mode, so no report is
-        // sent there.
-        return;
-    }
+int CRtpSession::open_rtcp(const TRANS_INFO& info) {
     TRANS_INFO rtcpInfo = info;
     ToRtcpPort(&rtcpInfo.clientAddr);
     ToRtcpPort(&rtcpInfo.serverAddr);
-    if (m_pRtcpSession->open(&rtcpInfo) != 0) {
-        RTSPS_LOG(ERROR, "Open m_pRtcpSession error!;");
-    }
+    return m_pRtcpSession->open(&rtcpInfo);
 }
 
 void CRtpSession::gen_initial_params(int payload, unsigned int ssrc, int marker, int extension) {

@@ -40,7 +40,7 @@ class CRtpSession final : public CSession {
     int close();
 
   private:
-    void open_rtcp(const TRANS_INFO& info);
+    int open_rtcp(const TRANS_INFO& info);
     CUnitStamp stamp() const;
     CSendResult send_burst(uint8_t* pUnits, int len);
     CSendResult send_alone(uint8_t* pUnit, int len, int timeout);

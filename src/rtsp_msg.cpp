@@ -53,16 +53,6 @@ void StoreChannel(int nChannel, unsigned char* pChannel) {
     }
 }
 
-void TakeInterleaved(const CRtspHeader& header, unsigned char* chan1, unsigned char* chan2) {
-    int nFirst = NO_CHANNEL;
-    int nSecond = NO_CHANNEL;
-    CRtspTransport::GetInterleavedFlag(header, &nFirst, &nSecond);
-    RTSPS_LOG(INFO, "tmpFlag1 %x, tmpFlag2 %x", static_cast<unsigned int>(nFirst),
-              static_cast<unsigned int>(nSecond));
-    StoreChannel(nFirst, chan1);
-    StoreChannel(nSecond, chan2);
-}
-
 }  // namespace
 
 CRtspMsg::CRtspMsg() {
@@ -336,6 +326,8 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
     if (pValue == nullptr) {
         return;
     }
+    int nFirst = NO_CHANNEL;
+    int nSecond = NO_CHANNEL;
     switch (proto) {
         case protocol_mcast:
             AddPortPair(*pValue, "port", port1, port2);
@@ -347,7 +339,11 @@ void CRtspResponse::append_transport(const CRtspMsg* req, trans_protocol proto, 
             break;
         case protocol_over_rtsp:
             // The reply repeats the client's own "interleaved" parameter.
-            TakeInterleaved(*header, chan1, chan2);
+            CRtspTransport::GetInterleavedFlag(*header, &nFirst, &nSecond);
+            RTSPS_LOG(INFO, "tmpFlag1 %x, tmpFlag2 %x", static_cast<unsigned int>(nFirst),
+                      static_cast<unsigned int>(nSecond));
+            StoreChannel(nFirst, chan1);
+            StoreChannel(nSecond, chan2);
             break;
         default:
             RTSPS_LOG(INFO, "Unknow protocol! [%d]", proto);

@@ -49,33 +49,17 @@ int CRtspListener::Open(int port) {
         return -1;
     }
     m_sock.store(sock, std::memory_order_release);
-    if (listen_on(port) != 0) {
+    if (bind_to(port) != 0) {
+        const int nError = GetSystemLastError();
+        RTSPS_LOG(ERROR, "bind %d failed,errno %d", port, nError);
         close_socket();
         return -1;
     }
-    return start_thread(port);
-}
-
-int CRtspListener::listen_on(int port) {
-    CBB_ADDR_T addr{};
-    CBB_MakeAddrByString(AF_INET, nullptr, static_cast<uint16_t>(port), &addr);
-    CBB_SetReuseAddr(GetFd(), 1);
-    CBB_SetBuffSize(GetFd(), RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);
-    // A client that disconnects between poll and accept must not block the thread.
-    CBB_SetNonBlock(GetFd(), 1);
-    if (CBB_Bind(GetFd(), &addr) != 0) {
-        const int nError = GetSystemLastError();
-        RTSPS_LOG(ERROR, "bind %d failed,errno %d", port, nError);
-        return -1;
-    }
-    if (CBB_Listen(GetFd(), LISTEN_BACKLOG) != 0) {
+    if (CBB_Listen(sock, LISTEN_BACKLOG) != 0) {
         RTSPS_LOG(ERROR, "Listen failed ");
+        close_socket();
         return -1;
     }
-    return 0;
-}
-
-int CRtspListener::start_thread(int port) {
     m_running.store(1, std::memory_order_release);
     RTSPS_LOG(INFO, "Thread_Create, the port is [%d]", port);
     {
@@ -89,6 +73,16 @@ int CRtspListener::start_thread(int port) {
         return -1;
     }
     return 0;
+}
+
+int CRtspListener::bind_to(int port) {
+    CBB_ADDR_T addr{};
+    CBB_MakeAddrByString(AF_INET, nullptr, static_cast<uint16_t>(port), &addr);
+    CBB_SetReuseAddr(GetFd(), 1);
+    CBB_SetBuffSize(GetFd(), RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);
+    // A client that disconnects between poll and accept must not block the thread.
+    CBB_SetNonBlock(GetFd(), 1);
+    return CBB_Bind(GetFd(), &addr);
 }
 
 int CRtspListener::Close() {

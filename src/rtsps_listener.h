@@ -31,8 +31,7 @@ class CRtspListener {
 
     static void* accept_handler_svc(void* pListener);
 
-    int listen_on(int port);
-    int start_thread(int port);
+    int bind_to(int port);
     void close_socket();
     void accept_clients();
     bool wait_for_clients(CArrivals* pArrivals) const;

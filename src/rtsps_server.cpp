@@ -68,7 +68,9 @@ int CRtspServer::Start() {
         RTSPS_LOG(WARN, "already started....");
         return 0;
     }
-    if (create_parts() != 0) {
+    const char* szFault = create_parts();
+    if (szFault != nullptr) {
+        RTSPS_LOG(ERROR, "%s", szFault);
         m_pListener.reset();
         m_pPortQueue.reset();
         return -1;
@@ -77,30 +79,27 @@ int CRtspServer::Start() {
     return 0;
 }
 
-// The pool is created before the listener opens, because the first client may need a port at once.
-int CRtspServer::create_parts() {
+// Returns the text to print when a part fails, else null. The pool is created before the listener
+// opens, because the first client may need a port at once.
+const char* CRtspServer::create_parts() {
     if (m_nInitRef <= 0) {
-        RTSPS_LOG(ERROR, "Start failed,not init");
-        return -1;
+        return "Start failed,not init";
     }
     m_pListener.reset(new (std::nothrow) CRtspListener);
     if (m_pListener == nullptr) {
-        RTSPS_LOG(ERROR, "new(std::nothrow) CRtspListener failed ");
-        return -1;
+        return "new(std::nothrow) CRtspListener failed ";
     }
     // Kept (hosts): [port-range-16-bits] only the low 16 bits of the range count: 70000 is port
     // 4464.
     m_pPortQueue.reset(CNet_PortPool::create_new(static_cast<uint16_t>(m_stuPara.nMinPort),
                                                  static_cast<uint16_t>(m_stuPara.nMaxPort)));
     if (m_pPortQueue == nullptr) {
-        RTSPS_LOG(ERROR, "CNet_PortPool::create_new ");
-        return -1;
+        return "CNet_PortPool::create_new ";
     }
     if (m_pListener->Open(static_cast<int>(m_stuPara.nServerPort)) == -1) {
-        RTSPS_LOG(ERROR, "m_pListener open error");
-        return -1;
+        return "m_pListener open error";
     }
-    return 0;
+    return nullptr;
 }
 
 int CRtspServer::Stop() {

@@ -48,7 +48,7 @@ class CRtspServer {
     CRtspServer();
     ~CRtspServer();
 
-    int create_parts() REQUIRES(m_Mutex);
+    const char* create_parts() REQUIRES(m_Mutex);
 
     CMutex m_mutexStartStop ACQUIRED_BEFORE(m_Mutex);
     mutable CMutex m_Mutex;

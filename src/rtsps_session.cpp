@@ -60,7 +60,13 @@ int HeadLength(const char* data) {
 struct CRtspSession::CReceiveBuffer {
     char data[RECV_BUFFER_SIZE + 1] = {};
     int nHeld = 0;
+    int nMsgLen = 0;    // of the message that has arrived
+    int nReceived = 0;  // the result of a receive that failed
+    int nError = 0;     // the system's error number after a wait or receive that failed
 };
+
+// The result of a step of the message loop. All but NOTHING and MESSAGE end the session.
+enum class CRtspSession::EArrival { NOTHING, MESSAGE, STOPPED, SELECT_FAILED, RECEIVE_FAILED };
 
 CRtspSession::CRtspSession(unsigned int id) : m_dwSessionId(id) {}
 
@@ -151,7 +157,35 @@ void* CRtspSession::process_msg_svc(void* pSession) {
     auto* pSelf = static_cast<CRtspSession*>(pSession);
     pSelf->m_events.Begin(pSelf->m_dwSessionId, pSelf->m_clientAddr);
     try {
-        pSelf->run_message_loop();
+        CReceiveBuffer buffer;
+        EArrival arrival = EArrival::MESSAGE;
+        while (arrival == EArrival::MESSAGE) {
+            arrival = pSelf->next_arrival(&buffer);
+            if (arrival == EArrival::SELECT_FAILED) {
+                RTSPS_LOG(ERROR, "select failed,errno %d", buffer.nError);
+            } else if (arrival == EArrival::RECEIVE_FAILED) {
+                RTSPS_LOG(ERROR, "Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]",
+                          buffer.nReceived, RECV_BUFFER_SIZE - buffer.nHeld, pSelf->m_sockfd.load(),
+                          buffer.nError);
+            } else if (arrival == EArrival::MESSAGE) {
+                RTSPS_LOG(INFO, "fd[%d], len = [%d],\npRecvBuf:\n[%s]", pSelf->m_sockfd.load(),
+                          buffer.nMsgLen, buffer.data);
+                const std::unique_ptr<CRtspMsg> msg(
+                    pSelf->m_parser.parse(buffer.data, buffer.nMsgLen));
+                if (msg == nullptr) {
+                    RTSPS_LOG(ERROR, "parse pMsg Error!!!, fd[%d],client[%s]",
+                              pSelf->m_sockfd.load(), pSelf->client_text());
+                    pSelf->m_events.SetReason(RTSPS_CLOSE_REFUSED);
+                    break;
+                }
+                const int nResult = pSelf->proc_rtsp_msg_hook(msg.get());
+                // Kept (clients): [response-ignored] a received response has the result -1, which
+                // is ignored.
+                if (nResult != 0 && msg->IsRequest()) {
+                    break;
+                }
+            }
+        }
     } catch (...) {
         // Memory ran out: this session ends, but not the process.
         pSelf->m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
@@ -178,38 +212,38 @@ void CRtspSession::detach_thread() {
     pthread_detach(pthread_self());
 }
 
-void CRtspSession::run_message_loop() {
-    CReceiveBuffer buffer;
+// Returns when a message has arrived, or when the session ends.
+CRtspSession::EArrival CRtspSession::next_arrival(CReceiveBuffer* pBuffer) {
     int nIdleMs = 0;
     while (!m_bQuit && m_emRtspStat != RTSP_ERROR) {
-        int nError = 0;
-        const int nReady = wait_readable(POLL_INTERVAL_MS, &nError);
+        const int nReady = wait_readable(POLL_INTERVAL_MS, &pBuffer->nError);
         if (m_bQuit) {
-            return;  // woken to stop: not a receive error
+            break;  // woken to stop: not a receive error
         }
-        if (nReady < 0 && nError == EINTR) {
+        if (nReady < 0 && pBuffer->nError == EINTR) {
             continue;  // a signal of the C library, for example when the host changes its user id
         }
         if (nReady < 0) {
             m_events.SetReason(RTSPS_CLOSE_CONNECTION_ERROR);
-            RTSPS_LOG(ERROR, "select failed,errno %d", nError);
-            return;
+            return EArrival::SELECT_FAILED;
         }
         if (nReady == 0) {
             nIdleMs = nIdleMs > INT_MAX - POLL_INTERVAL_MS ? INT_MAX : nIdleMs + POLL_INTERVAL_MS;
             if (idle_too_long(nIdleMs)) {
-                return;
+                break;
             }
             continue;
         }
-        if (!receive(&buffer)) {
-            return;
+        EArrival arrival = receive(pBuffer);
+        if (arrival == EArrival::NOTHING) {
+            nIdleMs = 0;
+            arrival = consume(pBuffer);
         }
-        nIdleMs = 0;
-        if (!consume(&buffer)) {
-            return;
+        if (arrival != EArrival::NOTHING) {
+            return arrival;
         }
     }
+    return EArrival::STOPPED;
 }
 
 // Waits with select, because operators match the log lines that its results lead to. For a closed
@@ -277,7 +311,7 @@ int CRtspSession::receive_size(const CReceiveBuffer& buffer, int nPeeked) {
     return nPeeked;  // not more, because a frame may arrive before the receive
 }
 
-bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
+CRtspSession::EArrival CRtspSession::receive(CReceiveBuffer* pBuffer) {
     // Kept (clients): [frame-beyond-buffer] a frame longer than the buffer leaves no room, and the
     // receive of 0 bytes then ends the session.
     const int nRoom = RECV_BUFFER_SIZE - pBuffer->nHeld;
@@ -290,58 +324,39 @@ bool CRtspSession::receive(CReceiveBuffer* pBuffer) {
         nReceived = CBB_Recv(m_sockfd, pFree, receive_size(*pBuffer, nReceived));
     }
     if (nReceived < 1) {
-        const int nError = GetSystemLastError();
+        pBuffer->nReceived = nReceived;
+        pBuffer->nError = GetSystemLastError();
         if (m_bQuit) {
-            return false;
+            return EArrival::STOPPED;
         }
         m_emRtspStat = RTSP_ERROR;
         if (nRoom == 0) {
             m_events.SetReason(RTSPS_CLOSE_REFUSED);
         }
         m_events.SetReason(nReceived == 0 ? RTSPS_CLOSE_CLIENT_LEFT : RTSPS_CLOSE_CONNECTION_ERROR);
-        RTSPS_LOG(ERROR, "Recvn ,nRecvlen [%d]! left [%d]! fd[%d],errno[%d]", nReceived, nRoom,
-                  m_sockfd.load(), nError);
-        return false;
+        return EArrival::RECEIVE_FAILED;
     }
     pBuffer->nHeld += nReceived;
     pBuffer->data[pBuffer->nHeld] = '\0';
-    return true;
+    return EArrival::NOTHING;
 }
 
-// Takes one message or frame out of the buffer; false ends the session.
+// Takes one message or frame out of the buffer.
 //
 // Kept (clients): [receive-not-moved] only the count is reduced. The remaining bytes are not moved
 // to the front, and the next receive appends after the reduced count. One message per receive
 // leaves the buffer empty; after a second message, or a body, the framing is wrong. Frames never
 // share a receive, see receive_size.
-bool CRtspSession::consume(CReceiveBuffer* pBuffer) {
-    int nMsgLen = 0;
-    switch (check_packet(pBuffer->data, RECV_BUFFER_SIZE, pBuffer->nHeld, nMsgLen)) {
-        case -1:
-            pBuffer->nHeld = 0;
-            return true;
-        case 1:
-            pBuffer->nHeld -= nMsgLen;
-            return true;
-        case 0:
-            pBuffer->nHeld -= nMsgLen;
-            return handle_message(pBuffer->data, nMsgLen);
-        default:
-            return true;
+CRtspSession::EArrival CRtspSession::consume(CReceiveBuffer* pBuffer) {
+    pBuffer->nMsgLen = 0;
+    const int nFound =
+        check_packet(pBuffer->data, RECV_BUFFER_SIZE, pBuffer->nHeld, pBuffer->nMsgLen);
+    if (nFound == -1) {
+        pBuffer->nHeld = 0;
+    } else {
+        pBuffer->nHeld -= pBuffer->nMsgLen;
     }
-}
-
-bool CRtspSession::handle_message(const char* buf, int msgLen) {
-    RTSPS_LOG(INFO, "fd[%d], len = [%d],\npRecvBuf:\n[%s]", m_sockfd.load(), msgLen, buf);
-    const std::unique_ptr<CRtspMsg> msg(m_parser.parse(buf, msgLen));
-    if (msg == nullptr) {
-        RTSPS_LOG(ERROR, "parse pMsg Error!!!, fd[%d],client[%s]", m_sockfd.load(), client_text());
-        m_events.SetReason(RTSPS_CLOSE_REFUSED);
-        return false;
-    }
-    const int nResult = proc_rtsp_msg_hook(msg.get());
-    // Kept (clients): [response-ignored] a received response has the result -1, which is ignored.
-    return nResult == 0 || !msg->IsRequest();
+    return nFound == 0 ? EArrival::MESSAGE : EArrival::NOTHING;
 }
 
 int CRtspSession::check_packet(const char* buf, int bufSize, int len, int& msgLen) {

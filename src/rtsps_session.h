@@ -91,17 +91,17 @@ class CRtspSession {
     static constexpr int SEND_BUFFER_SIZE = 1024;  // largest reply, description included, and a NUL
 
     struct CReceiveBuffer;
+    enum class EArrival;
 
     // Message loop
     static void* process_msg_svc(void* pSession);
     void detach_thread();
-    void run_message_loop();
+    EArrival next_arrival(CReceiveBuffer* pBuffer);
     int wait_readable(int nMilliSec, int* pnError) const;
     bool idle_too_long(int nIdleMs);
     static int receive_size(const CReceiveBuffer& buffer, int nPeeked);
-    bool receive(CReceiveBuffer* pBuffer);
-    bool consume(CReceiveBuffer* pBuffer);
-    bool handle_message(const char* buf, int msgLen);
+    EArrival receive(CReceiveBuffer* pBuffer);
+    EArrival consume(CReceiveBuffer* pBuffer);
     int get_msg_cseq_value(const CRtspMsg* msg);
     int proc_response(CRtspMsg* msg);
     void refresh_status() {}

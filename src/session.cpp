@@ -36,30 +36,29 @@ uint32_t CSession::inittransmitter(TRANS_INFO* pInfo) {
         return 0;
     }
     m_tranInfo = info;
-    m_pTransmitter = make_transmitter(&m_tranInfo);
+    switch (m_mode) {
+        case UDP_MODE:
+            m_pTransmitter = inittransmitter_udp(&m_tranInfo);
+            break;
+        case TCP_MODE:
+            m_pTransmitter = inittransmitter_tcp(&m_tranInfo);
+            break;
+        case MCAST_MODE:
+            m_pTransmitter = inittransmitter_mcast(&m_tranInfo);
+            break;
+        case RTPOVERRTSP_MODE:
+            m_pTransmitter = inittransmitter_over_rtsp(&m_tranInfo);
+            break;
+        default:
+            RTSPS_LOG(ERROR, "Unsupported! mode! [%d]", m_mode);
+            break;
+    }
     if (m_pTransmitter == nullptr) {
         RTSPS_LOG(ERROR, "Error m_pTransmitter == NULL! mode! [%d]", m_mode);
         return 0;
     }
     RTSPS_LOG(INFO, "inittransmitter OK, mode [%d]", m_mode);
     return 1;
-}
-
-std::unique_ptr<CTransmitter> CSession::make_transmitter(TRANS_INFO* pInfo) {
-    switch (m_mode) {
-        case UDP_MODE:
-            return inittransmitter_udp(pInfo);
-        case TCP_MODE:
-            return inittransmitter_tcp(pInfo);
-        case MCAST_MODE:
-            return inittransmitter_mcast(pInfo);
-        case RTPOVERRTSP_MODE:
-            return inittransmitter_over_rtsp(pInfo);
-        case NON_MODE:
-            break;
-    }
-    RTSPS_LOG(ERROR, "Unsupported! mode! [%d]", m_mode);
-    return nullptr;
 }
 
 void CSession::ReleaseTransmitter() {

@@ -33,8 +33,6 @@ class CSession {
     virtual std::unique_ptr<CTransmitter> inittransmitter_over_rtsp(TRANS_INFO* pInfo);
 
   private:
-    std::unique_ptr<CTransmitter> make_transmitter(TRANS_INFO* pInfo);
-
     const ETRANS_MODE m_mode;
     std::unique_ptr<CTransmitter> m_pTransmitter;
     TRANS_INFO m_tranInfo{};

@@ -133,30 +133,30 @@ int CTcpTransmitter::open_extra(TRANS_INFO* pInfo) {
 }
 
 void* CTcpTransmitter::accept_connect_svc(void* pTransmitter) {
+    auto* pSelf = static_cast<CTcpTransmitter*>(pTransmitter);
     try {
-        static_cast<CTcpTransmitter*>(pTransmitter)->accept_peer();
+        // Kept (operators): [tcp-any-peer] the address of the peer is not compared with that of the
+        // client: the first peer that connects receives the media.
+        const CBB_SOCK_T sock = CBB_Accept(pSelf->GetHandle(), nullptr, PEER_TIMEOUT_MS);
+        if (sock == -1) {
+            RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", RETRIES_LEFT);
+        } else {
+            RTSPS_LOG(INFO, "Found Needed Addr cominggggg!!!!");
+            pSelf->take_peer(sock);
+        }
+        pSelf->close_listener();
     } catch (...) {
         // No exception may leave the thread. The stream then has no connection.
     }
     return nullptr;
 }
 
-void CTcpTransmitter::accept_peer() {
-    // Kept (operators): [tcp-any-peer] the address of the peer is not compared with that of the
-    // client: the first peer that connects receives the media.
-    const CBB_SOCK_T sock = CBB_Accept(GetHandle(), nullptr, PEER_TIMEOUT_MS);
-    if (sock == -1) {
-        RTSPS_LOG(ERROR, "Wait Remote Connect iRetry [%d]!!!!", RETRIES_LEFT);
-        close_listener();
-        return;
-    }
-    RTSPS_LOG(INFO, "Found Needed Addr cominggggg!!!!");
+void CTcpTransmitter::take_peer(CBB_SOCK_T sock) {
     CBB_SetNoDelay(sock, 1);
     CBB_SetNonBlock(sock, 1);
     CBB_SetBuffSize(sock, DATA_SEND_BUFFER_SIZE, DATA_RECV_BUFFER_SIZE);
     m_Connectfd.store(sock, std::memory_order_release);
     set_status(STAUTS_OK);
-    close_listener();
 }
 
 int CTcpTransmitter::SendPacket(void* buf, int len, int timeout) {

@@ -63,7 +63,7 @@ class CTcpTransmitter final : public CPendingTransmitter {
     static void* accept_connect_svc(void* pTransmitter);
 
     CBB_SOCK_T data_socket() const override { return m_Connectfd.load(std::memory_order_acquire); }
-    void accept_peer();
+    void take_peer(CBB_SOCK_T sock);
     void close_listener();
 
     CMutex
