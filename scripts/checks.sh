@@ -27,6 +27,9 @@ lint() {
     say "kept behaviour"
     check_kept || failed+=(kept)
 
+    say "words"
+    check_words || failed+=(words)
+
     say "shellcheck"
     shellcheck --external-sources "${scripts[@]}" || failed+=(shellcheck)
 
@@ -48,6 +51,30 @@ lint() {
         sed -e 's/\x1b\[[0-9;]*m//g' -e '/^clang-tidy/d' -e '/^$/d' >&2 || failed+=(clang-tidy)
     [[ ${#failed[@]} -eq 0 ]] || die "not clean: ${failed[*]}"
     say "Clean"
+}
+
+# check_words: runs codespell, and searches for the words of scripts/words.txt.
+check_words() {
+    local files word instead found allowed spelling=() good=1
+    mapfile -t -d '' files < <(find ./*.md CMakeLists.txt .ci bench cmake docs examples include scripts \
+        src tests -type f ! -name '*.json' ! -path '*/node_modules/*' ! -path '*/corpus/*' -print0)
+
+    spelling+=(unkown thresold pasre tooo unknow) # log texts and a method name, which are kept
+    spelling+=(alls iif)                          # an option of ffmpeg, a keyword of nftables
+    spelling+=(pevent)                            # a parameter
+    # The expression excludes escape sequences before a word. codespell ignores binary files.
+    codespell --ignore-regex '\\[nrt]' --ignore-words-list "$(IFS=,; echo "${spelling[*]}")" \
+        "${files[@]}" || good=
+
+    allowed=$(sed -n 's/^!\([^\t]*\)\t.*/\1/p' scripts/words.txt | paste -sd '|')
+    while IFS=$'\t' read -r word instead; do
+        [[ -n $word && $word != [#!]* ]] || continue
+        found=$(grep -nIiE "\b($word)\b" "${files[@]}" |
+            grep -v '^scripts/words\.txt:' | grep -viE "$allowed") || continue
+        printf '%s\n    Write instead: %s\n' "$found" "$instead" >&2
+        good=
+    done <scripts/words.txt
+    [[ -n $good ]]
 }
 
 # check_kept: compares the marks of kept behaviour in the code with the rows of docs/kept.md: who
