@@ -36,8 +36,14 @@ install(FILES
 
 list(TRANSFORM RTSPSERVER_TIME64_DEFINITIONS PREPEND " -D" OUTPUT_VARIABLE RTSPSERVER_PC_DEFINITIONS)
 list(JOIN RTSPSERVER_PC_DEFINITIONS "" RTSPSERVER_PC_DEFINITIONS)
-# The file contains the prefix relative to its own folder, so the installed tree may be moved.
-file(RELATIVE_PATH RTSPSERVER_PC_TO_PREFIX /${pkgconfig_dir} /)
+# An installed tree may be moved, so the file finds the prefix from its own place. Trees in /usr are not
+# moved: there it holds plain paths, which pkg-config puts after a sysroot when a host is cross-built.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(RTSPSERVER_PC_PREFIX /usr)
+else()
+  file(RELATIVE_PATH to_prefix /${pkgconfig_dir} /)
+  set(RTSPSERVER_PC_PREFIX "\${pcfiledir}/${to_prefix}")
+endif()
 configure_file(cmake/rtspserver.pc.in rtspserver.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtspserver.pc
   DESTINATION ${pkgconfig_dir} COMPONENT development)
