@@ -50,5 +50,3 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtspserver.pc
 
 install(FILES LICENSE RENAME copyright COMPONENT runtime
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/librtspserver1)
-install(FILES LICENSE RENAME copyright COMPONENT development
-  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/librtspserver-dev)
