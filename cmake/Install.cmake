@@ -34,6 +34,10 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/rtspserver-config-version.cmake
   DESTINATION ${config_dir} COMPONENT development)
 
+if(RTSPSERVER_BUILD_MAN)
+  include(cmake/ManPages.cmake)
+endif()
+
 list(TRANSFORM RTSPSERVER_TIME64_DEFINITIONS PREPEND " -D" OUTPUT_VARIABLE RTSPSERVER_PC_DEFINITIONS)
 list(JOIN RTSPSERVER_PC_DEFINITIONS "" RTSPSERVER_PC_DEFINITIONS)
 # An installed tree may be moved, so the file finds the prefix from its own place. Trees in /usr are not
