@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The Debian packages; scripts/package builds and checks them. A host's package takes its dependency on
-# the library from the symbols file.
+# The Debian packages, which scripts/package builds and checks. The symbols file determines on which
+# version of the library the package of a host depends.
 set(RTSPSERVER_MAINTAINER "Unnamed packager <packager@rtspserver.invalid>" CACHE STRING
   "Maintainer of the Debian packages: NAME <ADDRESS>. Set it before you distribute them")
 # CPack has no variable for Multi-Arch before CMake 3.31. It writes this one unchanged into each package,
@@ -28,17 +28,19 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
 A host application loads it, declares its streams and pushes RTP packets;
 players fetch them over UDP, TCP or interleaved.")
 if(CMAKE_CROSSCOMPILING)
-  # CPack would take the building machine's architecture, and dpkg-shlibdeps finds the names of
-  # cross packages. scripts/package compares this with what it finds for the machine's own.
-  string(REPLACE aarch64 arm64 CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
-  string(REPLACE armv7l armhf CPACK_DEBIAN_PACKAGE_ARCHITECTURE
-    ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})
-  set(libgcc 3.0)
+  # In a cross build, CPack would use the architecture of the build machine, and dpkg-shlibdeps would
+  # find the names of the cross packages. So both are set here. scripts/package compares these
+  # dependencies with the versions of the symbols that the library needs.
+  set(debian_name_of_aarch64 arm64)
+  set(debian_name_of_armv7l armhf)
+  set(debian_name_of_riscv64 riscv64)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${debian_name_of_${CMAKE_SYSTEM_PROCESSOR}})
+  set(libgcc_version 3.0)
   if(CPACK_DEBIAN_PACKAGE_ARCHITECTURE STREQUAL armhf)
-    set(libgcc 3.5)
+    set(libgcc_version 3.5)  # unwinding on 32-bit ARM
   endif()
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
-    "libc6 (>= 2.34), libgcc-s1 (>= ${libgcc}), libstdc++6 (>= 11)")
+    "libc6 (>= 2.34), libgcc-s1 (>= ${libgcc_version}), libstdc++6 (>= 11)")
 else()
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 endif()
@@ -48,7 +50,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "librtspserver1 (= ${PROJECT_VERSION}), libc6-dev | libc-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)
-Headers, the static library, and the files that CMake and pkg-config read.")
+Headers, manual pages, the static library, and the files that CMake and
+pkg-config read.")
 
 set(CPACK_DEBIAN_SYMBOLS_PACKAGE_NAME librtspserver1-dbgsym)
 set(CPACK_DEBIAN_SYMBOLS_PACKAGE_SECTION debug)
