@@ -21,7 +21,7 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME librtspserver1)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-# CPack adds scripts that call ldconfig, and cannot be told to leave them out. Debian requires the trigger.
+# CPack always adds scripts that call ldconfig. Debian requires the trigger instead.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/cmake/debian/symbols ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}

@@ -56,12 +56,12 @@ lint() {
 # check_words: runs codespell, and searches for the words of scripts/words.txt.
 check_words() {
     local files word instead found allowed spelling=() good=1
-    mapfile -t -d '' files < <(find ./*.md CMakeLists.txt .ci bench cmake docs examples include scripts \
+    mapfile -t -d '' files < <(find ./*.md CMakeLists.txt .ci bench cmake docs examples include packaging scripts \
         src tests -type f ! -name '*.json' ! -path '*/node_modules/*' ! -path '*/corpus/*' -print0)
 
     spelling+=(unkown thresold pasre tooo unknow) # log texts and a method name, which are kept
     spelling+=(alls iif)                          # an option of ffmpeg, a keyword of nftables
-    spelling+=(pevent)                            # a parameter
+    spelling+=(pevent bu)                         # a parameter, a bullet in manual pages
     # The expression excludes escape sequences before a word. codespell ignores binary files.
     codespell --ignore-regex '\\[nrt]' --ignore-words-list "$(IFS=,; echo "${spelling[*]}")" \
         "${files[@]}" || good=
