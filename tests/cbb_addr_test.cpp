@@ -101,6 +101,7 @@ TEST(CbbAddr, PrintsAddressesThatFit) {
         {"no size", AF_INET, "10.0.0.1", -1, false},
         {"exactly the size", AF_INET6, "1:0:0:2::3", 11, true},
         {"a byte short of the NUL", AF_INET6, "1::2:3:0:0:4", 12, false},
+        {"a leading gap of three groups", AF_INET6, "::1:2:3:4:5", 64, true},
         {"one zero group is no gap", AF_INET6, "1:0:2:3:4:5:6:7", 64, true},
         {"short embedded IPv4", AF_INET6, "::ffff:1.2.3.4", 64, true},
         {"kept: embedded IPv4 has 8 characters", AF_INET6, "::ffff:192.168.1.10", 64, false},
@@ -150,7 +151,35 @@ TEST(CbbAddr, RecordsAreUnpacked) {
     EXPECT_EQ(info.ADDR.nAddr4, htonl(0x0A000001));
     EXPECT_EQ(CBB_GetAddrInfo(&records.addr6, &info), 0);
     EXPECT_EQ(info.ADDR.nAddr6[15], 5);
+}
+
+TEST(CbbAddr, RefusesNullAndOtherFamilies) {
+    CBB_ADDR_T addr{};
+    CBB_ADDR_EXP_T info{};
+    uint8_t bytes[16] = {};
+    char text[64] = {};
+    EXPECT_EQ(CBB_MakeAddrByString(AF_INET, "127.0.0.1", 554, nullptr), -1);
+    EXPECT_EQ(CBB_MakeAddrByString(AF_UNIX, "127.0.0.1", 554, &addr), -1);
+    EXPECT_EQ(CBB_MakeAddr4ByInt(0, 554, nullptr), -1);
+    EXPECT_EQ(CBB_MakeAddr6ByInt(bytes, 554, nullptr), -1);
+    EXPECT_EQ(CBB_MakeAddr(nullptr, 16, &addr), -1);
+    EXPECT_EQ(CBB_MakeAddr(bytes, 16, nullptr), -1);
+    EXPECT_EQ(CBB_MakeAddr(bytes, 0, &addr), -1);
+    EXPECT_EQ(CBB_SetAddrPort(nullptr, 554), -1);
+    EXPECT_EQ(CBB_GetAddrType(nullptr), -1);
+    EXPECT_EQ(CBB_GetAddrString(nullptr), nullptr);
+    EXPECT_EQ(CBB_GetAddrPort(nullptr), 0);
+    EXPECT_EQ(CBB_GetAddr4Int(nullptr, &info.ADDR.nAddr4), -1);
+    EXPECT_EQ(CBB_GetAddr6Int(nullptr, bytes), -1);
     EXPECT_EQ(CBB_GetAddrInfo(nullptr, &info), -1);
+    EXPECT_EQ(CBB_GetAddrInfo(&addr, nullptr), -1);
+    EXPECT_EQ(CBB_GetAddrBySockFd(0, nullptr, nullptr), -1);
+    EXPECT_EQ(CBB_InetPton(nullptr, bytes), -1);
+    EXPECT_EQ(CBB_InetPton("127.0.0.1", nullptr), -1);
+    EXPECT_EQ(CBB_InetNtop(AF_INET, nullptr, text, 64), nullptr);
+    EXPECT_EQ(CBB_InetNtop(AF_INET, bytes, nullptr, 64), nullptr);
+    EXPECT_EQ(CBB_InetNtop(AF_INET, bytes, text, 0), nullptr);
+    EXPECT_EQ(CBB_InetNtop(AF_UNIX, bytes, text, 64), nullptr);
 }
 
 TEST(CbbAddr, CopiesAreCutToTheRecord) {

@@ -60,6 +60,10 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
     }
 }
 
+TEST(MemPool, HasNoSpaceBeforeInit) {
+    EXPECT_EQ(CMemPool().GetSpace(), 0U);
+}
+
 // A pool, and the steps of its writer and its reader. The length of a record determines its bytes.
 class CMemPoolLaps : public ::testing::Test {
   protected:

@@ -139,7 +139,7 @@ TEST(RtcpPacket, ReadsByeAndApp) {
     EXPECT_EQ(CParsed<CRtcpByePacket>({0, 0x9F, RTCP_BYE, 0, 3, 1, 1, 1, 1})->ssrc(0), 0U);
     // The padding is the low two bits of the last byte within the declared 16 bytes: 2.
     CParsed<CRtcpAppPacket> app(
-        Text(0xA0, RTCP_APP, std::string("\0\0\0\x07NAMEda\x06\x02....", 16)));
+        Text(0xA0, RTCP_APP, std::string("\0\0\0\x07NAMEda\x06\x02////", 16)));
     EXPECT_EQ(app->ssrc(), 7U);
     EXPECT_EQ(std::string(app->name(), 4), "NAME");
     EXPECT_EQ(app->data_len(), 6);

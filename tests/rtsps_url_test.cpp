@@ -28,6 +28,7 @@ TEST(RtspUrl, SelectsChannelAndStream) {
         {"main goes before sub and third", "rtsp://1234567/live/chan12/x/third-sub-MAIN", 12, 0},
         {"chan without a number", "rtsp://1234567/channel/main", 0, 0},
         {"clamped", "rtsp://1234567/chan99999999999/main", 2147483647, 0},
+        {"63 digits count", "rtsp://1234567/chan" + std::string(62, '0') + "12/main", 1, 0},
         {"the longest URL", LONGEST, 1, 0},
     };
     for (const auto& row : rows) {
