@@ -80,21 +80,6 @@ TEST(RtspMsg, BodiesAreBounded) {
     EXPECT_EQ(Text(response), Reply("") + large.substr(0, 2048)) << "a full body holds no NUL";
 }
 
-TEST(RtspMsg, HeadLimitOfBinaryForm) {
-    for (const int nTotal : {1023, 1024}) {
-        CRtspResponse response(RTSP_STATUS_200);
-        CRtspHeader* pHeader = CRtspHeader::create_new("N");
-        for (const int nValue : {255, 255, 255, nTotal - 792}) {
-            pHeader->AddHeaderValue(std::string(static_cast<size_t>(nValue), 'v').c_str());
-        }
-        response.AddHeader(pHeader);
-        ASSERT_EQ(Text(response).size(), static_cast<size_t>(nTotal));
-        char szOut[2048];
-        EXPECT_EQ(response.as_binary(szOut, sizeof(szOut)), nTotal == 1023 ? 1023 : -1);
-        EXPECT_EQ(response.as_binary(szOut, 1022), -1);
-    }
-}
-
 TEST(RtspResponse, TransportReply) {
     const struct {
         const char* why;

@@ -121,20 +121,4 @@ TEST_F(CTransCtrlTest, RepeatedSetupsAreOwnedAndBounded) {
     EXPECT_TRUE(m_log.HasLines("E new m_pVideoSession error!;|E new m_pAudioSession error!;"));
 }
 
-TEST_F(CTransCtrlTest, RepliesTakeThePathOfTheVideoStream) {
-    const std::string reply = "RTSP/1.0 200 OK\r\n\r\n";
-    EXPECT_EQ(SendMsg(reply), -1);
-    EXPECT_TRUE(m_log.HasLines("E m_pVideoSession is NULL"));
-    const int fd = m_connection.server.Fd();
-    ASSERT_EQ(Open(MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, fd), TRANS_STREAM_AUDIO), 0);
-    EXPECT_EQ(SendMsg(reply), -1);  // audio alone has no path
-    for (const ETRANS_MODE mode : {UDP_MODE, TCP_MODE, RTPOVERRTSP_MODE}) {
-        ASSERT_EQ(Open(MakeTransInfo(mode, mode == RTPOVERRTSP_MODE ? 0 : m_ports[0], 9, fd)), 0);
-        EXPECT_EQ(SendMsg(reply), 19);
-        EXPECT_EQ(m_connection.ReadAll(), reply);
-        m_ctrl.Close();
-        EXPECT_EQ(SendMsg(reply), -1);
-    }
-}
-
 }  // namespace

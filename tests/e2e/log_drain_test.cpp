@@ -93,17 +93,6 @@ TEST_F(LogDrain, DropsAndCountsWholeLinesWhileTheConsoleTakesNothing) {
     EXPECT_LE(reports, 5u) << "one line for each gap";
 }
 
-TEST_F(LogDrain, LosesNothingAtTheEndWhenTheConsoleIsRead) {
-    CConsole console;
-    CLogDrain drain;
-    Open(drain, console.Path());
-    PrintNumbers(400);
-    ASSERT_EQ(4, write(m_out, "tail", 4));
-    const std::string text = console.ReadAll(drain);
-    EXPECT_EQ(400 * LINE_SIZE + 4, text.size());
-    EXPECT_THAT(text, testing::EndsWith("\ntail"));
-}
-
 TEST_F(LogDrain, GivesUpAStuckConsoleAndReportsTheRemainingLines) {
     CConsole console;
     CLogDrain drain;
