@@ -122,7 +122,8 @@ class CGenerator {
                      {"TEARDOWN", STREAM, NONE},    {"PAUSE", STREAM, NONE}};
         const auto& next = ORDER[m_step % std::size(ORDER)];
         m_step += OneIn(8) ? 0U : 1U;  // some requests are sent twice
-        return Request(next.method, next.url, next.transport);
+        return Request(next.method, next.url == VIDEO && m_isAudioAlone ? AUDIO : next.url,
+                       next.transport);
     }
 
     std::string AnyRequest() {
@@ -148,6 +149,7 @@ class CGenerator {
     std::mt19937 m_random;
     CDialogue m_dialogue;
     size_t m_step = 0;
+    bool m_isAudioAlone = OneIn(8);
     int m_cseq = 0;
 };
 

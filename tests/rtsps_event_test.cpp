@@ -248,6 +248,9 @@ TEST_F(CEventTest, ClientsBeyondTheRegistryGetRepliesButNoMediaAndNoEvents) {
     clients.clear();
     EXPECT_EQ(m_log.Count("OverSize"), 1);
     EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == RTSPS_MAX_SESSIONS + 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
+    EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() == m_descriptorsBefore; }))
+        << "nothing is left of those who leave after Stop";
     EXPECT_EQ(m_listener.Heard().size(), 2U * RTSPS_MAX_SESSIONS + 4);
 }
 
