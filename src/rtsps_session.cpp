@@ -217,6 +217,7 @@ CRtspSession::EArrival CRtspSession::next_arrival(CReceiveBuffer* pBuffer) {
     int nIdleMs = 0;
     while (!m_bQuit && m_emRtspStat != RTSP_ERROR) {
         const int nReady = wait_readable(POLL_INTERVAL_MS, &pBuffer->nError);
+        // cppcheck-suppress oppositeInnerCondition  // another thread sets it during the wait
         if (m_bQuit) {
             break;  // woken to stop: not a receive error
         }
