@@ -22,7 +22,7 @@ TEST(CbbString, WritesNumbers) {
         const char* text;
         const char* why;
     } rows[] = {
-        {0, 10, "0", "no digits are left to write"},
+        {0, 16, "0", "no digits are left to write"},
         {-15, 10, "-15", "a sign"},
         {35, 36, "z", "the last digit of the largest base"},
         {-1, 16, nullptr, "a sign in another base"},
