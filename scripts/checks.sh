@@ -18,7 +18,7 @@ format() {
 lint() {
     local sources scripts failed=()
     mapfile -t -d '' sources < <(cxx_sources)
-    # Scripts have no suffix; the first line identifies them.
+    # Most scripts have no suffix; the first line identifies them.
     mapfile -t scripts < <(grep -rlE '^#(!.*\<(ba)?sh|.*shellcheck shell=)' scripts .ci examples tests)
 
     say "clang-format"

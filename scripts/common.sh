@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: MIT
 #
-# Functions that the scripts share; each script sources this file. Messages go to standard error, so
-# that standard output holds only the script's result.
+# Functions that the scripts share; each script in Bash sources this file. Messages go to standard
+# error, so that standard output holds only the script's result.
 
 say() {
     printf '==> %s\n' "$*" >&2
@@ -21,8 +21,8 @@ usage_error() {
 
 install=ask # whether missing packages are installed: ask, yes or no
 
-# read_common_options ARGUMENT...: handles the options that every script has, and stores the other
-# arguments in the array `arguments`. The current folder must be the project's.
+# read_common_options ARGUMENT...: handles the options that all these scripts have, and stores the
+# other arguments in the array `arguments`. The current folder must be the project's.
 read_common_options() {
     local argument
     arguments=()
@@ -44,9 +44,10 @@ print_help() {
     sed -n -e '1,3d' -e '/^#/!q' -e 's/^# \{0,1\}//p' "scripts/$(basename "$0")"
     cat <<'END'
 
-Options of every script:
-  --yes         install missing packages without asking; so does the environment variable CI
-  --no-install  install nothing; if packages are missing, list them and fail
+Common options:
+  --yes         install missing Debian packages without asking; the default without a terminal, or if
+                the environment variable CI is set
+  --no-install  install no Debian packages; if some are missing, list them and fail
   --help        print this text
 END
 }
