@@ -16,7 +16,7 @@
  * - It returns 0 for success and -1 for failure.
  * - When the system refuses a socket or semaphore call, errno holds its error number, which
  *   GetSystemLastError() returns, too. A time-out and a peer that has closed its connection leave
- *   errno as it was. The exception is CBB_SemTimedWait: it sets errno on a time-out.
+ *   errno as it was. CBB_SemTimedWait and CBB_ConnectWithTimeOut set errno on a time-out, too.
  * - It may be called at any time and from any thread. It keeps no state and does not block.
  * - Pointers must not be null. They belong to the caller and are not kept after the call.
  * - A socket argument (iSockFd) is an open descriptor. The caller owns it: only CBB_CloseSocket
@@ -24,9 +24,9 @@
  *   A call with a descriptor that is not open fails. With -1 and a time-out, the failure comes only
  *   when the time-out is over.
  * - Ports are in host byte order, IPv4 addresses in network byte order.
- * - Time-outs are in milliseconds. They are measured with the wall clock. Setting the clock forward
- *   may shorten a wait. Setting it back makes a wait at most twice as long. CBB_SemTimedWait is the
- *   exception.
+ * - Time-outs are in milliseconds. Functions with an nTimeOut, and CBB_PollEx, measure them with
+ * the wall clock. Setting the clock forward may shorten a wait. Setting it back makes a wait at
+ * most twice as long. CBB_SemTimedWait is the exception.
  */
 #ifndef CBB_H
 #define CBB_H
@@ -364,7 +364,7 @@ RTSPS_EXPORT CBB_SOCK_T CBB_Accept(CBB_SOCK_T iSockFd, CBB_ADDR_T* pCBBAddr, uin
  * Connects. Blocks for nTimeOut at most. The socket is blocking afterwards, whatever it was before.
  *
  * With a limit, the result is the state of the socket after the wait. An error that the system
- * reports at once, such as "no route", is not read.
+ * reports at once, such as "no route", is not read: the result may then be 0.
  *
  * @param[in] iSockFd   the socket.
  * @param[in] pCBBAddr  the peer.
@@ -373,6 +373,7 @@ RTSPS_EXPORT CBB_SOCK_T CBB_Accept(CBB_SOCK_T iSockFd, CBB_ADDR_T* pCBBAddr, uin
  *
  * @return 0, or -1 for a null record, a time-out or a failed connection. After a failed connection
  * errno holds the cause. Unless nTimeOut is CBB_INFINITE, one line is printed to standard output.
+ * After a time-out errno is EINPROGRESS, and no line is printed.
  */
 RTSPS_EXPORT int32_t CBB_ConnectWithTimeOut(CBB_SOCK_T iSockFd, const CBB_ADDR_T* pCBBAddr,
                                             uint32_t nTimeOut);
@@ -710,7 +711,7 @@ RTSPS_EXPORT int32_t CBB_PollEx(struct pollfd* pFds, int iFds, int* piTimeO);
  * @param[in] IsSuspend     ignored; the thread runs at once.
  * @param[in] Priority      must be valid for SchedPolicy: 0 with SCHED_OTHER, 1 to 99 with SCHED_RR
  *                          and SCHED_FIFO.
- * @param[in] SchedPolicy   a policy of the system.
+ * @param[in] SchedPolicy   SCHED_OTHER, SCHED_RR or SCHED_FIFO.
  *
  * @return the thread, or CBB_INVALID_HANDLE when an attribute is refused or no thread can be
  * created.
@@ -773,12 +774,12 @@ RTSPS_EXPORT int32_t CBB_Thread_Resume(CBB_HANDLE hThread);
 RTSPS_EXPORT int32_t CBB_Thread_SetPriority(CBB_HANDLE hThread, int iPriority);
 
 /**
- * Checks whether the system has a policy. Does not change the running thread.
+ * Checks whether a policy is SCHED_OTHER, SCHED_RR or SCHED_FIFO. Does not change the thread.
  *
  * @param[in] hThread  the thread.
  * @param[in] iPolicy  the policy.
  *
- * @return 0 if it has, else -1; also -1 for CBB_INVALID_HANDLE.
+ * @return 0 if it is, else -1; also -1 for CBB_INVALID_HANDLE.
  */
 RTSPS_EXPORT int32_t CBB_Thread_SetSchedPolicy(CBB_HANDLE hThread, int iPolicy);
 

@@ -32,8 +32,8 @@
 ///
 /// One writer thread and one reader thread may work at the same time without a lock. Several
 /// writers need a lock among themselves, and so do several readers. During Init() and Release() no
-/// other function may run. No function blocks or throws. Only Init() allocates memory. Lengths are
-/// in bytes.
+/// other function may run. No function throws, and only InputData() may block: it prints when it
+/// refuses a record. Only Init() allocates memory. Lengths are in bytes.
 class RTSPS_EXPORT CMemPool {
   public:
     /// Bytes that a record needs in addition to its data.
@@ -51,7 +51,7 @@ class RTSPS_EXPORT CMemPool {
     /// Init() for a pool that has been in use.
     ///
     /// @param[in] dwRingLen  length of the ring, which limits the unread data.
-    /// @param[in] dwTailLen  length of the tail: the length of the largest record and 8 bytes. The
+    /// @param[in] dwTailLen  length of the tail: that of the largest data plus RECORD_OVERHEAD. The
     ///                       pool does not check it. With a shorter tail, large records are refused
     ///                       more often.
     ///

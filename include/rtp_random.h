@@ -36,7 +36,7 @@ class RTSPS_EXPORT RTPRdm {
     struct drand48_data drandbuffer = {};
 };
 
-/// @defgroup rtp_random_default The same numbers from rand(), with one state for the whole process
+/// @defgroup rtp_random_default Random numbers from rand(), with one state for the whole process
 /// These functions never seed the generator. The RTSP server seeds it with srandom() from the clock
 /// for each client that connects. A seed that the host sets does not last, because srandom() and
 /// srand() seed the same generator. The functions may be called at any time and from any thread.

@@ -15,9 +15,9 @@
  *
  * There is one server per process. It listens on all IPv4 addresses, not on IPv6.
  *
- * Every function may be called from any thread, and none throws. Only RTSPServer_Start and
- * RTSPServer_Stop wait for other threads; each states how long. The other functions take
- * microseconds. A push takes the time of one send per client that plays the stream.
+ * Every function may be called from any thread, and none throws. RTSPServer_Start and
+ * RTSPServer_Stop state how long they block. A push takes the time of one send per client that
+ * plays the stream. The other functions wait for short locks only, and take microseconds.
  *
  * Log lines go to standard output. If standard output blocks, for example because it is a pipe that
  * no process reads, every call that prints a line blocks too.
@@ -243,7 +243,7 @@ typedef void (*pRtspServerEventCallBack)(int32_t nEvent, int32_t nSessionId, voi
  * Initialises the library. Call it before RTSPServer_Start.
  *
  * Calls are counted, and each one needs its own RTSPServer_Release. A call takes the configuration
- * only when the count is 0 before it. Every other call increases the count and ignores pPara.
+ * only when the count before it is 0 or less. Other calls increase the count and ignore pPara.
  *
  * From the first call on, the process ignores SIGPIPE.
  *
@@ -298,7 +298,7 @@ RTSPS_EXPORT int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType
  * @return 0, also when the server is already started, or -1 when
  *   - the count of RTSPServer_Init is not above 0,
  *   - the data ports would include port 65535 (see tagRtspServerPara.nMinPort),
- *   - memory or a thread cannot be allocated,
+ *   - memory, a socket or a thread is not available,
  *   - it is called inside the event function,
  *   - the server port cannot be bound. errno is then EADDRINUSE (98) for a port in use, and EACCES
  *     (13) for a port that the process may not use.
@@ -390,8 +390,8 @@ RTSPS_EXPORT int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, 
  * As long as a function stays set, each registered client raises one RTSPS_EVENT_CONNECTED first
  * and one RTSPS_EVENT_CLOSED last. Refused clients (see RTSPS_MAX_SESSIONS) raise no event.
  *
- * When this call returns, no new call of the earlier function begins, but one that has begun may
- * still run. No call runs after RTSPServer_Stop has returned.
+ * A call of the earlier function may still run, or just begin, after this call has returned. No
+ * call runs after RTSPServer_Stop has returned.
  *
  * Allowed inside the event function. Does not block.
  *
