@@ -25,8 +25,8 @@
  *   when the time-out is over.
  * - Ports are in host byte order, IPv4 addresses in network byte order.
  * - Time-outs are in milliseconds. Functions with an nTimeOut, and CBB_PollEx, measure them with
- * the wall clock. Setting the clock forward may shorten a wait. Setting it back makes a wait at
- * most twice as long. CBB_SemTimedWait is the exception.
+ *   the wall clock. Setting the clock forward may shorten a wait. Setting it back makes a wait at
+ *   most twice as long. CBB_SemTimedWait is the exception.
  */
 #ifndef CBB_H
 #define CBB_H
