@@ -84,8 +84,10 @@ class CGenerator {
     }
 
     std::string Item() {
-        const std::string frame =
-            std::string("$") + static_cast<char>(Below(10)) + '\0' + static_cast<char>(Below(100));
+        std::string frame = "$";
+        frame += static_cast<char>(Below(10));
+        frame += '\0';
+        frame += static_cast<char>(Below(100));
         switch (Below(24)) {
             case 0:
                 return RESPONSE;
@@ -122,18 +124,23 @@ class CGenerator {
                      {"TEARDOWN", STREAM, NONE},    {"PAUSE", STREAM, NONE}};
         const auto& next = ORDER[m_step % std::size(ORDER)];
         m_step += OneIn(8) ? 0U : 1U;  // some requests are sent twice
+        const bool mayBeRefused = next.transport != NONE && OneIn(8);
         return Request(next.method, next.url == VIDEO && m_isAudioAlone ? AUDIO : next.url,
-                       next.transport);
+                       mayBeRefused ? AnyTransport() : next.transport);
     }
 
     std::string AnyRequest() {
         static constexpr const char* METHODS[] = {"OPTIONS", "DESCRIBE", "SETUP",     "SETUP",
                                                   "PLAY",    "PAUSE",    "HEARTBEAT", "TEARDOWN",
                                                   "RECORD",  "play"};
-        return Request(METHODS[Below(std::size(METHODS))],
-                       static_cast<EUrl>(Below(std::size(URLS))),
-                       static_cast<ETransport>(Below(std::size(TRANSPORTS))));
+        // One draw per statement: compilers differ in the order in which they evaluate arguments,
+        // and a seed determines the same dialogue everywhere.
+        const char* method = METHODS[Below(std::size(METHODS))];
+        const auto url = static_cast<EUrl>(Below(std::size(URLS)));
+        return Request(method, url, AnyTransport());
     }
+
+    ETransport AnyTransport() { return static_cast<ETransport>(Below(std::size(TRANSPORTS))); }
 
     std::string Request(const std::string& method, EUrl url, ETransport transport,
                         const std::string& headers = "") {
