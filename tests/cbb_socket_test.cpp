@@ -285,4 +285,35 @@ TEST_F(CbbSocket, AForcedCloseEndsTheConnectionForEveryCopy) {
     }
 }
 
+TEST_F(CbbSocket, SelectFindsWhatIsReadable) {
+    const CSocketPair pair;
+    const int fd = pair.client.Fd();
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(fd, &readable);
+    const timeval atOnce{};
+    EXPECT_EQ(CBB_Select(fd + 1, &readable, nullptr, nullptr, &atOnce), 0);
+    EXPECT_EQ(CBB_FdIsSet(fd, &readable), 0);
+    pair.server.Send("abc");
+    FD_SET(fd, &readable);
+    EXPECT_EQ(CBB_Select(fd + 1, &readable, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(CBB_FdIsSet(fd, &readable), 1);
+    for (const int outside : {-1, FD_SETSIZE}) {
+        EXPECT_EQ(CBB_FdIsSet(outside, &readable), 0);
+    }
+}
+
+TEST_F(CbbSocket, SmallCallsReachTheSystem) {
+    const CSocketPair pair;
+    const int fd = pair.client.Fd();
+    pair.server.Send("abc");
+    uint32_t waiting = 0;
+    EXPECT_EQ(CBB_Ioctl(fd, FIONREAD, &waiting), 0);
+    EXPECT_EQ(waiting, 3U);
+    char bytes[8];
+    EXPECT_EQ(CBB_RecvFrom(fd, bytes, sizeof(bytes), nullptr), 3);
+    EXPECT_EQ(CBB_RecvFrom(fd, bytes, -1, nullptr), -1);
+    EXPECT_EQ(CBB_BroadCast(CTestSocket::BindUdp().Fd()) | CBB_LingerOff(fd), 0);
+}
+
 }  // namespace

@@ -7,6 +7,8 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
+#include <functional>
+
 #include "rtsp_msg.h"
 #include "rtsps_server.h"
 #include "support/session_probe.h"
@@ -207,6 +209,53 @@ TEST(Session, OpenNeedsTheClientsAddress) {
     CSessionOnPair s;
     EXPECT_EQ(s.session.Open(s.fd, nullptr), -1);
     EXPECT_TRUE(s.log.HasLines("E invalid input para"));
+}
+
+// Clients send reports of interleaved media and requests on one connection, so a segment may hold
+// both. A session that misses one boundary answers no further request.
+TEST(Session, ReportsAndRequestsShareSegments) {
+    const std::string report = Frame(1, 48, 52);
+    const std::string empty = Frame(1, 0, 4);
+    using Pieces = std::vector<std::string>;
+    const struct {
+        const char* why;
+        std::function<Pieces(const std::string& request, size_t round)> pieces;
+    } rows[] = {
+        {"a report before a request",
+         [&](auto& request, size_t) { return Pieces{report + request}; }},
+        {"a request before a report",
+         [&](auto& request, size_t) { return Pieces{request + report}; }},
+        {"two reports before a request",
+         [&](auto& request, size_t) { return Pieces{report + report + request}; }},
+        {"a request between two reports",
+         [&](auto& request, size_t) { return Pieces{report + request + report}; }},
+        {"reports without content",
+         [&](auto& request, size_t) { return Pieces{empty + request + empty}; }},
+        {"a report cut anywhere, its end with a request",
+         [&](auto& request, size_t round) {
+             return Pieces{report.substr(0, round), report.substr(round) + request};
+         }},
+        {"a report cut anywhere, its beginning with a request",
+         [&](auto& request, size_t round) {
+             return Pieces{request + report.substr(0, round), report.substr(round)};
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        CSessionOnPair s;
+        EXPECT_EQ(s.session.Open(s.fd, &s.addr), 0);
+        for (size_t round = 1; round < report.size(); ++round) {
+            const std::string cseq = std::to_string(round);
+            for (const std::string& piece : row.pieces(Request("HEARTBEAT", "", cseq), round)) {
+                s.SendPiece(piece);
+            }
+            const std::string reply = "RTSP/1.0 200 OK\r\nCSeq: " + cseq + "\r\n\r\n";
+            ASSERT_EQ(s.client.ReceiveExactly(reply.size(), 1000), reply);
+        }
+        EXPECT_EQ(s.session.Close(), 0);
+        EXPECT_EQ(s.Replies(), "");
+        EXPECT_FALSE(s.log.Has("[RTSPS ERROR]"));
+    }
 }
 
 TEST(Session, IdleRuleIsOffUnlessSwitchedOn) {
