@@ -24,7 +24,7 @@ TRANSPORTS = ("udp", "tcp")
 CASE_TIME_LIMIT = 40  # seconds
 OUTAGE = 5  # seconds
 TOO_SLOW = "client too slow"
-LEFT = "it left"
+LEFT = "client closed the connection"
 
 
 class CommandFailed(Exception):
