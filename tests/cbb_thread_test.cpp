@@ -14,7 +14,6 @@ namespace {
 struct TSeen {
     CBB_HANDLE self = CBB_INVALID_HANDLE;
     int policy = -1;
-    size_t stack = 0;
     sigset_t mask = {};
 };
 
@@ -24,10 +23,6 @@ void* Look(void* pParam) {
     sched_param param = {};
     pthread_getschedparam(pthread_self(), &pSeen->policy, &param);
     pthread_sigmask(SIG_SETMASK, nullptr, &pSeen->mask);
-    pthread_attr_t attr;
-    pthread_getattr_np(pthread_self(), &attr);
-    pthread_attr_getstacksize(&attr, &pSeen->stack);
-    pthread_attr_destroy(&attr);
     return pParam;
 }
 
@@ -40,7 +35,6 @@ TEST(CbbThread, CreatesAndJoins) {
     } rows[] = {
         {"defaults", 0, 0, SCHED_OTHER, true},
         {"scheduling is inherited, so it needs no privilege", 131072, 50, SCHED_RR, true},
-        {"a stack of its own size", 262144, 0, SCHED_OTHER, true},
         {"a priority without its policy", 0, 50, SCHED_OTHER, false},
         {"a policy without its priority", 0, 0, SCHED_RR, false},
         {"a stack too small", 1, 0, SCHED_OTHER, false},
@@ -54,9 +48,6 @@ TEST(CbbThread, CreatesAndJoins) {
         EXPECT_EQ(CBB_Thread_Wait(thread), row.isCreated ? 0 : -1);
         EXPECT_EQ(seen.self, thread);
         EXPECT_EQ(seen.policy, row.isCreated ? SCHED_OTHER : -1);
-        EXPECT_GE(seen.stack, row.isCreated ? row.stack : 0);
-        // A sanitizer may round up, but not to the system's default of several megabytes.
-        EXPECT_TRUE(row.stack == 0 || seen.stack < size_t{1} << 20);
     }
     EXPECT_EQ(CBB_Thread_Wait(CBB_Thread_GetSelfId()), -1) << "a thread that joins itself";
 }
@@ -69,9 +60,7 @@ TEST(CbbThread, ChangesScheduling) {
     EXPECT_EQ(CBB_Thread_SetPriority(self, 99), -1) << "of the ordinary policy";
     EXPECT_EQ(CBB_Thread_SetSchedPolicy(self, 0), 0);
     EXPECT_EQ(CBB_Thread_SetSchedPolicy(self, 1000), -1);
-    for (const CBB_HANDLE none : {CBB_INVALID_HANDLE, CBB_HANDLE{}}) {
-        EXPECT_EQ(CBB_Thread_SetPriority(none, 0), -1);
-    }
+    EXPECT_EQ(CBB_Thread_SetPriority(CBB_INVALID_HANDLE, 0), -1);
 }
 
 TEST(CbbThread, DetachedThreadsReturnOneForSuccess) {

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <climits>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -49,14 +47,6 @@ TEST(RtspMsg, WithoutAStatusRowNothingIsWritten) {
     }
 }
 
-TEST(RtspMsg, RequestsAreWrittenWithTheirUrlCut) {
-    CRtspRequest request;
-    request.Method("options");
-    request.URL(std::string(5000, 'u').c_str());
-    request.Version(2, 1);
-    EXPECT_EQ(Text(request), "ERROR " + std::string(1023, 'u') + " RTSP/2.1\r\n\r\n");
-}
-
 TEST(RtspMsg, TextFormsEndTheBodyAtANul) {
     const std::string head = Reply("");
     const std::string body("ab\0cd\0\xff!!!", 10);
@@ -68,18 +58,11 @@ TEST(RtspMsg, TextFormsEndTheBodyAtANul) {
     ASSERT_EQ(response.as_binary(out.data(), nTotal), nTotal);
     EXPECT_EQ(out, head + body);
     EXPECT_EQ(response.as_binary(out.data(), nTotal - 1), -1);
+    EXPECT_EQ(response.Content(body.data(), -1), -1);
+    EXPECT_EQ(response.ContentLen(), 10);
 }
 
-TEST(RtspMsg, BodiesAreBounded) {
-    CRtspResponse response(RTSP_STATUS_200);
-    const std::string large(CRtspMsg::CONTENT_SIZE + 1, 'b');
-    for (const int nLen : {2048, 2049, -1, INT_MAX}) {
-        EXPECT_EQ(response.Content(large.data(), nLen), nLen == 2048 ? 0 : -1) << nLen;
-        EXPECT_EQ(response.ContentLen(), 2048) << nLen;
-    }
-    EXPECT_EQ(Text(response), Reply("") + large.substr(0, 2048)) << "a full body holds no NUL";
-}
-
+// CDialogueTest compares the replies for UDP and interleaved transport.
 TEST(RtspResponse, TransportReply) {
     const struct {
         const char* why;
@@ -87,39 +70,29 @@ TEST(RtspResponse, TransportReply) {
         trans_protocol protocol;
         uint32_t ssrc;
         const char* source;
-        std::string added;
+        const char* reply;
     } rows[] = {
-        {"UDP", "RTP/AVP;unicast;client_port=5000-5001", protocol_udp, 0x1a2b3c4d, nullptr,
-         ";server_port=6000-6001;ssrc=1a2b3c4d"},
         {"separate TCP", "RTP/AVP/TCP;client_port=5", protocol_tcp, 7, nullptr,
-         ";server_port=6000-6001"},
+         "RTP/AVP/TCP;client_port=5;server_port=6000-6001"},
         {"multicast", "RTP/AVP;multicast", protocol_mcast, 7, nullptr,
-         ";port=6000-6001;ttl=127;ssrc=7"},
-        {"interleaved", "RTP/AVP/TCP;interleaved=4-5", protocol_over_rtsp, 7, nullptr, ";ssrc=7"},
+         "RTP/AVP;multicast;port=6000-6001;ttl=127;ssrc=7"},
         {"no SSRC, a source", "RTP/AVP;destination=1.2.3.4", protocol_udp, 0, "5.6.7.8",
-         ";server_port=6000-6001;source=5.6.7.8"},
+         "RTP/AVP;destination=1.2.3.4;server_port=6000-6001;source=5.6.7.8"},
         {"no source without a destination", "RTP/AVP", protocol_udp, 0, "5.6.7.8",
-         ";server_port=6000-6001"},
+         "RTP/AVP;server_port=6000-6001"},
+        {"another SSRC", "RTP/AVP;ssrc=1;x", protocol_udp, 0xABC, nullptr,
+         "RTP/AVP;ssrc=abc;x;server_port=6000-6001"},
+        {"two alternatives", "RTP/AVP;a,RTP/AVP;b", protocol_http, 7, nullptr,
+         "RTP/AVP;a;ssrc=7,RTP/AVP;b"},
     };
     for (const auto& row : rows) {
         CRtspResponse response(RTSP_STATUS_200);
         const auto request = Request("Transport: " + row.request + "\r\n");
         response.append_transport(request.get(), row.protocol, row.ssrc, 6000, 6001, row.source,
                                   nullptr, nullptr);
-        EXPECT_EQ(Text(response), Reply("Transport: " + row.request + row.added + "\r\n"))
+        EXPECT_EQ(Text(response), Reply(std::string("Transport: ") + row.reply + "\r\n"))
             << row.why;
     }
-}
-
-TEST(RtspResponse, TransportReplyToOddRequests) {
-    CRtspResponse replaced(RTSP_STATUS_200);
-    replaced.append_transport(Request("Transport: RTP/AVP;ssrc=1;x\r\n").get(), protocol_udp, 0xABC,
-                              6000, 6001, nullptr, nullptr, nullptr);
-    EXPECT_EQ(Text(replaced), Reply("Transport: RTP/AVP;ssrc=abc;x;server_port=6000-6001\r\n"));
-    CRtspResponse first(RTSP_STATUS_200);
-    first.append_transport(Request("Transport: RTP/AVP;a,RTP/AVP;b\r\n").get(), protocol_http, 7,
-                           6000, 6001, nullptr, nullptr, nullptr);
-    EXPECT_EQ(Text(first), Reply("Transport: RTP/AVP;a;ssrc=7,RTP/AVP;b\r\n"));
 }
 
 TEST(RtspResponse, InterleavedChannelsAreStored) {
@@ -130,6 +103,8 @@ TEST(RtspResponse, InterleavedChannelsAreStored) {
     } rows[] = {
         {";interleaved=4-5", 4, 5},
         {";interleaved=4", 4, UNTOUCHED},
+        {";interleaved=4 -5", 4, UNTOUCHED},
+        {";interleaved=4-", 4, UNTOUCHED},
         {";interleaved=x", UNTOUCHED, UNTOUCHED},
         {";interleaved=255-254", UNTOUCHED, 254},  // kept: 255 means none
         {";interleaved=256-1", 0, 1},
@@ -153,11 +128,7 @@ TEST(RtspResponse, MulticastReply) {
     CRtspResponse response(RTSP_STATUS_200);
     response.append_mul_address_port(Request("Transport: RTP/AVP;multicast\r\n").get(), 0, 6000,
                                      6001, &group);
-    for (const char* szHeader : {"X: y\r\n", "Transport:\r\n"}) {  // nothing to answer
-        const auto request = Request(szHeader);
-        response.append_mul_address_port(request.get(), 0, 6000, 6001, &group);
-        response.append_transport(request.get(), protocol_udp, 7, 1, 2, nullptr, nullptr, nullptr);
-    }
+    response.append_mul_address_port(Request("Transport:\r\n").get(), 0, 6000, 6001, &group);
     EXPECT_EQ(Text(response), Reply("Transport: RTP/AVP;multicast;destination=224.0.1.7;"
                                     "port=6000-6001;ttl=127;ssrc=0\r\n"));
 }
