@@ -36,7 +36,6 @@ TEST(RtpSession, ReportsSequenceGapsOfVideoAndSendsOn) {
         {96, 12, "cur[12],except[11]", "a gap"},
         {96, 13, "", "the next one"},
         {8, 500, "", "audio is never checked"},
-        {8, 7, "", "audio is never checked"},
         {0x80 | 96, 13, "cur[13],except[14]", "the marker is no part of the payload type"},
         {96, 65535, "cur[65535],except[14]", "the last number"},
         {96, 300, "", "kept: after the wrap no number is expected"},
@@ -78,8 +77,6 @@ TEST(RtpSession, WithoutAUsableTransmitterNothingIsSent) {
     EXPECT_TRUE(log.HasLines("E m_pTransmitter status mode [4]!!"));
     EXPECT_EQ(interleaved.session.open(&interleaved.info), -1);  // a second time
     EXPECT_TRUE(log.HasLines("E m_pTransmitter != NULL, mode [4]|W error inittransmitter !"));
-
-    EXPECT_EQ(CRtpSession(MCAST_MODE).open(&interleaved.info), -1);  // 127.0.0.1 is not a group
     EXPECT_EQ(CRtpSession(NON_MODE).open(&interleaved.info), -1);
     EXPECT_TRUE(log.HasLines("E Unsupported! mode! [0]|E Error m_pTransmitter == NULL! mode! [0]"));
 }
