@@ -26,7 +26,6 @@ TEST(NetPortPool, FillsFromItsRange) {
     } rows[] = {
         {"an odd maximum", 30000, 30009, {30000, 30002, 30004, 30006, 30008}},
         {"an odd minimum stays odd", 30001, 30005, {30001, 30003, 30005}},
-        {"one port", 30000, 30000, {30000}},
         {"the minimum is above the maximum", 30001, 30000, {}},
         {"the last ports", 65531, 65534, {65531, 65533}},
     };
@@ -42,7 +41,6 @@ TEST(NetPortPool, FillsFromItsRange) {
 
 TEST(NetPortPool, RefusesRangesThatWouldNeverEnd) {
     EXPECT_EQ(CNet_PortPool::create_new(30001, 65535), nullptr);
-    EXPECT_EQ(CNet_PortPool::create_new(65535, 65535), nullptr);
     EXPECT_EQ(CNet_PortPool::create_new(30000, 65534), nullptr);
 }
 
@@ -63,8 +61,6 @@ TEST(NetPortPool, HoldsABoundedNumberOfPorts) {
         ASSERT_EQ(pool->reuse_port_pair(5000), 0);
     }
     EXPECT_EQ(pool->reuse_port_pair(5000), -1);
-    EXPECT_EQ(pool->get_port_pair(), 40000);
-    EXPECT_EQ(pool->reuse_port_pair(5000), 0);
 }
 
 }  // namespace
