@@ -80,10 +80,14 @@ int main(int argc, char** argv) {
     tagRtspServerStreamInfo info = {.byVideoPayload = 96,
                                     .dwVideoSSrc = 0x1234567,
                                     .dwVideoFormat = RTSPS_VIDEO_STREAM_TYPE_H264};
-    FILE* file = argc > 1 ? fopen(argv[1], "rb") : NULL;
-    if (file == NULL) {
+    if (argc < 2) {
         fprintf(stderr, "usage: minimal_host FILE [PORT]\n");
         return 2;
+    }
+    FILE* file = fopen(argv[1], "rb");
+    if (file == NULL) {
+        perror(argv[1]);
+        return 1;
     }
     size_t size = fread(data, 1, sizeof(data), file);
     fclose(file);
