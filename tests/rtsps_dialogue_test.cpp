@@ -3,9 +3,7 @@
 
 #include <unistd.h>
 
-#include <deque>
 #include <set>
-#include <sstream>
 
 #include "rtsps_server.h"
 #include "rtsps_session_mgr.h"
@@ -70,99 +68,6 @@ TEST_F(CDialogueTest, EveryReplyOfAVisitOverUdp) {
     EXPECT_FALSE(client.Socket().AtEnd(0)) << "the client closes";
     EXPECT_EQ(dump.Text(), dumped);
 }
-
-enum EMethod { DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, OPTIONS, HEARTBEAT, METHODS };
-const char* const METHOD_NAMES[] = {"DESCRIBE", "SETUP",   "PLAY",     "PAUSE",
-                                    "TEARDOWN", "OPTIONS", "HEARTBEAT"};
-
-// The result of a request.
-struct COutcome {
-    const char* status;  // null: no reply
-    bool endsTheSession = false;
-};
-constexpr COutcome OK = {"200"};
-constexpr COutcome NOT_NOW = {"455"};
-constexpr COutcome ENDS_NOT_NOW = {"455", true};
-constexpr COutcome ENDS_ERROR = {"500", true};
-constexpr COutcome NOT_ALLOWED = {"405"};
-constexpr COutcome SILENT = {nullptr};
-constexpr COutcome ENDS_SILENT = {nullptr, true};
-
-struct CStateRow {
-    const char* state;
-    std::vector<EMethod> path;
-    COutcome outcomes[METHODS];  // in the order of EMethod
-    const char* lines;
-
-    friend std::ostream& operator<<(std::ostream& out, const CStateRow& row) {
-        return out << row.state;
-    }
-};
-
-class CStateTest : public CDialogueTest, public ::testing::WithParamInterface<CStateRow> {};
-
-TEST_P(CStateTest, EveryMethod) {
-    const CStateRow& row = GetParam();
-    Init();
-    TRtspServerStreamInfo info = MakeStreamInfo();
-    RTSPServer_SetStreamInfo(0, 0, &info);  // the stream of a session before its DESCRIBE
-    ASSERT_EQ(RTSPServer_Start(), 0);
-    const std::string headers = std::string("Transport: ") + INTERLEAVED + "\r\n";
-    std::deque<CTestClient> clients;  // none leaves before the end
-    int ended = 0;
-    for (int method = 0; method < METHODS; ++method) {
-        SCOPED_TRACE(METHOD_NAMES[method]);
-        const COutcome& outcome = row.outcomes[method];
-        CTestClient& client = clients.emplace_back(m_port);
-        const auto url = [&](int m) { return client.Url(m == SETUP ? "streamid=0" : ""); };
-        for (const EMethod step : row.path) {
-            EXPECT_NE(client.Ask(METHOD_NAMES[step], url(step), headers), "");
-        }
-        if (outcome.status == nullptr) {
-            client.Socket().Send(std::string(METHOD_NAMES[method]) + " * RTSP/1.0\r\n\r\n");
-        } else {
-            EXPECT_EQ(client.Ask(METHOD_NAMES[method], url(method), headers).substr(9, 3),
-                      outcome.status);
-        }
-        ended += outcome.endsTheSession ? 1 : 0;
-        if (outcome.status != nullptr && !outcome.endsTheSession && method != TEARDOWN) {
-            ExpectReply(client, client.Ask("HEARTBEAT", client.Url()), "200 OK");
-        }
-        EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == ended; }));
-        EXPECT_EQ(client.Socket().Receive(65536, 0), "");
-    }
-    EXPECT_TRUE(m_log.HasLines(row.lines));
-    EXPECT_FALSE(m_log.Has("[RTSPS INFO]"));
-}
-
-const CStateRow STATES[] = {
-    {"Connected",
-     {},
-     {OK, ENDS_NOT_NOW, ENDS_ERROR, NOT_NOW, OK, OK, OK},
-     "E  bad m_rtspstat : 0|W ERROR!!! RTSP_STATUS_500, FD[#]|E m_pTransCtrl == NULL|"
-     "W pause timing sequence is illegal"},
-    {"Described",
-     {DESCRIBE},
-     {ENDS_NOT_NOW, OK, ENDS_ERROR, NOT_NOW, OK, OK, OK},
-     "E describe timing sequence is illegal"},
-    {"SetUp", {DESCRIBE, SETUP}, {ENDS_NOT_NOW, OK, OK, NOT_NOW, OK, OK, OK}, ""},
-    {"Playing",
-     {DESCRIBE, SETUP, PLAY},
-     {ENDS_NOT_NOW, ENDS_NOT_NOW, ENDS_NOT_NOW, NOT_ALLOWED, OK, OK, OK},
-     "E  bad m_rtspstat : 3|E rtsp status invalid|W RTSP_STATUS_405, FD[#]|"
-     "W preview mode no support pause!"},
-    {"TornDownAtOnce",
-     {TEARDOWN},
-     {ENDS_NOT_NOW, ENDS_NOT_NOW, ENDS_ERROR, NOT_NOW, OK, OK, OK},
-     "E  bad m_rtspstat : 2"},
-    // Replies take the path of the media, which TEARDOWN has closed.
-    {"TornDownAfterPlaying",
-     {DESCRIBE, SETUP, PLAY, TEARDOWN},
-     {ENDS_SILENT, ENDS_SILENT, ENDS_SILENT, SILENT, ENDS_SILENT, ENDS_SILENT, ENDS_SILENT},
-     "E m_pVideoSession is NULL|E send_response failed, , fd[#],errno[#]|E send_response failed"},
-};
-INSTANTIATE_TEST_SUITE_P(State, CStateTest, ::testing::ValuesIn(STATES),
-                         [](const auto& row) { return std::string(row.param.state); });
 
 class CRefusalTest : public CDialogueTest {
   protected:
