@@ -109,20 +109,12 @@ ssize_t send(int fd, const void* data, size_t size, int flags) {
 }
 
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
-    (void)Fails(SENDMSG);
-    return t_model != nullptr
-               ? t_model->SendMessage(fd, *message)
-               : Real(&sendmsg, NameOf("sendmsg", "__sendmsg64"), fd, message, flags);
+    if (t_model != nullptr) {
+        return t_model->SendMessage(fd, *message);
+    }
+    return Fails(SENDMSG) ? -1
+                          : Real(&sendmsg, NameOf("sendmsg", "__sendmsg64"), fd, message, flags);
 }
-
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-void* __libc_malloc(size_t size);
-
-void* malloc(size_t size) noexcept {
-    (void)Fails(MALLOC);
-    return __libc_malloc(size);
-}
-#endif
 }
 
 // The operators for arrays, and those without a size, call these.

@@ -8,17 +8,18 @@
 #include <atomic>
 #include <chrono>
 #include <cinttypes>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <numeric>
+#include <optional>
 
 #include "crowd.h"
 #include "rtsps_server.h"
 #include "rtsps_session_mgr.h"
 #include "support/log_capture.h"
 
+using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
@@ -26,17 +27,15 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr size_t PLAYERS = 60;
-constexpr int TROUBLEMAKERS_OF_EACH_KIND = 4;
-constexpr int TROUBLEMAKER_GROUPS = 3;
-constexpr int PORT_PAIRS = 300;
+constexpr int TROUBLEMAKERS_OF_EACH_KIND = 13;
+constexpr int PORT_PAIRS = 200;
 constexpr int VISITORS = RTSPS_MAX_SESSIONS + 20;
 constexpr milliseconds PUSH_INTERVAL{40};
-constexpr seconds BUSY{4};  // twice per cycle
+constexpr seconds BUSY{4};  // in each cycle
 constexpr seconds FIGURES_INTERVAL{10};
 constexpr int64_t STOP_LIMIT_MS = 300;
 constexpr double RESIDENT_GROWTH_LIMIT = 1.01;
 
-std::atomic<bool> g_interrupted{false};
 std::atomic<int> g_came{0};
 std::atomic<int> g_went{0};
 
@@ -61,41 +60,211 @@ long ResidentKb() {
     return fields == 1 ? pages * (sysconf(_SC_PAGESIZE) / 1024) : 0;
 }
 
+// A client that a full registry has refused gets replies, but no media.
+bool IsRegistered(const CPlayer& player) {
+    const unsigned id = NumberAfter("Session: ", player.reply);
+    const bool isRegistered = CRtspSessionManager::Instance()->getSession(id) != nullptr;
+    if (isRegistered) {
+        CRtspSessionManager::Instance()->releaseSession(id);
+    }
+    return isRegistered;
+}
+
 class CSoak {
   public:
     CSoak(FILE* out, seconds time) : m_out(out), m_end(m_start + time) {}
+
     // Returns whether all checks passed.
-    bool Run();
+    bool Run() {
+        TRtspServerPara para{};
+        para.nServerPort = m_port;
+        para.nMinPort = FreeDataPortRange(PORT_PAIRS);
+        para.nMaxPort = para.nMinPort + 2 * PORT_PAIRS - 1;
+        RTSPServer_Init(&para);
+        TRtspServerStreamInfo info = MakeStreamInfo();
+        RTSPServer_SetStreamInfo(1, RTSPS_STREAM_MAIN, &info);
+        RTSPServer_SetEventCallBack(OnEvent, nullptr);
+        m_threads = OwnThreads();
+        m_descriptors = CountDescriptors();
+        while (GoesOn()) {
+            BeBusy();
+            StopAmidEverything();
+            BeBusy();
+            StopWhenQuiet();
+        }
+        PrintFigures();
+        JudgeMemory();
+        RTSPServer_Release();
+        fprintf(m_out, "%s: %d players served, longest stop %" PRId64 " ms\n",
+                m_failed ? "FAILED" : "passed", m_playersServed, m_longestStopMs);
+        return !m_failed;
+    }
 
   private:
-    void Init();
-    void BeBusy();
-    void ReplaceOnePlayer();
-    void PushAndCheck();
-    void ConnectBeyondTheRegistry();
-    void StopAmidEverything();
-    void ExhaustDataPorts();
-    void StopWhenQuiet();
-    void Stop();
-    void PrintFigures();
-    void JudgeMemory();
-    void Require(bool holds, const char* what, int64_t value);
-    bool GoesOn() const { return !g_interrupted && !m_failed && Clock::now() < m_end; }
+    bool GoesOn() const { return !m_failed && Clock::now() < m_end; }
+
+    void Require(bool holds, const char* what, int64_t value) {
+        if (!holds) {
+            m_failed = true;
+            fprintf(m_out, "FAILED: %s: %" PRId64 "\n", what, value);
+        }
+    }
+
+    // Starts the server. At the end more clients come than the registry and the data ports allow.
+    void BeBusy() {
+        Require(RTSPServer_Start() == 0, "no start", 0);
+        const std::vector<int> numbers(CTroublemakers::KINDS, TROUBLEMAKERS_OF_EACH_KIND);
+        m_bad.emplace(m_port, numbers);
+        auto next = Clock::now();
+        for (const auto end = next + BUSY; GoesOn() && next < end; next += PUSH_INTERVAL) {
+            std::this_thread::sleep_until(next);
+            ReplaceOnePlayer();
+            PushAndCheck();
+            if (Clock::now() >= m_nextFigures) {
+                PrintFigures();
+                m_nextFigures += FIGURES_INTERVAL;
+            }
+        }
+        bool isExhausted = false;
+        for (int i = 0; i < VISITORS && GoesOn(); ++i) {
+            const CPlayer& visitor = m_visitors.emplace_back(m_port, CPlayer::UDP, CPlayer::SET_UP);
+            isExhausted = isExhausted || !Ok(visitor.reply);
+        }
+        Require(isExhausted || !GoesOn(), "the data ports did not run out", FreePorts());
+        m_portsExhausted += isExhausted ? 1 : 0;
+    }
+
+    void ReplaceOnePlayer() {
+        if (m_players.size() == PLAYERS) {
+            CPlayer& first = m_players.front();
+            Require(Ok(first.Ask("TEARDOWN", first.Url())), "no answer to TEARDOWN", 0);
+            m_players.pop_front();
+        }
+        const CPlayer& player =
+            m_players.emplace_back(m_port, m_playersServed % CPlayer::TRANSPORTS);
+        if (Ok(player.reply) && IsRegistered(player)) {
+            ++m_playersServed;
+        } else {
+            ++m_playersRefused;  // registry full, no free data port, or a port that is in use twice
+            m_players.pop_back();
+        }
+    }
+
+    void PushAndCheck() {
+        m_units = MakeUnits({96, m_sequence, 0, 1200, static_cast<uint8_t>(m_sequence)}, 8);
+        m_sequence = static_cast<uint16_t>(m_sequence + m_units.size());
+        m_longestPushUs = std::max(m_longestPushUs, Push());
+        for (CPlayer& player : m_players) {
+            Require(player.Gets(m_units, 20000), "a player lost a packet", 0);
+        }
+        m_packetsTaken += m_players.size() * m_units.size();
+    }
+
+    // Returns the microseconds that the push took.
+    int64_t Push() const {
+        Bytes run = Join(m_units);
+        const auto start = Clock::now();
+        RTSPServer_SendRealSteam(1, RTSPS_STREAM_MAIN, run.data(), static_cast<int>(run.size()));
+        return duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+    }
+
+    // Refused clients leave shortly before and shortly after the stop.
+    void StopAmidEverything() {
+        while (m_visitors.size() > VISITORS - 10) {
+            m_visitors.pop_back();
+        }
+        std::atomic<bool> stopped{false};
+        std::thread pusher([&] {
+            while (!stopped) {
+                Push();
+                std::this_thread::sleep_for(milliseconds(2));
+            }
+        });
+        Stop();
+        stopped = true;
+        pusher.join();
+        LeaveAll();
+        RequireNothingLeft();
+    }
+
+    // All clients disconnect. The sweep after five idle seconds removes their sessions.
+    void StopWhenQuiet() {
+        LeaveAll();
+        const int running = m_descriptors + 1;  // the listening socket
+        WaitUntil([&] { return Sessions() == 0 && CountDescriptors() == running; }, seconds(30));
+        Require(Sessions() == 0, "sessions left", Sessions());
+        Require(CountDescriptors() == running, "descriptors, running", CountDescriptors());
+        Require(FreePorts() >= static_cast<uint32_t>(PORT_PAIRS), "free data ports", FreePorts());
+        Require(g_came == g_went, "clients that came and did not go", g_came - g_went);
+        Stop();
+        RequireNothingLeft();
+        malloc_trim(0);
+        m_residentKb.push_back(ResidentKb());
+    }
+
+    void LeaveAll() {
+        m_players.clear();
+        m_bad.reset();
+        m_visitors.clear();
+    }
+
+    void Stop() {
+        const auto start = Clock::now();
+        RTSPServer_Stop();
+        const int64_t ms = duration_cast<milliseconds>(Clock::now() - start).count();
+        m_longestStopMs = std::max(m_longestStopMs, ms);
+        Require(!IsPlainBuild() || ms <= STOP_LIMIT_MS, "milliseconds of a stop", ms);
+    }
+
+    void RequireNothingLeft() {
+        WaitUntil(
+            [&] { return CountThreads() == m_threads && CountDescriptors() == m_descriptors; });
+        Require(CountThreads() == m_threads, "threads after a stop", CountThreads());
+        Require(CountDescriptors() == m_descriptors, "descriptors after a stop",
+                CountDescriptors());
+    }
+
+    void PrintFigures() {
+        fprintf(m_out,
+                "%5" PRId64
+                " s: %3u sessions, %d clients came, %zu packets taken, %d players refused, "
+                "data ports exhausted %d times, "
+                "%d descriptors, %d threads, %ld KB, %u free data ports, longest push %" PRId64
+                " us\n",
+                int64_t{duration_cast<seconds>(Clock::now() - m_start).count()}, Sessions(),
+                g_came.load(), m_packetsTaken, m_playersRefused, m_portsExhausted,
+                CountDescriptors(), CountThreads(), ResidentKb(), FreePorts(), m_longestPushUs);
+        fflush(m_out);
+    }
+
+    // Does not count the first cycle, which is the warm-up.
+    void JudgeMemory() {
+        const auto third = static_cast<ptrdiff_t>((m_residentKb.size() + 1) / 3);
+        if (m_residentKb.size() < 3) {
+            return;
+        }
+        const auto begin = m_residentKb.begin() + 1;
+        const long first = std::accumulate(begin, begin + third, 0L);
+        const long last = std::accumulate(m_residentKb.end() - third, m_residentKb.end(), 0L);
+        fprintf(m_out, "resident when quiet: %ld KB in the first third, %ld KB in the last\n",
+                first / third, last / third);
+        Require(!IsPlainBuild() ||
+                    static_cast<double>(last) <= static_cast<double>(first) * RESIDENT_GROWTH_LIMIT,
+                "KB more", (last - first) / third);
+    }
 
     FILE* m_out;
     const Clock::time_point m_start = Clock::now();
     const Clock::time_point m_end;
     Clock::time_point m_nextFigures = m_start + FIGURES_INTERVAL;
-    uint16_t m_port = FreeTcpPort();
-    int m_firstDataPort = FreeDataPortRange(PORT_PAIRS + 10);
-    // Above the range of the pool, and not used by other processes.
-    const uint16_t m_foreignPort = static_cast<uint16_t>(m_firstDataPort + 2 * (PORT_PAIRS + 1));
+    const uint16_t m_port = FreeTcpPort();
     int m_descriptors = 0;
     int m_threads = 0;
-    CMediaSource m_source{8, 1200};
-    std::deque<std::unique_ptr<CPlayer>> m_players;
-    std::vector<std::unique_ptr<CTroublemakers>> m_bad;
-    std::deque<CTestClient> m_visitors;  // connected, without media
+    uint16_t m_sequence = 1;
+    std::vector<Bytes> m_units;  // of the last push
+    std::deque<CPlayer> m_players;
+    std::optional<CTroublemakers> m_bad;
+    std::deque<CPlayer> m_visitors;  // without media
     int m_portsExhausted = 0;
     int m_playersServed = 0;
     int m_playersRefused = 0;
@@ -106,201 +275,10 @@ class CSoak {
     bool m_failed = false;
 };
 
-void CSoak::Require(bool holds, const char* what, int64_t value) {
-    if (!holds) {
-        m_failed = true;
-        fprintf(m_out, "FAILED: %s: %" PRId64 "\n", what, value);
-    }
-}
-
-void CSoak::Init() {
-    TRtspServerPara para{};
-    para.nServerPort = m_port;
-    para.nMinPort = m_firstDataPort;
-    para.nMaxPort = m_firstDataPort + 2 * PORT_PAIRS - 1;
-    RTSPServer_Init(&para);
-    TRtspServerStreamInfo info = MakeStreamInfo();
-    RTSPServer_SetStreamInfo(1, RTSPS_STREAM_MAIN, &info);
-    RTSPServer_SetEventCallBack(OnEvent, nullptr);
-    m_descriptors = CountDescriptors();
-    m_threads = OwnThreads();
-}
-
-bool CSoak::Run() {
-    Init();
-    while (GoesOn()) {
-        Require(RTSPServer_Start() == 0, "no start", 0);
-        BeBusy();
-        StopAmidEverything();
-        Require(RTSPServer_Start() == 0, "no second start", 0);
-        BeBusy();
-        StopWhenQuiet();
-    }
-    PrintFigures();
-    JudgeMemory();
-    RTSPServer_Release();
-    fprintf(m_out, "%s: %d players served, longest stop %" PRId64 " ms\n",
-            m_failed ? "FAILED" : "passed", m_playersServed, m_longestStopMs);
-    return !m_failed;
-}
-
-void CSoak::BeBusy() {
-    std::vector<CTroublemakers::EKind> kinds;
-    for (int i = 0; i < TROUBLEMAKERS_OF_EACH_KIND * CTroublemakers::KINDS; ++i) {
-        kinds.push_back(static_cast<CTroublemakers::EKind>(i % CTroublemakers::KINDS));
-    }
-    for (int i = 0; i < TROUBLEMAKER_GROUPS; ++i) {
-        m_bad.push_back(std::make_unique<CTroublemakers>(m_port, kinds, m_foreignPort));
-    }
-    auto next = Clock::now();
-    for (const auto end = next + BUSY; GoesOn() && next < end; next += PUSH_INTERVAL) {
-        std::this_thread::sleep_until(next);
-        ReplaceOnePlayer();
-        PushAndCheck();
-        if (Clock::now() >= m_nextFigures) {
-            PrintFigures();
-            m_nextFigures += FIGURES_INTERVAL;
-        }
-    }
-}
-
-void CSoak::ReplaceOnePlayer() {
-    if (m_players.size() == PLAYERS) {
-        Require(m_players.front()->Leaves(), "no answer to TEARDOWN", 0);
-        m_players.pop_front();
-    }
-    auto player = std::make_unique<CPlayer>(m_port, m_playersServed % CPlayer::TRANSPORTS);
-    if (player->IsPlaying() && player->IsRegistered()) {
-        ++m_playersServed;
-        m_players.push_back(std::move(player));
-    } else {
-        ++m_playersRefused;  // registry full, no free data port, or a port that is in use twice
-    }
-}
-
-void CSoak::PushAndCheck() {
-    m_source.Next();
-    m_longestPushUs = std::max(m_longestPushUs, m_source.Push());
-    for (const auto& player : m_players) {
-        Require(player->Takes(m_source.Units()), "a player lost a packet", 0);
-    }
-    m_packetsTaken += m_players.size() * m_source.Units().size();
-}
-
-void CSoak::Stop() {
-    const auto start = Clock::now();
-    RTSPServer_Stop();
-    const int64_t ms = std::chrono::duration_cast<milliseconds>(Clock::now() - start).count();
-    m_longestStopMs = std::max(m_longestStopMs, ms);
-    Require(!IsPlainBuild() || ms <= STOP_LIMIT_MS, "milliseconds of a stop", ms);
-}
-
-// The full registry refuses the last ones: they get replies, but no media.
-void CSoak::ConnectBeyondTheRegistry() {
-    for (int i = 0; i < VISITORS && GoesOn(); ++i) {
-        m_visitors.emplace_back(m_port);
-        m_visitors.back().Ask("OPTIONS", "*");
-    }
-}
-
-// Refused clients leave shortly before and shortly after the stop.
-void CSoak::StopAmidEverything() {
-    ConnectBeyondTheRegistry();
-    while (m_visitors.size() > VISITORS - 10) {
-        m_visitors.pop_back();
-    }
-    std::atomic<bool> stopped{false};
-    std::thread pusher([&] {
-        while (!stopped) {
-            m_source.Push();
-            std::this_thread::sleep_for(milliseconds(2));
-        }
-    });
-    Stop();
-    stopped = true;
-    pusher.join();
-    m_players.clear();
-    m_bad.clear();
-    m_visitors.clear();
-    WaitUntil([&] { return CountThreads() == m_threads && CountDescriptors() == m_descriptors; });
-    Require(CountThreads() == m_threads, "threads after a stop", CountThreads());
-    Require(CountDescriptors() == m_descriptors, "descriptors after a stop", CountDescriptors());
-}
-
-// Clients set up streams until the pool is empty, and disconnect without TEARDOWN. The next
-// player's SETUP gets their ports.
-void CSoak::ExhaustDataPorts() {
-    bool refused = false;
-    for (int i = 0; i < VISITORS && !refused && GoesOn(); ++i) {
-        CTestClient& client = m_visitors.emplace_back(m_port);
-        client.Describe();
-        for (int n = 0; n < 16 && !refused; ++n) {
-            const std::string reply =
-                client.Setup(0, "RTP/AVP;unicast;client_port=" + std::to_string(m_foreignPort));
-            refused = reply.find(" 500 ") != std::string::npos;
-        }
-    }
-    m_visitors.clear();
-    Require(refused || !GoesOn(), "the data ports did not run out", FreePorts());
-    m_portsExhausted += refused ? 1 : 0;
-    const bool plays = WaitUntil([&] { return CPlayer(m_port, CPlayer::UDP).IsPlaying(); });
-    Require(plays || !GoesOn(), "no data port after those who held them had left", FreePorts());
-}
-
-// All clients disconnect. The sweep after five idle seconds removes their sessions.
-void CSoak::StopWhenQuiet() {
-    m_players.clear();
-    m_bad.clear();
-    ExhaustDataPorts();
-    const int running = m_descriptors + 1;  // the listening socket
-    WaitUntil([&] { return Sessions() == 0 && CountDescriptors() == running; }, seconds(30));
-    Require(Sessions() == 0, "sessions left", Sessions());
-    Require(CountDescriptors() == running, "descriptors, running", CountDescriptors());
-    Require(FreePorts() >= static_cast<uint32_t>(PORT_PAIRS), "free data ports", FreePorts());
-    Require(g_came == g_went, "clients that came and did not go", g_came - g_went);
-    Stop();
-    WaitUntil([&] { return CountThreads() == m_threads; });
-    Require(CountThreads() == m_threads, "threads", CountThreads());
-    Require(CountDescriptors() == m_descriptors, "descriptors", CountDescriptors());
-    malloc_trim(0);
-    m_residentKb.push_back(ResidentKb());
-}
-
-void CSoak::PrintFigures() {
-    fprintf(m_out,
-            "%5" PRId64
-            " s: %3u sessions, %d clients came, %zu packets taken, %d players refused, "
-            "data ports exhausted %d times, "
-            "%d descriptors, %d threads, %ld KB, %u free data ports, longest push %" PRId64 " us\n",
-            int64_t{std::chrono::duration_cast<seconds>(Clock::now() - m_start).count()},
-            Sessions(), g_came.load(), m_packetsTaken, m_playersRefused, m_portsExhausted,
-            CountDescriptors(), CountThreads(), ResidentKb(), FreePorts(), m_longestPushUs);
-    fflush(m_out);
-}
-
-// Does not count the first cycle, which is the warm-up.
-void CSoak::JudgeMemory() {
-    const auto third = static_cast<ptrdiff_t>((m_residentKb.size() + 1) / 3);
-    if (m_residentKb.size() < 3) {
-        return;
-    }
-    const auto begin = m_residentKb.begin() + 1;
-    const long first = std::accumulate(begin, begin + third, 0L);
-    const long last = std::accumulate(m_residentKb.end() - third, m_residentKb.end(), 0L);
-    fprintf(m_out, "resident when quiet: %ld KB in the first third, %ld KB in the last\n",
-            first / third, last / third);
-    Require(!IsPlainBuild() ||
-                static_cast<double>(last) <= static_cast<double>(first) * RESIDENT_GROWTH_LIMIT,
-            "KB more", (last - first) / third);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     const double minutes = argc > 1 ? strtod(argv[1], nullptr) : 1;
-    for (const int signal : {SIGINT, SIGTERM}) {
-        std::signal(signal, [](int) { g_interrupted = true; });
-    }
     // One heap that returns freed memory at once: the resident memory is the memory in use.
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 65536);

@@ -44,10 +44,6 @@ CTestSocket Bound(int type, uint16_t port) {
     return result;
 }
 
-bool Ok(const std::string& reply) {
-    return reply.rfind("RTSP/1.0 200 OK\r\n", 0) == 0;
-}
-
 }  // namespace
 
 CTestSocket& CTestSocket::operator=(CTestSocket&& other) noexcept {
@@ -61,8 +57,7 @@ CTestSocket CTestSocket::ConnectTcp(uint16_t port, int nRecvBuffer) {
     if (nRecvBuffer > 0) {
         setsockopt(result.Fd(), SOL_SOCKET, SO_RCVBUF, &nRecvBuffer, sizeof(nRecvBuffer));
     }
-    EXPECT_TRUE(result.Connect(port)) << strerror(errno);
-    return result;
+    return result.Connect(port) ? std::move(result) : CTestSocket();
 }
 
 CTestSocket CTestSocket::ListenTcp(uint16_t port) {
@@ -166,26 +161,87 @@ bool CTestClient::PlayInterleaved(bool audio) {
            (!audio || Ok(Setup(1, "RTP/AVP/TCP;unicast;interleaved=2-3"))) && Ok(Play());
 }
 
-bool CTestClient::Play(bool tcp, CTestSocket* video, CTestSocket* audio) {
+bool CTestClient::PlayUdp(CTestSocket* video, CTestSocket* audio) {
     bool ok = Ok(Describe(m_stream));
     CTestSocket* sockets[] = {video, audio};
     for (int id = 0; id < 2 && sockets[id] != nullptr; ++id) {
-        *sockets[id] = tcp ? CTestSocket() : CTestSocket::BindUdp();
-        const std::string port = std::to_string(tcp ? 6000 : sockets[id]->Port());
-        const std::string protocol = tcp ? "RTP/AVP/TCP" : "RTP/AVP";
-        const std::string reply = Setup(id, protocol + ";unicast;client_port=" + port);
-        ok = ok && Ok(reply);
-        if (ok && tcp) {
-            const unsigned serverPort = TransportNumber(reply, "server_port");
-            *sockets[id] = CTestSocket::ConnectTcp(static_cast<uint16_t>(serverPort));
-        }
+        *sockets[id] = CTestSocket::BindUdp();
+        const std::string port = std::to_string(sockets[id]->Port());
+        ok = ok && Ok(Setup(id, "RTP/AVP;unicast;client_port=" + port));
     }
     return ok && Ok(Play());
 }
 
-unsigned TransportNumber(const std::string& reply, const std::string& name) {
-    const size_t at = reply.find(name + "=");
-    return at == reply.npos ? 0U : static_cast<unsigned>(atoi(&reply[at + name.size() + 1]));
+bool Ok(const std::string& reply) {
+    return reply.rfind("RTSP/1.0 200 OK\r\n", 0) == 0;
+}
+
+unsigned NumberAfter(const std::string& text, const std::string& reply) {
+    const size_t at = reply.find(text);
+    return at == reply.npos ? 0U
+                            : static_cast<unsigned>(strtoul(&reply[at + text.size()], nullptr, 10));
+}
+
+CPlayer::CPlayer(uint16_t port, int transport, EState state, int nRecvBuffer)
+    : CTestClient(port, CTestSocket::ConnectTcp(port, nRecvBuffer)),
+      reply(Ask("OPTIONS", Url())),
+      m_transport(transport) {
+    if (state == IN_A_REQUEST) {
+        Socket().Send("DESCRIBE rtsp://");
+    }
+    if (state >= DESCRIBED && Ok(reply)) {
+        reply = Describe();
+    }
+    for (int id = 0; id < 2 && state >= SET_UP && Ok(reply); ++id) {
+        SetUp(id, nRecvBuffer);
+    }
+    if (state >= PLAYING && Ok(reply)) {
+        reply = Play();
+    }
+    if (state >= TORN_DOWN && Ok(reply)) {
+        reply = Ask("TEARDOWN", Url());
+    }
+}
+
+void CPlayer::SetUp(int id, int nRecvBuffer) {
+    CTestSocket& socket = media[id];
+    socket = m_transport == UDP ? CTestSocket::BindUdp() : CTestSocket();
+    const std::string transports[] = {
+        "RTP/AVP;unicast;client_port=" + std::to_string(socket.Port()),
+        "RTP/AVP/TCP;unicast;client_port=9",
+        std::string("RTP/AVP/TCP;unicast;interleaved=") + (id == 0 ? "0-1" : "2-3")};
+    reply = Setup(id, transports[m_transport]);
+    const auto port = static_cast<uint16_t>(NumberAfter("server_port=", reply));
+    const bool isAsAsked = reply.find(transports[m_transport]) != std::string::npos &&
+                           (port == 0) == (m_transport == INTERLEAVED);
+    if (Ok(reply) && !isAsAsked) {
+        reply = "not as asked for: " + reply;
+    } else if (Ok(reply) && m_transport == UDP) {
+        socket.Connect(port);  // ignores the datagrams of others
+    } else if (Ok(reply) && m_transport == TCP) {
+        socket = CTestSocket::ConnectTcp(port, nRecvBuffer);
+        // The server accepts one connection. When it refuses another one, it has accepted this one.
+        WaitUntil([&] { return CTestSocket::ConnectTcp(port).Fd() == -1; });
+    }
+}
+
+bool CPlayer::Gets(const std::vector<Bytes>& units, int timeoutMs) {
+    const TRtspServerStreamInfo info = MakeStreamInfo();
+    return std::all_of(units.begin(), units.end(), [&](const Bytes& unit) {
+        const bool isAudio = (unit[5] & 0x7F) == info.byAudioPayload;
+        const uint32_t ssrc = isAudio ? info.dwAudioSSrc : info.dwVideoSSrc;
+        const std::string packet = PacketOf(unit, ssrc);
+        if (m_transport == UDP) {
+            return media[isAudio].Receive(packet.size() + 1, timeoutMs) == packet;
+        }
+        const bool isTcp = m_transport == TCP;
+        return (isTcp ? media[isAudio] : Socket()).ReceiveExactly(unit.size(), timeoutMs) ==
+               (isTcp ? std::string("$\0\0\0", 4) + packet : FrameOf(unit, ssrc, isAudio ? 2 : 0));
+    });
+}
+
+bool CPlayer::GetsNothing() {
+    return Socket().Receive(1, 0) + media[0].Receive(1, 0) + media[1].Receive(1, 0) == "";
 }
 
 Bytes MakeUnit(const CTestUnit& unit) {
@@ -201,10 +257,17 @@ Bytes MakeUnit(const CTestUnit& unit) {
     return bytes;
 }
 
-Bytes MakeRun(CTestUnit first, size_t count) {
-    Bytes run;
+std::vector<Bytes> MakeUnits(CTestUnit first, size_t count) {
+    std::vector<Bytes> units;
     for (size_t i = 0; i < count; ++i, ++first.sequence, ++first.fill) {
-        const Bytes unit = MakeUnit(first);
+        units.push_back(MakeUnit(first));
+    }
+    return units;
+}
+
+Bytes Join(const std::vector<Bytes>& units) {
+    Bytes run;
+    for (const Bytes& unit : units) {
         run.insert(run.end(), unit.begin(), unit.end());
     }
     return run;

@@ -31,7 +31,7 @@ class CTestSocket {
     CTestSocket(CTestSocket&& other) noexcept : m_fd(other.Take()) {}
     CTestSocket& operator=(CTestSocket&& other) noexcept;
 
-    static CTestSocket ConnectTcp(uint16_t port, int nRecvBuffer = 0);
+    static CTestSocket ConnectTcp(uint16_t port, int nRecvBuffer = 0);  // no socket if it fails
     static CTestSocket BindUdp();  // on a free port of 127.0.0.1
     static CTestSocket ListenTcp(uint16_t port);
 
@@ -55,8 +55,9 @@ class CTestSocket {
 // A client that sends requests, with a rising CSeq.
 class CTestClient {
   public:
-    explicit CTestClient(uint16_t port, int nRecvBuffer = 0)
-        : m_port(port), m_socket(CTestSocket::ConnectTcp(port, nRecvBuffer)) {}
+    explicit CTestClient(uint16_t port) : CTestClient(port, CTestSocket::ConnectTcp(port)) {
+        EXPECT_NE(m_socket.Fd(), -1) << "port " << port << " refuses the connection";
+    }
     CTestClient(uint16_t port, CTestSocket connected)
         : m_port(port), m_socket(std::move(connected)) {}
 
@@ -79,26 +80,20 @@ class CTestClient {
     // replies were 200.
     bool PlayInterleaved(bool audio = true);
     // Over UDP; the arguments become the sockets on which the media arrive.
-    bool PlayUdp(CTestSocket* video, CTestSocket* audio = nullptr) {
-        return Play(false, video, audio);
-    }
-    // Over separate TCP connections.
-    bool PlayTcp(CTestSocket* video, CTestSocket* audio = nullptr) {
-        return Play(true, video, audio);
-    }
+    bool PlayUdp(CTestSocket* video, CTestSocket* audio = nullptr);
 
     std::string m_stream = "main";
 
   private:
-    bool Play(bool tcp, CTestSocket* video, CTestSocket* audio);
-
     uint16_t m_port;
     CTestSocket m_socket;
     int m_cseq = 0;
 };
 
-// The number after "name=" in a Transport header.
-unsigned TransportNumber(const std::string& reply, const std::string& name);
+bool Ok(const std::string& reply);  // whether its status is 200
+
+// The number after a text in a reply, such as "server_port="; 0 if there is none.
+unsigned NumberAfter(const std::string& text, const std::string& reply);
 
 // The units that a host pushes.
 struct CTestUnit {
@@ -109,11 +104,37 @@ struct CTestUnit {
     uint8_t fill = 0xA5;
 };
 Bytes MakeUnit(const CTestUnit& unit);
-Bytes MakeRun(CTestUnit first, size_t count);  // neighbouring sequence numbers
+// With neighbouring sequence numbers.
+std::vector<Bytes> MakeUnits(CTestUnit first, size_t count);
+Bytes Join(const std::vector<Bytes>& units);
+inline Bytes MakeRun(CTestUnit first, size_t count) {
+    return Join(MakeUnits(first, count));
+}
 // The RTP packet of a unit as a client receives it: without prefix, with the stream's SSRC.
 std::string PacketOf(const Bytes& unit, uint32_t ssrc);
 // The frame as an interleaved client receives it.
 std::string FrameOf(const Bytes& unit, uint32_t ssrc, uint8_t channel);
+
+// A client that plays video and audio of channel 1 main over one transport.
+class CPlayer : public CTestClient {
+  public:
+    enum ETransport { UDP, TCP, INTERLEAVED, TRANSPORTS };
+    enum EState { CONNECTED, IN_A_REQUEST, DESCRIBED, SET_UP, PLAYING, TORN_DOWN };
+
+    // Sends the requests up to a state, as long as the replies are 200.
+    CPlayer(uint16_t port, int transport, EState state = PLAYING, int nRecvBuffer = 0);
+    // Whether the next packets that arrive are these, byte for byte.
+    bool Gets(const std::vector<Bytes>& units, int timeoutMs = 5000);
+    bool GetsNothing();
+
+    std::string reply;     // the last one
+    CTestSocket media[2];  // video and audio, unless they are interleaved
+
+  private:
+    void SetUp(int id, int nRecvBuffer);
+
+    const int m_transport;
+};
 
 // A server on free ports, with channel 1 main (H.264 96, A-law 8) and sub declared. Stops the
 // server at the end, and checks that no thread or descriptor remains.
