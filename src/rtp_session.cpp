@@ -90,7 +90,11 @@ int CRtpSession::send(void* buf, int len, int timeout) {
 int CRtpSession::buff_process(void* buf, int len) {
     auto* pUnit = static_cast<uint8_t*>(buf);
     StampUnit(pUnit, len, stamp());
-    account_unit(pUnit, len);
+    const uint16_t nExpected = m_seq;
+    if (!account_unit(pUnit, len)) {
+        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]",
+                  ReadBe16(pUnit + RTP_PREFIX_SIZE + RTP_OFFSET_SEQUENCE), nExpected);
+    }
     return 0;
 }
 
@@ -163,22 +167,14 @@ void CRtpSession::account_burst(const CRtpBurst& burst, const CSendResult& resul
     }
 }
 
-void CRtpSession::account_unit(const uint8_t* pUnit, int len) {
+// Returns whether the unit has the expected sequence number.
+bool CRtpSession::account_unit(const uint8_t* pUnit, int len) {
     const uint8_t* pHeader = pUnit + RTP_PREFIX_SIZE;
-    if (len >= UNIT_SIZE_WITH_SEQUENCE) {
-        check_sequence(pHeader);
-    }
+    const bool bAsExpected = len < UNIT_SIZE_WITH_SEQUENCE || CheckVideoSequence(pHeader, &m_seq);
     if (len >= UNIT_SIZE_WITH_HEADER && m_pRtcpSession != nullptr) {
         m_pRtcpSession->parse_rtp_packet(pHeader, 0);
     }
-}
-
-void CRtpSession::check_sequence(const uint8_t* pHeader) {
-    const uint16_t nExpected = m_seq;
-    if (!CheckVideoSequence(pHeader, &m_seq)) {
-        RTSPS_LOG(ERROR, "rtp seq error, cur[%d],except[%d]",
-                  ReadBe16(pHeader + RTP_OFFSET_SEQUENCE), nExpected);
-    }
+    return bAsExpected;
 }
 
 int CRtpSession::get_rtcp_handle() const {

@@ -45,8 +45,7 @@ class CRtpSession final : public CSession {
     CSendResult send_burst(uint8_t* pUnits, int len);
     CSendResult send_alone(uint8_t* pUnit, int len, int timeout);
     void account_burst(const CRtpBurst& burst, const CSendResult& result);
-    void account_unit(const uint8_t* pUnit, int len);
-    void check_sequence(const uint8_t* pHeader);
+    bool account_unit(const uint8_t* pUnit, int len);
 
     std::unique_ptr<CRtcpSession> m_pRtcpSession;
     rtp_param m_param{};  // informational: sending does not read it

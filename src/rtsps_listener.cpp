@@ -105,12 +105,63 @@ void CRtspListener::close_socket() {
     }
 }
 
+// Accepted connections that have no session yet, in the order of their arrival.
+struct CRtspListener::CArrivals {
+    struct CClient {
+        CBB_SOCK_T sock;
+        CBB_ADDR_T peer;
+    };
+
+    ~CArrivals() {
+        for (; nCount > 0; --nCount) {
+            CBB_CloseSocket(entries[(nFirst + nCount - 1) % CAPACITY].sock, 0);
+        }
+    }
+
+    CClient TakeFirst() {
+        const CClient first = entries[nFirst];
+        nFirst = (nFirst + 1) % CAPACITY;
+        --nCount;
+        return first;
+    }
+
+    static constexpr size_t CAPACITY = RTSPS_MAX_SESSIONS;
+    CClient entries[CAPACITY] = {};
+    size_t nFirst = 0;
+    size_t nCount = 0;
+};
+
 void* CRtspListener::accept_handler_svc(void* pListener) {
     prctl(PR_SET_NAME, "rtsps_accept");
     auto* pSelf = static_cast<CRtspListener*>(pListener);
     while (pSelf->IsRunning()) {
         try {
-            pSelf->accept_clients();
+            CArrivals arrivals;
+            if (!pSelf->wait_for_clients(&arrivals)) {
+                pSelf->sweep_when_idle();
+            }
+            while (arrivals.nCount > 0 && pSelf->IsRunning()) {
+                pSelf->take_arrivals(&arrivals, 0);
+                const CArrivals::CClient client = arrivals.TakeFirst();
+                prepare_socket(client.sock);
+                RTSPS_LOG(INFO, "the client connect is arrive!!!!!!!");
+                RTSPS_LOG(INFO, "Client : family [%s]",
+                          CBB_GetAddrType(&client.peer) == AF_INET ? "AF_INET" : "AF_INET6");
+                RTSPS_LOG(INFO, "port [%d]", CBB_GetAddrPort(&client.peer));
+                const EStart start = start_session(client.sock, client.peer);
+                if (start == EStart::STARTED) {
+                    continue;
+                }
+                if (start == EStart::NO_SESSION) {
+                    RTSPS_LOG(WARN, "New CRtspSession ERROR!!!!!");
+                } else if (start == EStart::NOT_INITIALIZED) {
+                    RTSPS_LOG(ERROR, "Error!!! Server can not process more client!!");
+                } else {
+                    RTSPS_LOG(ERROR, "Open thread to process msg ERROR!!");
+                }
+                CBB_CloseSocket(client.sock, 0);
+                CBB_Sleep(REFUSAL_PAUSE_MS);
+            }
         } catch (...) {
             CBB_Sleep(REFUSAL_PAUSE_MS);  // lack of memory must not end the accept thread
         }
@@ -118,40 +169,12 @@ void* CRtspListener::accept_handler_svc(void* pListener) {
     return nullptr;
 }
 
-// Accepted connections that have no session yet, in the order of their arrival.
-struct CRtspListener::CArrivals {
-    ~CArrivals() {
-        for (; nCount > 0; --nCount) {
-            CBB_CloseSocket(entries[(nFirst + nCount - 1) % CAPACITY].sock, 0);
-        }
-    }
-
-    static constexpr size_t CAPACITY = RTSPS_MAX_SESSIONS;
-    struct {
-        CBB_SOCK_T sock;
-        CBB_ADDR_T peer;
-    } entries[CAPACITY] = {};
-    size_t nFirst = 0;
-    size_t nCount = 0;
-};
-
-void CRtspListener::accept_clients() {
-    CArrivals arrivals;
-    if (!wait_for_clients(&arrivals)) {
-        if (IsRunning()) {
-            // Kept (operators): [sweep-when-idle] there is no sweep while clients keep arriving.
-            // Ended sessions keep their connection and their slot until the next sweep.
-            CRtspSessionManager::Instance()->DelExceptionSession();
-            CBB_Sleep(REFUSAL_PAUSE_MS);
-        }
-        return;
-    }
-    while (arrivals.nCount > 0 && IsRunning()) {
-        take_arrivals(&arrivals, 0);
-        const auto next = arrivals.entries[arrivals.nFirst];
-        arrivals.nFirst = (arrivals.nFirst + 1) % CArrivals::CAPACITY;
-        --arrivals.nCount;
-        serve_client(next.sock, next.peer);
+void CRtspListener::sweep_when_idle() const {
+    if (IsRunning()) {
+        // Kept (operators): [sweep-when-idle] there is no sweep while clients keep arriving.
+        // Ended sessions keep their connection and their slot until the next sweep.
+        CRtspSessionManager::Instance()->DelExceptionSession();
+        CBB_Sleep(REFUSAL_PAUSE_MS);
     }
 }
 
@@ -195,24 +218,8 @@ void CRtspListener::prepare_socket(CBB_SOCK_T sock) {
     CBB_SetBuffSize(sock, RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);
 }
 
-void CRtspListener::log_arrival(const CBB_ADDR_T& peer) {
-    RTSPS_LOG(INFO, "the client connect is arrive!!!!!!!");
-    RTSPS_LOG(INFO, "Client : family [%s]",
-              CBB_GetAddrType(&peer) == AF_INET ? "AF_INET" : "AF_INET6");
-    RTSPS_LOG(INFO, "port [%d]", CBB_GetAddrPort(&peer));
-}
-
-void CRtspListener::serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
-    prepare_socket(sock);
-    log_arrival(peer);
-    if (!start_session(sock, peer)) {
-        CBB_CloseSocket(sock, 0);
-        CBB_Sleep(REFUSAL_PAUSE_MS);
-    }
-}
-
-// Returns whether a session owns the socket now.
-bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
+// With STARTED, a session owns the socket now.
+CRtspListener::EStart CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
     CRtspSessionManager* pManager = CRtspSessionManager::Instance();
     const uint32_t dwId = pManager->GenerateSessionId();
     std::unique_ptr<CRtspSession> pSession;
@@ -220,19 +227,16 @@ bool CRtspListener::start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer) {
         pSession.reset(new (std::nothrow) CRtspSession(dwId));
     }
     if (pSession == nullptr) {
-        RTSPS_LOG(WARN, "New CRtspSession ERROR!!!!!");
-        return false;
+        return EStart::NO_SESSION;
     }
     if (pSession->Init() != 0) {
-        RTSPS_LOG(ERROR, "Error!!! Server can not process more client!!");
-        return false;
+        return EStart::NOT_INITIALIZED;
     }
     pSession->AwaitRegistration();
     if (pSession->Open(sock, &peer) != 0) {
-        RTSPS_LOG(ERROR, "Open thread to process msg ERROR!!");
         pSession->Release();
-        return false;
+        return EStart::NO_THREAD;
     }
     pManager->AddSession(pSession.release());  // the manager owns it, also when it is refused
-    return true;
+    return EStart::STARTED;
 }

@@ -28,18 +28,17 @@ class CRtspListener {
 
   private:
     struct CArrivals;
+    enum class EStart { STARTED, NO_SESSION, NOT_INITIALIZED, NO_THREAD };
 
     static void* accept_handler_svc(void* pListener);
 
     int bind_to(int port);
     void close_socket();
-    void accept_clients();
+    void sweep_when_idle() const;
     bool wait_for_clients(CArrivals* pArrivals) const;
     void take_arrivals(CArrivals* pArrivals, uint32_t nTimeOutMs) const;
     static void prepare_socket(CBB_SOCK_T sock);
-    static void log_arrival(const CBB_ADDR_T& peer);
-    static void serve_client(CBB_SOCK_T sock, const CBB_ADDR_T& peer);
-    static bool start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer);
+    static EStart start_session(CBB_SOCK_T sock, const CBB_ADDR_T& peer);
 
     std::atomic<uint32_t> m_running{
         0};  // atomic: set by Open, cleared by Close, read by the thread
