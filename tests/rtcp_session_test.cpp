@@ -12,27 +12,21 @@
 namespace {
 
 TEST(RtcpSession, ReportsAreDueEveryFiveSeconds) {
-    const struct {
-        int64_t sec, usec;
-        uint32_t due;
-        const char* why;
-    } rows[] = {
-        {1000, 0, 0, "the first check only starts the interval"},
-        {1004, 999999, 0, "whole seconds count"},
-        {1005, 0, 1, "five seconds"},
-        {1005, 500000, 0, "just reported"},
-        {1030, 0, 1, "long silence, one report"},
-        {1034, 0, 0, "the interval starts at the report"},
-        {1025, 0, 0, "clock set back, 10 s ahead"},
-        {1024, 0, 1, "clock set back, 11 s ahead"},
-        {1029, 0, 1, "interval from there"},
-    };
     CFakeClock clock(0);
     CRtcpSession session(UDP_MODE);
-    for (const auto& row : rows) {
-        clock.Set(row.sec, row.usec);
-        EXPECT_EQ(session.is_time(), row.due) << row.sec << ": " << row.why;
-    }
+    const auto isDueAt = [&](int64_t sec, int64_t usec) {
+        clock.Set(sec, usec);
+        return session.is_time() == 1;
+    };
+    EXPECT_FALSE(isDueAt(1000, 0)) << "the first check only starts the interval";
+    EXPECT_FALSE(isDueAt(1004, 999999)) << "whole seconds count";
+    EXPECT_TRUE(isDueAt(1005, 0));
+    EXPECT_FALSE(isDueAt(1005, 500000)) << "just reported";
+    EXPECT_TRUE(isDueAt(1030, 0)) << "long silence, one report";
+    EXPECT_FALSE(isDueAt(1034, 0)) << "the interval starts at the report";
+    EXPECT_FALSE(isDueAt(1025, 0)) << "clock set back, 10 s ahead";
+    EXPECT_TRUE(isDueAt(1024, 0)) << "clock set back, 11 s ahead";
+    EXPECT_TRUE(isDueAt(1029, 0)) << "interval from there";
 }
 
 // The reports of a session that has sent three packets, by transport.

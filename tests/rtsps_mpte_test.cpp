@@ -19,22 +19,17 @@ TEST(SmpteTime, WritesFramesThatHaveBegun) {
     }
 }
 
+uint64_t Msecs(const char* text) {
+    return Time(text, static_cast<int>(strlen(text))).msecs();
+}
+
 TEST(SmpteTime, ReadsFields) {
-    const struct {
-        const char* why;
-        const char* text;
-        uint64_t msecs;
-    } rows[] = {
-        {"all fields", "01:02:03.15", 3723501},
-        {"hours", "5", 18000000},
-        {"empty fields do not count", "1::3", 3780000},
-        {"the last frame", "0:0:0.29", 968},
-        {"kept: a frame too many is dropped", "0:0:0.30", 0},
-        {"the frame ends at a blank", "0:0:1.7 9", 1234},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(Time(row.text, static_cast<int>(strlen(row.text))).msecs(), row.msecs) << row.why;
-    }
+    EXPECT_EQ(Msecs("01:02:03.15"), 3723501U);
+    EXPECT_EQ(Msecs("5"), 18000000U) << "hours";
+    EXPECT_EQ(Msecs("1::3"), 3780000U) << "empty fields do not count";
+    EXPECT_EQ(Msecs("0:0:0.29"), 968U) << "the last frame";
+    EXPECT_EQ(Msecs("0:0:0.30"), 0U) << "kept: a frame too many is dropped";
+    EXPECT_EQ(Msecs("0:0:1.7 9"), 1234U) << "the frame ends at a blank";
 }
 
 TEST(SmpteTime, FramesLastAsLongAsTheirRateSays) {

@@ -78,7 +78,15 @@ TEST(TextToLower, ChangesAsciiLettersOnly) {
     EXPECT_STREQ(text, "@amz[ az\xC4");
 }
 
-// RtspResponse.InterleavedChannelsAreStored covers pairs of numbers.
+TEST(TextToIntPair, CountsWhatItRead) {
+    int first = 0;
+    int second = 0;
+    EXPECT_EQ(TextToIntPair("x-1", &first, &second, '-'), 0);
+    EXPECT_EQ(TextToIntPair("6-", &first, &second, '-'), 1);
+    EXPECT_EQ(TextToIntPair("6--7", &first, &second, '-'), 2);
+    EXPECT_EQ(second, -7);
+}
+
 TEST(TextToInt, Clamps) {
     EXPECT_EQ(TextToInt("2147483648"), INT_MAX);
     EXPECT_EQ(TextToInt("-2147483649"), INT_MIN);
