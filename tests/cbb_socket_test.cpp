@@ -156,34 +156,25 @@ TEST_F(CbbSocket, ClosedDescriptorsEndUnlimitedWaits) {
     }
 }
 
+// The result of CBB_Recvn after the peer has sent a text, and what it received.
+std::pair<int, std::string> ReceivedOf(const CSocketPair& pair, const std::string& sent, int count,
+                                       uint32_t timeoutMs) {
+    EXPECT_TRUE(sent.empty() || pair.client.Send(sent));
+    char buf[16] = {};
+    const int result = CBB_Recvn(pair.server.Fd(), buf, count, timeoutMs);
+    return {result, buf};
+}
+
 TEST_F(CbbSocket, RecvnReceivesExactly) {
-    const struct {
-        const char* why;
-        std::string sent;
-        bool isClosed;
-        int count;
-        uint32_t timeoutMs;
-        int result;
-        std::string received;
-    } rows[] = {
-        {"all requested bytes", "abcdef", false, 6, CBB_INFINITE, 6, "abcdef"},
-        {"not more than requested", "abcdef", false, 4, 0, 4, "abcd"},
-        {"the bytes that arrived in time", "abcd", false, 6, 50, 4, "abcd"},
-        {"no bytes", "", false, 6, 0, 0, ""},
-        {"the peer closes first", "abcd", true, 6, CBB_INFINITE, -1, "abcd"},
-        {"a negative count", "abcd", false, -5, CBB_INFINITE, 0, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        CSocketPair pair;
-        ASSERT_TRUE(row.sent.empty() || pair.client.Send(row.sent));
-        if (row.isClosed) {
-            pair.client.Reset();
-        }
-        char buf[16] = {};
-        EXPECT_EQ(CBB_Recvn(pair.server.Fd(), buf, row.count, row.timeoutMs), row.result);
-        EXPECT_EQ(std::string(buf), row.received);
-    }
+    CSocketPair pair;
+    using Received = std::pair<int, std::string>;
+    EXPECT_EQ(ReceivedOf(pair, "abcdef", 4, CBB_INFINITE), Received(4, "abcd"));
+    EXPECT_EQ(ReceivedOf(pair, "gh", 4, CBB_INFINITE), Received(4, "efgh")) << "all that was asked";
+    EXPECT_EQ(ReceivedOf(pair, "ijkl", 6, 50), Received(4, "ijkl")) << "what arrived in time";
+    EXPECT_EQ(ReceivedOf(pair, "", 6, 0), Received(0, ""));
+    EXPECT_EQ(ReceivedOf(pair, "mn", -5, CBB_INFINITE), Received(0, ""));
+    pair.client.Reset();
+    EXPECT_EQ(ReceivedOf(pair, "", 6, CBB_INFINITE), Received(-1, "mn")) << "the peer closes first";
 }
 
 TEST_F(CbbSocket, AForcedCloseEndsTheConnectionForEveryCopy) {

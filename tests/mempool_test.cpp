@@ -25,28 +25,23 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
     CTestPool pool(1000, 500);
     const Bytes data(2000);
     const void* p = data.data();
-    const struct {
-        const char* why;
-        uint32_t first;
-        int64_t second;  // -1: the record is one piece
-        const char* text;
-    } rows[] = {
-        {"an empty piece", 0, -1, "invalid input para,dwDataLen = 0"},
-        {"the free space must exceed the record", 992, -1, "there is no space,dwDataLen = 992"},
-        {"two empty pieces", 0, 0, "invalid input para\n"},
-        {"two pieces together", 500, 492, "there is no space,dwDataLen = 992"},
-        {"sizes that wrap", 0xFFFFFFFF, 0xFFFFFFFF, "there is no space,dwDataLen = 4294967294"},
-        {"sizes that wrap to 0", 0xFFFFFFFF, 1, "there is no space,dwDataLen = 0"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
+    const auto onePiece = [&](uint32_t length) {
         const CLogCapture log;
-        EXPECT_FALSE(row.second < 0
-                         ? pool.InputData(p, row.first)
-                         : pool.InputData(p, row.first, p, static_cast<uint32_t>(row.second)));
-        EXPECT_EQ(log.Text(), row.text);
-        EXPECT_EQ(pool.GetSpace(), 1000U);
-    }
+        EXPECT_FALSE(pool.InputData(p, length));
+        return log.Text();
+    };
+    const auto twoPieces = [&](uint32_t first, uint32_t second) {
+        const CLogCapture log;
+        EXPECT_FALSE(pool.InputData(p, first, p, second));
+        return log.Text();
+    };
+    EXPECT_EQ(onePiece(0), "invalid input para,dwDataLen = 0");
+    EXPECT_EQ(onePiece(992), "there is no space,dwDataLen = 992") << "needs more than that";
+    EXPECT_EQ(twoPieces(0, 0), "invalid input para\n");
+    EXPECT_EQ(twoPieces(500, 492), "there is no space,dwDataLen = 992");
+    EXPECT_EQ(twoPieces(0xFFFFFFFF, 0xFFFFFFFF), "there is no space,dwDataLen = 4294967294");
+    EXPECT_EQ(twoPieces(0xFFFFFFFF, 1), "there is no space,dwDataLen = 0") << "wraps to 0";
+    EXPECT_EQ(pool.GetSpace(), 1000U);
 }
 
 // A pool, and the steps of its writer and its reader. The length of a record determines its bytes.

@@ -26,33 +26,27 @@ struct CInterleaved {
 };
 
 TEST(RtpSession, ReportsSequenceGapsOfVideoAndSendsOn) {
-    const struct {
-        uint8_t payloadType;
-        uint16_t sequence;
-        std::string reported;
-        const char* why;
-    } rows[] = {
-        {96, 10, "", "the first packet"},
-        {96, 12, "cur[12],except[11]", "a gap"},
-        {96, 13, "", "the next one"},
-        {8, 500, "", "audio is never checked"},
-        {0x80 | 96, 13, "cur[13],except[14]", "the marker is no part of the payload type"},
-        {96, 65535, "cur[65535],except[14]", "the last number"},
-        {96, 300, "", "kept: after the wrap no number is expected"},
-        {96, 302, "cur[302],except[301]", "a gap again"},
-    };
     CFakeClock clock(5000);  // at no time is a report sent on the shared connection
     CInterleaved interleaved;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        clock.Set(5000 + 5 * row.sequence);
+    const auto expectReport = [&](const char* why, uint8_t payloadType, uint16_t sequence,
+                                  const std::string& reported) {
+        SCOPED_TRACE(why);
+        clock.Set(5000 + 5 * sequence);
         const CLogCapture log;
-        const Bytes unit = MakeUnit({row.payloadType, row.sequence, 0, 0, 1});  // a header alone
+        const Bytes unit = MakeUnit({payloadType, sequence, 0, 0, 1});  // a header alone
         EXPECT_EQ(interleaved.Send(TextOf(unit)), 16);
         EXPECT_EQ(interleaved.connection.ReadAll(), FrameOf(unit, 0x11223344, 6));
-        EXPECT_EQ(log.Count("[RTSPS "), row.reported.empty() ? 0 : 1);
-        EXPECT_TRUE(row.reported.empty() || log.Has(" rtp seq error, " + row.reported + "\n"));
-    }
+        EXPECT_EQ(log.Count("[RTSPS "), reported.empty() ? 0 : 1);
+        EXPECT_TRUE(reported.empty() || log.Has(" rtp seq error, " + reported + "\n"));
+    };
+    expectReport("the first packet", 96, 10, "");
+    expectReport("a gap", 96, 12, "cur[12],except[11]");
+    expectReport("the next one", 96, 13, "");
+    expectReport("audio is never checked", 8, 500, "");
+    expectReport("the marker is no part of the type", 0x80 | 96, 13, "cur[13],except[14]");
+    expectReport("the last number", 96, 65535, "cur[65535],except[14]");
+    expectReport("kept: after the wrap no number is expected", 96, 300, "");
+    expectReport("a gap again", 96, 302, "cur[302],except[301]");
 }
 
 TEST(RtpSession, ChecksTheShortestUnitWithASequenceNumber) {

@@ -57,6 +57,13 @@ TEST(RtspHeader, OwnsItsValues) {
     EXPECT_EQ(Text(header) + Text(*copy), "\r\na=1,b;c\r\n");
 }
 
+TEST(RtspHeader, RangesKeepTheirTimes) {
+    const CRtspRangeValue range(10, 20, TR_CLOCK);
+    EXPECT_EQ(range.Type(), TR_CLOCK);
+    EXPECT_EQ(range.Begin(), 10U);
+    EXPECT_EQ(range.End(), 20U);
+}
+
 // Only the first value is read, and the comparison is case-sensitive.
 TEST(RtspTransport, ProtocolTypeAndPorts) {
     const struct {
