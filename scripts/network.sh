@@ -15,5 +15,5 @@ network() {
     fi
     say "Playing over networks with faults"
     "${isolated[@]}" python3 tests/e2e/networks.py \
-        examples/media build/release/examples/live_host "$@" </dev/null
+        build/release/examples/live_host "$@" </dev/null
 }

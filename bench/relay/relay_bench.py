@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """Measures CPU, memory and latency of the relay, and prints tables.
-Usage: relay_bench.py [--publish] source_folder live_host [viewers [seconds]]    (1000 30)
+Usage: relay_bench.py [--publish] live_host [viewers [seconds]]    (1000 30)
 --publish writes the figures to docs/scaling.md. Requires the packages that ./scripts/test web installs,
 and wrk."""
 
@@ -17,8 +17,8 @@ import time
 BENCH = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path += [BENCH, os.path.join(BENCH, "..", "tests", "relay")]
 import report  # noqa: E402
-from harness import (FPS, Browser, Host, Process, Relay, free_ports, make_clip,  # noqa: E402
-                     wait_until)
+from harness import FPS, Browser, Relay, make_clip  # noqa: E402
+from playback import Host, wait_until  # noqa: E402
 
 LATENCY_SAMPLES = 40
 DELIMITER = b"\0\0\0\1\x09"
@@ -27,12 +27,8 @@ DELIMITER = b"\0\0\0\1\x09"
 class Feeder:
     """Writes a picture to live_host every 40 ms, at known times."""
 
-    def __init__(self, live_host, clip, work):
-        port, first = free_ports()
-        self.url = f"rtsp://127.0.0.1:{port}/chan1/main/"
-        self.host = Process([live_host, "--port", str(port), "--data-ports",
-                             f"{first}-{first + 18}", "--video", "-"], work, "live_host",
-                            stdin=subprocess.PIPE)
+    def __init__(self, live_host, clip):
+        self.host = Host([live_host], "--video", "-", stdin=subprocess.PIPE)
         with open(clip, "rb") as file:
             self.pictures = [DELIMITER + each for each in file.read().split(DELIMITER)[1:]]
         self.begin = time.time()
@@ -52,14 +48,13 @@ class Feeder:
         return page["clock"] - (self.begin + page["counter"] / FPS)
 
 
-def measure_latency(relay_program, live_host, player, work):
+def measure_latency(live_host, player):
     """Seconds from the pipe into live_host to the canvas of the page."""
-    clip = os.path.join(work, "clip.h264")
-    make_clip(clip, 60)
-    feeder = Feeder(live_host, clip, work)
-    relay = Relay(relay_program, feeder.url, work)
+    make_clip("clip.h264", 60)
+    feeder = Feeder(live_host, "clip.h264")
+    relay = Relay(feeder.host.url())
     wait_until(lambda: len(relay.segments()) >= 6, 20, "a full playlist")
-    browser = Browser(work)
+    browser = Browser()
     samples = []
     try:
         browser.open(f"{relay.page}?player={player}")
@@ -70,6 +65,7 @@ def measure_latency(relay_program, live_host, player, work):
             time.sleep(0.5)
     finally:
         browser.close()
+        browser.driver.kill()
         relay.kill()
         feeder.host.kill()
     return samples
@@ -107,9 +103,9 @@ def watch_costs(processes, seconds, load=None):
                     for name, pids in processes.items()}
 
 
-def measure_load(relay_program, live_host, viewers, seconds, work):
-    host = Host(live_host, work)
-    relay = Relay(relay_program, host.url, work)
+def measure_load(live_host, viewers, seconds):
+    host = Host([live_host])
+    relay = Relay(host.url())
     wait_until(lambda: len(relay.segments()) >= 6, 20, "a full playlist")
     [nginx], [ffmpeg] = relay.children("nginx"), relay.children("ffmpeg")
     processes = {"live_host": [host.process.pid], "ffmpeg": [ffmpeg], "nginx": descendants(nginx)}
@@ -150,16 +146,17 @@ def load_figures(results):
 
 def main():
     publishing = "--publish" in sys.argv
-    source, live_host, *rest = [each for each in sys.argv[1:] if each != "--publish"]
+    live_host, *rest = [each for each in sys.argv[1:] if each != "--publish"]
+    live_host = os.path.abspath(live_host)
     viewers, seconds = int(rest[0]) if rest else 1000, int(rest[1]) if rest[1:] else 30
-    relay = os.path.join(source, "examples", "relay", "relay")
     with tempfile.TemporaryDirectory() as work:
         os.chmod(work, 0o755)
+        os.chdir(work)
         results = {
             "viewers": viewers,
-            "latency": {name: measure_latency(relay, live_host, player, work)
+            "latency": {name: measure_latency(live_host, player)
                         for name, player in (("Chromium's own", "native"), ("hls.js", "hls.js"))},
-            "load": measure_load(relay, live_host, viewers, seconds, work),
+            "load": measure_load(live_host, viewers, seconds),
         }
     tables = {"relay-latency": latency_figures, "relay-load": load_figures}
     for figures in tables.values():

@@ -1,195 +1,231 @@
 # SPDX-License-Identifier: MIT
-"""Shared by the end-to-end tests: runs the example host, records with ffmpeg, and compares
-recordings with the source."""
+"""Shared by the tests that run whole programs: starts and ends programs, records with ffmpeg, and
+compares recordings with the source. Each test runs in a temporary folder, the working directory."""
 
 import contextlib
 import os
+import pathlib
+import shutil
 import signal
 import socket
 import subprocess
 import sys
-import threading
+import tempfile
 import time
 
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+CLIP = SOURCE / "examples/media/clip.h264"
+SOUND = SOURCE / "examples/media/clip.alaw"
 GOP = 25  # frames from one key frame to the next, in every source
-FFMPEG = ["ffmpeg", "-hide_banner", "-nostdin", "-loglevel", "warning"]
+FFMPEG = ["ffmpeg", "-hide_banner", "-nostdin", "-loglevel", "warning", "-y"]
 
-deadline = time.monotonic() + 55
+deadline = time.monotonic() + 3600  # of the waits below; each test sets its own
+started = []  # the processes of the test
+reservations = []  # of port numbers
 
 
-def set_time_limit(seconds):
-    """Sets the deadline of every wait below, counted from now. The default is 55 s."""
-    global deadline
-    deadline = time.monotonic() + seconds
+class Fault(Exception):
+    """What a test has found."""
+
+
+class Skipped(Exception):
+    """What a test needs is missing."""
+
+
+def check(good, fault):
+    if not good:
+        raise Fault(fault)
 
 
 def left():
     return max(1.0, deadline - time.monotonic())
 
 
-def frame_sums(path):
-    with open(path, encoding="ascii") as lines:
-        return [line.split(",")[-1].strip() for line in lines if not line.startswith("#")]
+def wait_until(condition, seconds, what):
+    """Returns the value of the condition once it is true."""
+    end = time.monotonic() + min(seconds, left())
+    while not (result := condition()):
+        check(time.monotonic() < end, f"not within {seconds} s: {what}")
+        time.sleep(0.02)
+    return result
 
 
-def clip_frames(video, work):
-    sums = os.path.join(work, "clip.framemd5")
-    subprocess.run([*FFMPEG, "-y", "-i", video, "-f", "framemd5", sums], check=True, timeout=left())
-    frames = frame_sums(sums)
-    if len(set(frames)) != len(frames):
-        sys.exit("the clip repeats a frame, so the order of frames is not defined")
-    return frames
+def output_of(*command, error=Fault, **options):
+    """Runs a command and returns its standard output. The error is raised if it fails."""
+    done = subprocess.run(command, check=False, capture_output=True, timeout=left(), **options)
+    if done.returncode != 0:
+        raise error(f"{command} failed: {done.stderr}")
+    return done.stdout
+
+
+def require_programs(*names):
+    for name in names:
+        if shutil.which(name) is None:
+            raise Skipped(f"there is no {name}")
 
 
 def free_ports():
-    """Returns a TCP port and the first of 20 UDP ports. The caller retries if one gets taken."""
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
-    for first in range(20000 + os.getpid() % 500 * 20, 32000, 20):
+    """Returns the first of 20 free port numbers, below those that the kernel gives to clients. They
+    stay reserved until this program ends."""
+    for first in range(20000, 32000, 20):
+        reservation = socket.socket(socket.AF_UNIX)
         with contextlib.ExitStack() as probes, contextlib.suppress(OSError):
+            reservation.bind(f"\0rtspserver-tests-{first}")
             for number in range(first, first + 20):
-                probe = probes.enter_context(socket.socket(type=socket.SOCK_DGRAM))
-                probe.bind(("127.0.0.1", number))
-            return port, first
-    sys.exit("no free UDP ports")
+                for kind in (socket.SOCK_STREAM, socket.SOCK_DGRAM):
+                    probes.enter_context(socket.socket(type=kind)).bind(("127.0.0.1", number))
+            reservations.append(reservation)
+            return first
+    raise Fault("no free ports")
 
 
-class Host:
-    """live_host, serving; its output goes to a file that is shown when something fails."""
+class Process:
+    """A program whose output goes to a file. The processes that it starts end with it."""
 
-    def __init__(self, program, arguments, work, feed=None):
-        self.log = os.path.join(work, "live_host.log")
-        with open(self.log, "wb"):
-            pass
-        for _ in range(5):
-            self.port, first = free_ports()
-            with open(self.log, "ab") as log:
-                self.process = subprocess.Popen(
-                    [*program, "--port", str(self.port), "--data-ports", f"{first}-{first + 18}",
-                     *arguments],
-                    stdin=subprocess.PIPE if feed else subprocess.DEVNULL, stdout=log, stderr=log)
-            if self.wait_for("Ctrl-C"):
-                break
-        else:
-            sys.exit("live_host does not start:\n" + self.output())
-        self.fed_enough = False
-        self.feeding = threading.Thread(target=self.feed, args=[feed], daemon=True)
-        if feed:
-            self.feeding.start()
-
-    def url(self, stream, address="127.0.0.1"):
-        return f"rtsp://{address}:{self.port}/chan1/{stream}/"
+    def __init__(self, name, command, **options):
+        self.name = name
+        self.log = pathlib.Path(f"{name}.log").absolute()
+        with open(self.log, "wb") as log:
+            self.process = subprocess.Popen(command, start_new_session=True, **{
+                "stdin": subprocess.DEVNULL, "stdout": log, "stderr": log, **options})
+        started.append(self)
 
     def output(self):
-        with open(self.log, encoding="utf-8", errors="replace") as log:
-            return log.read()
+        return self.log.read_text(encoding="utf-8", errors="replace")
 
     def wait_for(self, text, seconds=60):
-        """Returns whether the output contains the text in time."""
-        end = min(deadline, time.monotonic() + seconds)
-        while self.process.poll() is None and time.monotonic() < end:
-            if text in self.output():
-                return True
-            time.sleep(0.02)
-        return False
+        """Waits until the program has printed a text."""
+        wait_until(lambda: text in self.output() or self.process.poll() is not None, seconds, text)
+        check(text in self.output(), f"{self.name} ended without '{text}'")
 
-    def feed(self, path):
-        """Writes a file over and over, in pieces that cut start codes anywhere."""
-        with open(path, "rb") as file:
-            data = file.read()
-        try:
-            while not self.fed_enough:
-                for at in range(0, len(data), 1001):
-                    self.process.stdin.write(data[at:at + 1001])
-            self.process.stdin.close()
-        except BrokenPipeError:
-            pass
+    def wait(self):
+        return self.process.wait(left())
 
-    def end(self, fed=False):
-        """Sends SIGINT, or closes the pipe. The host then plays its remaining input and exits."""
-        if fed:
-            self.fed_enough = True
-            self.feeding.join(left())
+    def end(self, seconds=3):
+        """Ctrl-C, which reaches the whole process group. The program ends soon, with 0."""
         begin = time.monotonic()
-        if not fed:
-            self.process.send_signal(signal.SIGINT)
-        code, seconds = self.process.wait(left()), time.monotonic() - begin
-        good = code == 0 and (fed or seconds <= 3)
-        return [] if good else [f"live_host ended with {code} after {seconds:.1f} s"]
+        os.killpg(self.process.pid, signal.SIGINT)
+        code, took = self.wait(), time.monotonic() - begin
+        check(code == 0 and took <= seconds, f"{self.name} ended with {code} after {took:.1f} s")
 
     def kill(self):
-        self.process.kill()
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait()
 
 
-class Player:
-    """ffmpeg as a recorder. `prefix` is a command that runs it in another namespace."""
+class Host(Process):
+    """live_host or gst_host, serving. A new start keeps the port."""
 
-    def __init__(self, name, url, transport, seconds, work, with_audio=True, prefix=()):
-        self.name = name
-        self.sums = os.path.join(work, name.replace(" ", "-") + ".framemd5")
-        self.sound = os.path.join(work, name.replace(" ", "-") + ".alaw")
-        limit = ["-t", str(seconds)]
-        audio = ["-map", "0:a", "-c:a", "copy", *limit, "-f", "alaw", self.sound]
-        self.process = subprocess.Popen(
-            [*prefix, *FFMPEG, "-y", "-rtsp_transport", transport, "-i", url,
-             "-map", "0:v", "-fps_mode", "passthrough", *limit, "-f", "framemd5", self.sums,
-             *(audio if with_audio else [])],
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    def __init__(self, program, *arguments, **options):
+        self.port = free_ports()
+        self.command = [*program, "--port", str(self.port),
+                        "--data-ports", f"{self.port}-{self.port + 18}", *arguments]
+        self.start(**options)
 
-    def finish(self):
-        try:
-            output, _ = self.process.communicate(timeout=left())
-        except subprocess.TimeoutExpired:
-            output = self.kill() + b"\nffmpeg was still playing at the deadline"
-        return self.process.returncode, output.decode(errors="replace")
+    def start(self, **options):
+        super().__init__("host", self.command, **options)
+        self.wait_for("Ctrl-C")
 
-    def kill(self):
-        self.process.kill()
-        return self.process.communicate()[0]
+    def url(self, stream="main", address="127.0.0.1"):
+        return f"rtsp://{address}:{self.port}/chan1/{stream}/"
 
 
-def compare_frames(received, source, least):
-    """Returns the fault of the frames, or None. `least` is the number that must have arrived."""
+def ffmpeg(url, transport, seconds, path):
+    return [*FFMPEG, "-rtsp_transport", transport, "-i", url, "-map", "0", "-c", "copy",
+            "-t", str(seconds), "-f", "nut", path]
+
+
+class Player(Process):
+    """Records a stream. `prefix` is a command that runs the player in another namespace."""
+
+    def __init__(self, url, transport, seconds, prefix=(), make_command=ffmpeg):
+        name = f"player{len(started)}-{transport}"
+        self.seconds = seconds
+        self.recording = f"{name}.recording"
+        super().__init__(name, [*prefix, *make_command(url, transport, seconds, self.recording)])
+
+
+def frame_sums(video, *options):
+    """Returns the checksums of the decoded frames."""
+    lines = output_of(*FFMPEG, *options, "-i", video, "-map", "0:v", "-fps_mode", "passthrough",
+                      "-f", "framemd5", "-", text=True).splitlines()
+    return [line.split(",")[-1].strip() for line in lines if not line.startswith("#")]
+
+
+def source_frames(video, *options):
+    frames = frame_sums(video, *options)
+    check(len(set(frames)) == len(frames), "the clip repeats a frame: the order is not defined")
+    return frames
+
+
+def read_sound(recording):
+    return output_of(*FFMPEG, "-i", recording, "-map", "0:a", "-c", "copy", "-f", "alaw", "-")
+
+
+def check_frames(received, source, least, name="frames"):
+    """At least this many frames are there. They are those of the source, in order and undamaged."""
     order = {checksum: number for number, checksum in enumerate(source)}
     numbers = [order.get(checksum) for checksum in received]
     # A player that joins between two key frames may show damaged pictures until the next one.
     while numbers and numbers[0] is None and len(received) - len(numbers) < GOP:
         numbers.pop(0)
+    check(len(numbers) >= least, f"{name}: {len(numbers)} frames instead of {least}")
     for place, number in enumerate(numbers):
-        if number is None:
-            return f"frame {place} of {len(numbers)} is not one of the clip: damaged"
-        expected = (numbers[place - 1] + 1) % len(source) if place else number
-        if number != expected:
-            return f"frame {place} is the clip's {number}, not its {expected}"
-    if len(numbers) < least:
-        return f"{len(numbers)} frames instead of {least}"
-    return None
+        check(number is not None, f"{name}: frame {place} is damaged")
+        expected = (numbers[0] + place) % len(source)
+        check(number == expected, f"{name}: frame {place} is the clip's {number}, not {expected}")
 
 
-def compare_sound(received, source, least):
+def check_sound(received, source, least, name):
     """The same for the bytes of A-law sound."""
-    if len(received) < least:
-        return f"{len(received)} bytes of sound instead of {least}"
+    check(len(received) >= least, f"{name}: {len(received)} bytes of sound instead of {least}")
     looped = source * (len(received) // len(source) + 2)
     # For its first viewer the host jumps to a key picture. Sound of up to one picture's time may be
     # sent before.
-    if any(received[early:] in looped for early in (0, 160, 320)):
-        return None
-    return f"{len(received)} bytes of sound differ from the source"
+    check(any(received[early:] in looped for early in (0, 160, 320)),
+          f"{name}: {len(received)} bytes of sound differ from the source")
 
 
-def check_recording(player, frames, least_frames, audio=None, least_sound=0):
-    """Waits for the player's end and returns the faults of its recording, as a list."""
-    code, output = player.finish()
-    if code != 0 or not os.path.exists(player.sums):
-        return [f"{player.name}: ffmpeg ended with {code}:\n{output[-2000:]}"]
-    found = [compare_frames(frame_sums(player.sums), frames, least_frames)]
-    if audio:
-        with open(player.sound, "rb") as received, open(audio, "rb") as source:
-            found.append(compare_sound(received.read(), source.read(), least_sound))
+def check_recording(player, frames, least_frames, sound=None):
+    """Waits for the player's end. A frame of 1/25 s has 320 bytes of sound."""
+    check(player.wait() == 0, f"{player.name} failed")
+    check_frames(frame_sums(player.recording), frames, least_frames, player.name)
+    if sound:
+        received = read_sound(player.recording)
+        check_sound(received, sound.read_bytes(), 320 * least_frames, player.name)
     # A player that treats a report as media delays the playback, even without packet loss.
-    if "RTP: " in output:
-        found.append("the player missed packets, or got some that do not belong")
-    return [f"{player.name}: {fault}\n{output[-2000:]}" for fault in found if fault]
+    check("RTP: " not in player.output(),
+          f"{player.name} missed packets, or got some that do not belong")
+
+
+def run_test(test, *arguments, seconds=55):
+    """Returns the exit code for CTest, in which 77 is a skipped test."""
+    global deadline
+    deadline = time.monotonic() + seconds
+    started.clear()
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o755)  # some programs run as another user
+        os.chdir(folder)
+        try:
+            test(*arguments)
+            result, text = 0, "passed"
+        except Skipped as reason:
+            result, text = 77, f"skipped: {reason}"
+        except (Fault, subprocess.TimeoutExpired) as fault:
+            result, text = 1, f"FAILED: {fault}"
+            for process in started:
+                print(f"{process.name} printed:\n{process.output()}")
+        finally:
+            for process in started:
+                process.kill()
+            os.chdir("/")
+    took = time.monotonic() - deadline + seconds
+    print(f"{test.__name__} {text} ({took:.0f} s)", flush=True)
+    return result
+
+
+def main(*tests):
+    """Runs the test that the first argument names, with the other arguments as a command."""
+    name, *command = sys.argv[1:]
+    sys.exit(run_test({test.__name__: test for test in tests}[name], command))

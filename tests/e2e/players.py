@@ -1,67 +1,71 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Plays what the example host serves with ffmpeg, over UDP and TCP at once, and compares every
+"""Plays what the example hosts serve with ffmpeg, over UDP and TCP at once, and compares every
 decoded frame and every byte of the sound with the source.
-Usage: players.py media_dir files|pipe [emulator...] live_host"""
+Usage: players.py files|pipe|minimal_host [emulator...] host"""
 
-import os
-import shutil
+import pathlib
+import socket
 import subprocess
-import sys
-import tempfile
 
-from playback import FFMPEG, Host, Player, check_recording, clip_frames, left
+from playback import (CLIP, FFMPEG, SOUND, Host, Player, Process, check, check_recording,
+                      free_ports, main, output_of, require_programs, source_frames, wait_until)
 
-SECONDS = 7           # of media that each player records; the first sender report comes after 5
-RUN_FRAMES = 50       # frames that must arrive in a row, unchanged and in order
-RUN_SAMPLES = 16000   # 2 s of sound
-
-# (transport, stream): both transports on one stream, so that each push is sent over both.
-PLAYERS = [("udp", "main"), ("tcp", "main"), ("tcp", "sub")]
+SECONDS = 7      # of media that each player records; the first sender report comes after 5
+RUN_FRAMES = 50  # frames that must arrive in a row, unchanged and in order, with their sound
 
 
-def make_h265(work):
-    path = os.path.join(work, "clip.h265")
-    subprocess.run(
-        [*FFMPEG, "-f", "lavfi", "-i", "testsrc2=size=320x240:rate=25:duration=2",
-         "-pix_fmt", "yuv420p", "-c:v", "libx265", "-preset", "veryfast", "-x265-params",
-         "log-level=error:keyint=25:min-keyint=25:bframes=0:open-gop=0:scenecut=0:slices=2"
-         ":repeat-headers=1", "-f", "hevc", path], check=True, timeout=left())
-    return path
+def play(host, video, sound=None):
+    """Both transports play one stream, so that each push is sent over both."""
+    frames = source_frames(video)
+    players = [Player(host.url(stream), transport, SECONDS)
+               for transport, stream in (("udp", "main"), ("tcp", "main"), ("tcp", "sub"))]
+    for player in players:
+        check_recording(player, frames, RUN_FRAMES, sound)
 
 
-def check_players(host, frames, audio, work):
-    players = [Player(f"{transport} {stream}", host.url(stream), transport, SECONDS, work,
-                      with_audio=audio is not None) for transport, stream in PLAYERS]
-    return [fault for player in players
-            for fault in check_recording(player, frames, RUN_FRAMES, audio, RUN_SAMPLES)]
+def files(program):
+    """H.264 and sound."""
+    require_programs("ffmpeg")
+    host = Host(program)
+    play(host, CLIP, SOUND)
+    host.end()
 
 
-def run(program, media, case, work):
-    """H.264 and sound from files; H.265 from a pipe."""
-    piped = case == "pipe"
-    video = make_h265(work) if piped else os.path.join(media, "clip.h264")
-    audio = None if piped else os.path.join(media, "clip.alaw")
-    frames = clip_frames(video, work)
-    arguments = ["--video", "-", "--codec", "h265"] if piped else []
-    host = Host(program, arguments, work, feed=video if piped else None)
-    try:
-        faults = check_players(host, frames, audio, work) + host.end(fed=piped)
-        return faults + ["live_host said:\n" + host.output()] if faults else []
-    finally:
-        host.kill()
+def pipe(program):
+    """H.265 from a pipe, whose end ends the host."""
+    require_programs("ffmpeg")
+    output_of(*FFMPEG, "-f", "lavfi", "-i", "testsrc2=size=320x240:rate=25:duration=2",
+              "-pix_fmt", "yuv420p", "-c:v", "libx265", "-preset", "veryfast", "-x265-params",
+              "log-level=error:keyint=25:min-keyint=25:bframes=0:open-gop=0:scenecut=0:slices=2"
+              ":repeat-headers=1", "clip.h265")
+    feed = "while cat clip.h265; do :; done"
+    feeder = Process("feeder", ["sh", "-c", feed], stdout=subprocess.PIPE)
+    host = Host(program, "--video", "-", "--codec", "h265", stdin=feeder.process.stdout)
+    play(host, "clip.h265")
+    feeder.kill()
+    code = host.wait()
+    check(code == 0, f"at the end of the pipe the host ended with {code}")
 
 
-def main():
-    media, case, *program = sys.argv[1:]
-    if shutil.which("ffmpeg") is None:
-        print("skipped: there is no ffmpeg to play with")
-        return 77  # CTest reports this as skipped
-    with tempfile.TemporaryDirectory() as work:
-        faults = run(program, media, case, work)
-    print(*faults, sep="\n")
-    return 1 if faults else 0
+def minimal_host(program):
+    """Every NAL unit that arrives is the file's. The recording is longer than the file of 2 s."""
+    require_programs("ffmpeg")
+    start_code = b"\0\0\0\1"
+    units = [unit.rstrip(b"\0") for unit in CLIP.read_bytes().split(b"\0\0\1")[1:55]]
+    file = b"".join(start_code + unit for unit in units)
+    pathlib.Path("served.h264").write_bytes(file)
+    port = free_ports()
+    host = Process("minimal_host", [*program, "served.h264", str(port)])
+    with socket.socket() as probe:
+        wait_until(lambda: probe.connect_ex(("127.0.0.1", port)) == 0, 60, "a server")
+    player = Player(f"rtsp://127.0.0.1:{port}/chan1/main/", "tcp", 3)
+    check(player.wait() == 0, "the player failed")
+    received = output_of(*FFMPEG, "-i", player.recording, "-c", "copy", "-f", "h264", "-")
+    check(received in file * 3 and received.count(start_code) > len(units),
+          f"the {received.count(start_code)} NAL units that arrived are not the file's")
+    host.end()
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main(files, pipe, minimal_host)

@@ -1,15 +1,16 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """The relay's page in headless Chromium, which plays HLS itself and with hls.js.
-Usage: browser_test.py native|hls.js source_folder live_host"""
+Usage: browser_test.py native|hls.js live_host"""
 
+import contextlib
 import os
-import shutil
 import sys
-import tempfile
 import time
 
-from harness import BITS, FPS, Browser, Fault, Host, Relay, check, make_clip, wait_until
+from harness import BITS, FPS, Browser, Relay, make_clip
+from playback import (SOUND, SOURCE, Fault, Host, Skipped, check, require_programs, run_test,
+                      wait_until)
 
 START = 5      # seconds from opening the page to a moving picture, and from a restart of the server
 PATIENCE = 20  # seconds for the same on a machine that is busy with something else
@@ -25,7 +26,7 @@ def wait_for_picture(browser):
     def moving():
         page = browser.read_page()
         return page if page["state"] == "live" and page["counter"] != first["counter"] else None
-    return wait_until(moving, PATIENCE, f"a live picture; {first}")[0]
+    return wait_until(moving, PATIENCE, f"a live picture; {first}")
 
 
 def check_in_time(action, prepare=lambda: None):
@@ -101,59 +102,33 @@ def check_layout(browser):
     check(colours[0] != colours[1], f"light and dark are {colours}")
 
 
-def test(player, host, relay, work):
-    browser = Browser(work)
-    try:
-        def open_page():
-            browser.open(f"{relay.page}?player={player}")
-            return wait_for_picture(browser)
-        page = check_in_time(open_page)
-        with_hls_js = browser.run("return document.querySelector('video').src.startsWith('blob:')")
-        check(with_hls_js == (player == "hls.js"), "the page uses the wrong player")
-        check_plays_on(browser, page)
-        check_layout(browser)
-        check_keys(browser)
-        check(not browser.errors(), "errors on the console")
-        check_survives_restart(browser, host)
-    finally:
-        browser.close()
+def play(browser, page, player, host):
+    def open_page():
+        browser.open(f"{page}?player={player}")
+        return wait_for_picture(browser)
+    page = check_in_time(open_page)
+    with_hls_js = browser.run("return document.querySelector('video').src.startsWith('blob:')")
+    check(with_hls_js == (player == "hls.js"), "the page uses the wrong player")
+    check_plays_on(browser, page)
+    check_layout(browser)
+    check_keys(browser)
+    check(not browser.errors(), "errors on the console")
+    check_survives_restart(browser, host)
 
 
-def run(player, source, live_host, work):
-    clip = os.path.join(work, "clip.h264")
+def test(player, live_host):
+    require_programs("ffmpeg", "nginx", "curl", "setpriv", "chromium", "chromedriver")
+    if player == "hls.js" and not (SOURCE / "examples/relay/node_modules/hls.js").exists():
+        raise Skipped("hls.js is not installed (npm ci in examples/relay)")
     check(CLIP * FPS < 1 << BITS, "the clip's counter overflows")
-    make_clip(clip, CLIP)
-    sound = os.path.join(source, "examples", "media", "clip.alaw")
-    host = Host(live_host, work, ["--audio", sound, "--video", clip])
-    relay = None
-    try:
-        relay = Relay(os.path.join(source, "examples", "relay", "relay"), host.url, work)
-        wait_until(lambda: len(relay.segments()) >= 2, 10, "a stream")
-        test(player, host, relay, work)
-    except Fault as fault:
-        print(f"{fault}\n{host.output()}\n{relay.output() if relay else ''}")
-        return 1
-    finally:
-        for process in (relay, host):
-            if process:
-                process.kill()
-    return 0
-
-
-def main():
-    player, source, live_host = sys.argv[1:]
-    for program in ("ffmpeg", "nginx", "setpriv", "chromium", "chromedriver"):
-        if shutil.which(program, path=os.environ["PATH"] + ":/usr/sbin") is None:
-            print(f"skipped: there is no {program}")
-            return 77
-    installed = os.path.join(source, "examples", "relay", "node_modules", "hls.js")
-    if player == "hls.js" and not os.path.exists(installed):
-        print("skipped: hls.js is not installed (npm ci in examples/relay)")
-        return 77
-    with tempfile.TemporaryDirectory() as work:
-        os.chmod(work, 0o755)
-        return run(player, source, live_host, work)
+    make_clip("clip.h264", CLIP)
+    host = Host([live_host], "--audio", SOUND, "--video", "clip.h264")
+    relay = Relay(host.url())
+    wait_until(lambda: len(relay.segments()) >= 2, 10, "a stream")
+    with contextlib.closing(Browser()) as browser:
+        play(browser, relay.page, player, host)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    os.environ["PATH"] += ":/usr/sbin"  # not in the search path of ordinary users
+    sys.exit(run_test(test, *sys.argv[1:], seconds=110))
