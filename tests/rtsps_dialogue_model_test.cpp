@@ -263,6 +263,7 @@ struct CModel {
 
 class CDialogueModelTest : public CLoggedServerTest {
   protected:
+    ~CDialogueModelTest() override { RTSPServer_SetEventCallBack(nullptr, nullptr); }
     void SetUp() override {
         CLoggedServerTest::SetUp();
         StartServer();
