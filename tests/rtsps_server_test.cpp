@@ -90,8 +90,8 @@ TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {
         EXPECT_EQ(RTSPServer_SetStreamInfo(record.channel, record.stream, &info), 0);
     }
     // Kept: for a negative stream number all channels share one record.
-    constexpr CRecord found[] = {{1, 0, 2},  {0, 1, 3}, {9, -1, 4}, {-7, -1, 4},
-                                 {-1, 0, 5}, {1, 1, 0}, {0, 0, 0},  {-1, -2, 0}};
+    constexpr CRecord found[] = {{1, 0, 2}, {0, 1, 3}, {9, -1, 4},  {-7, -1, 4},        {-1, 0, 5},
+                                 {1, 1, 0}, {0, 0, 0}, {-1, -2, 0}, {-2147483647, 0, 0}};
     for (const CRecord& record : found) {
         TRtspServerStreamInfo info{};
         EXPECT_EQ(Server()->GetStreamInfo(record.channel, record.stream, &info),

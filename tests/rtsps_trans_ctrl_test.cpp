@@ -50,9 +50,6 @@ class CTransCtrlTest : public CServerTest {
     int SendStream(Bytes data, ETransStreamId id = TRANS_STREAM_VIDEO) {
         return m_ctrl.SendStream(data.data(), static_cast<int>(data.size()), id, 0);
     }
-    int SendMsg(std::string text) {
-        return m_ctrl.SendMsg(text.data(), static_cast<int>(text.size()), 0);
-    }
 
     std::vector<uint16_t> m_ports;  // all of the pool
     CSocketPair m_connection;
@@ -79,7 +76,8 @@ TEST_F(CTransCtrlTest, OpenFailures) {
     EXPECT_EQ(Open(info), -1);
     EXPECT_EQ(Open(info, TRANS_STREAM_AUDIO), -1);
     EXPECT_TRUE(m_log.HasLines("E Open m_pVideoSession error!;|E Open m_pAudioSession error!;"));
-    EXPECT_EQ(SendMsg("the refusal"), 11);  // is still sent
+    std::string refusal = "the refusal";
+    EXPECT_EQ(m_ctrl.SendMsg(refusal.data(), 11, 0), 11);  // is still sent
     EXPECT_EQ(m_connection.ReadAll(), "the refusal");
     EXPECT_EQ(SendStream(MakeUnit({})), 0);
     EXPECT_EQ(SendStream(MakeUnit({}), static_cast<ETransStreamId>(3)), 0);
