@@ -79,10 +79,8 @@ TEST_F(CEventTest, OneClientFromConnectToClose) {
     const Bytes audio = MakeUnit({8, 1, 0, 160, 1});
     uint16_t port = 0;
     {
-        CTestClient client(m_port);
+        CPlayer client(m_port, CPlayer::UDP);
         port = client.Socket().Port();
-        CTestSocket sockets[2];
-        ASSERT_TRUE(client.PlayUdp(&sockets[0], &sockets[1]));
         ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_PLAYING));
         Push(video);
         Push(audio);
@@ -200,14 +198,13 @@ TEST_F(CEventTest, OnlyTheClientItIsAboutWaits) {
             go.get_future().wait();
         }
     };
-    m_para.nMaxPort = m_para.nMinPort;
+    m_para.nMaxPort = m_para.nMinPort + 2;  // for one player
     Start();
-    CTestSocket video;
-    EXPECT_TRUE(CTestClient(m_port).PlayUdp(&video));
+    EXPECT_TRUE(Ok(CPlayer(m_port, CPlayer::UDP).reply));
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
     CRtspSessionManager::Instance()->DelExceptionSession();  // does not wait for the function
     EXPECT_EQ(CRtspSessionManager::Instance()->GetCurrSessionNums(), 1U);
-    EXPECT_FALSE(CTestClient(m_port).PlayUdp(&video)) << "a SETUP without a port does not wait";
+    EXPECT_FALSE(Ok(CPlayer(m_port, CPlayer::UDP).reply)) << "a SETUP without a port does not wait";
     CTestClient other(m_port);
     EXPECT_TRUE(other.PlayInterleaved());
     go.set_value();

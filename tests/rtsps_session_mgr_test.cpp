@@ -154,44 +154,40 @@ TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing)
     for (int i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
         EXPECT_NE(clients.emplace_back(m_port).Ask("OPTIONS", "*"), "");
     }
-    CTestSocket media[4];
-    for (CTestSocket& video : media) {
-        EXPECT_TRUE(clients.emplace_back(m_port).PlayUdp(&video));
+    std::deque<CPlayer> refused;
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(Ok(refused.emplace_back(m_port, CPlayer::UDP).reply));
     }
-    const auto leave = [&] { clients.pop_back(); };
+    const auto leave = [&] { refused.pop_back(); };
     leave();
     EXPECT_TRUE(m_log.WaitFor(" exit\n")) << "one ends well before Stop,";
     leave();  // one at about the same time,
     RTSPServer_Stop();
     leave();  // one after it,
-    EXPECT_NE(clients.back().Ask("HEARTBEAT", "*"), "") << "and one is still served";
+    EXPECT_NE(refused.back().Ask("HEARTBEAT", "*"), "") << "and one is still served";
     RTSPServer_Start();
     RTSPServer_Stop();
     clients.clear();
-    for (CTestSocket& video : media) {
-        video.Reset();
-    }
+    refused.clear();
     EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() == m_descriptorsBefore; }));
     EXPECT_TRUE(WaitUntil([&] { return CountThreads() == m_threadsBefore; }));
 }
 
 // A viewer that reconnects must not wait for the ports of its earlier session.
 TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
-    m_para.nMaxPort = m_para.nMinPort;  // one pair
+    m_para.nMaxPort = m_para.nMinPort + 2;  // for one player
     StartServer();
-    CTestSocket video;
     for (int visit = 1; visit <= 5; ++visit) {
-        EXPECT_TRUE(CTestClient(m_port).PlayUdp(&video)) << "visit " << visit;
+        EXPECT_TRUE(Ok(CPlayer(m_port, CPlayer::UDP).reply)) << "visit " << visit;
         EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == visit; }));
     }
     EXPECT_EQ(m_log.Count("borrow_data_port"), 0);
-    CTestClient viewer(m_port);
-    EXPECT_TRUE(viewer.PlayUdp(&video));
+    CPlayer viewer(m_port, CPlayer::UDP);
     CTestClient other(m_port);
     other.Describe();
     EXPECT_EQ(other.Setup(0, "RTP/AVP;unicast;client_port=6000").substr(0, 12), "RTSP/1.0 500");
     Push(MakeUnit({}));
-    EXPECT_EQ(video.Receive(), PacketOf(MakeUnit({}), VIDEO_SSRC)) << "a live one keeps its ports";
+    EXPECT_TRUE(viewer.Gets({MakeUnit({})})) << "a live one keeps its ports";
 }
 
 // Session threads that sweep at the same time, and a Stop meanwhile, never wait for each other.

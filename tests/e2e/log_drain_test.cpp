@@ -8,53 +8,32 @@
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
-#include <vector>
+
+#include "support/log_capture.h"
 
 namespace {
 
-using testing::HasSubstr;
-
 constexpr size_t LINE_SIZE = 100;
 
-// A pipe as the console: once it is full, it takes no more bytes until it is read.
-struct CConsole {
-    CConsole() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
-    ~CConsole() {
-        close(ends[0]);
-        close(ends[1]);
-    }
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(ends[1]); }
-
-    // Reads all text until the drain is closed.
-    std::string ReadAll(CLogDrain& drain) {
-        std::string text;
-        std::thread reader([&] {
-            char data[4096];
-            ssize_t size = 0;
-            while ((size = read(ends[0], data, sizeof(data))) > 0)
-                text.append(data, static_cast<size_t>(size));
-        });
-        drain.Close();
-        close(ends[1]);
-        ends[1] = -1;
-        reader.join();
-        return text;
-    }
-
-    int ends[2] = {-1, -1};
-};
-
-// A descriptor to print to, as standard output is.
+// A descriptor to print to, as standard output is, and a pipe as the console: once it is full, it
+// takes no more bytes until it is read.
 class LogDrain : public testing::Test {
   protected:
-    ~LogDrain() override { close(m_out); }
-
-    void Open(CLogDrain& drain, const std::string& path) {
+    LogDrain() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+        m_console = ends[0];
         std::string error;
-        ASSERT_TRUE(drain.Open(path, error, m_out)) << error;
+        EXPECT_TRUE(m_drain.Open("/proc/self/fd/" + std::to_string(ends[1]), error, m_out))
+            << error;
+        close(ends[1]);  // the drain has opened it too
+    }
+    ~LogDrain() override {
+        close(m_console);
+        close(m_out);
     }
 
-    void PrintNumbers(size_t lines) {
+    void PrintNumbers(size_t lines) const {
         for (size_t i = 0; i < lines; ++i) {
             std::string line = std::to_string(i);
             line.resize(LINE_SIZE - 1, '.');
@@ -64,15 +43,22 @@ class LogDrain : public testing::Test {
     }
 
     const int m_out = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    int m_console = -1;
+    CLogDrain m_drain;
 };
 
 TEST_F(LogDrain, DropsAndCountsWholeLinesWhileTheConsoleTakesNothing) {
     constexpr size_t LINES = 20000;  // 2 MB, far more than all buffers hold
-    CConsole console;
-    CLogDrain drain;
-    Open(drain, console.Path());
-    PrintNumbers(LINES);  // would not return if a write waited for the console
-    const std::string text = console.ReadAll(drain);
+    PrintNumbers(LINES);             // would not return if a write waited for the console
+    std::string text;
+    std::thread reader([&] {
+        char data[4096];
+        ssize_t size = 0;
+        while ((size = read(m_console, data, sizeof(data))) > 0)
+            text.append(data, static_cast<size_t>(size));
+    });
+    m_drain.Close();
+    reader.join();
     EXPECT_LT(text.size(), 4 * CLogDrain::CAPACITY);
     std::istringstream lines(text);
     size_t next = 0, dropped = 0, reports = 0;
@@ -94,22 +80,18 @@ TEST_F(LogDrain, DropsAndCountsWholeLinesWhileTheConsoleTakesNothing) {
 }
 
 TEST_F(LogDrain, GivesUpAStuckConsoleAndReportsTheRemainingLines) {
-    CConsole console;
-    CLogDrain drain;
-    Open(drain, console.Path());
-    fcntl(console.ends[1], F_SETPIPE_SZ, 4096);
+    fcntl(m_console, F_SETPIPE_SZ, 4096);
     PrintNumbers(600);
-    testing::internal::CaptureStderr();
+    const CLogCapture errors(2);
     const auto begin = std::chrono::steady_clock::now();
-    drain.Close();
+    m_drain.Close();
     const auto time = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(time, CLogDrain::FLUSH_TIME);
     EXPECT_LT(time, CLogDrain::FLUSH_TIME * 5);
     std::string taken(4096, 0);
-    taken.resize(static_cast<size_t>(read(console.ends[0], taken.data(), taken.size())));
+    taken.resize(static_cast<size_t>(read(m_console, taken.data(), taken.size())));
     const auto lines = 600 - std::count(taken.begin(), taken.end(), '\n');
-    EXPECT_EQ("The log ended with " + std::to_string(lines) + " lines unwritten\n",
-              testing::internal::GetCapturedStderr());
+    EXPECT_EQ("The log ended with " + std::to_string(lines) + " lines unwritten\n", errors.Text());
     EXPECT_EQ(1, write(m_out, "x", 1)) << "the descriptor has its earlier destination again";
 }
 
@@ -117,7 +99,7 @@ TEST_F(LogDrain, ReportsWhyItCannotOpen) {
     CLogDrain drain;
     std::string error;
     EXPECT_FALSE(drain.Open("/no/such/folder/log", error, m_out));
-    EXPECT_THAT(error, HasSubstr("/no/such/folder/log: No such file or directory"));
+    EXPECT_THAT(error, testing::HasSubstr("/no/such/folder/log: No such file or directory"));
 }
 
 }  // namespace

@@ -161,17 +161,6 @@ bool CTestClient::PlayInterleaved(bool audio) {
            (!audio || Ok(Setup(1, "RTP/AVP/TCP;unicast;interleaved=2-3"))) && Ok(Play());
 }
 
-bool CTestClient::PlayUdp(CTestSocket* video, CTestSocket* audio) {
-    bool ok = Ok(Describe(m_stream));
-    CTestSocket* sockets[] = {video, audio};
-    for (int id = 0; id < 2 && sockets[id] != nullptr; ++id) {
-        *sockets[id] = CTestSocket::BindUdp();
-        const std::string port = std::to_string(sockets[id]->Port());
-        ok = ok && Ok(Setup(id, "RTP/AVP;unicast;client_port=" + port));
-    }
-    return ok && Ok(Play());
-}
-
 bool Ok(const std::string& reply) {
     return reply.rfind("RTSP/1.0 200 OK\r\n", 0) == 0;
 }

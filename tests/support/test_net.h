@@ -76,11 +76,8 @@ class CTestClient {
     std::string Play() { return Ask("PLAY", Url()); }
     int Cseq() const { return m_cseq; }
 
-    // Sends DESCRIBE, SETUP of the streams over one transport, and PLAY. Returns whether all
-    // replies were 200.
+    // Sends DESCRIBE, SETUP of the streams, and PLAY. Returns whether all replies were 200.
     bool PlayInterleaved(bool audio = true);
-    // Over UDP; the arguments become the sockets on which the media arrive.
-    bool PlayUdp(CTestSocket* video, CTestSocket* audio = nullptr);
 
     std::string m_stream = "main";
 
