@@ -280,7 +280,9 @@ TEST_F(CFaultTest, PeersThatTakeNoMedia) {
             EXPECT_TRUE(udp.Gets(PushRun(40, 1400)));
         }
         EXPECT_EQ(log.Count(over), 1);
-        EXPECT_EQ(log.Count(" send failed,nLen="), 21);
+        // Over separate TCP a whole push may end an earlier run of short ones.
+        EXPECT_GE(log.Count(" send failed,nLen="), 21);
+        EXPECT_TRUE(!isInterleaved || log.Count(" send failed,nLen=") == 21);
         EXPECT_EQ(log.Has("remain bufsize="), isInterleaved);
         EXPECT_TRUE(log.WaitFor(" exit\n"));
         EXPECT_FALSE(log.Has("Recvn ,nRecvlen")) << "the end is no receive error";
