@@ -101,12 +101,12 @@ class Process:
     def wait(self):
         return self.process.wait(left())
 
-    def end(self, seconds=3):
+    def end(self):
         """Ctrl-C, which reaches the whole process group. The program ends soon, with 0."""
         begin = time.monotonic()
         os.killpg(self.process.pid, signal.SIGINT)
         code, took = self.wait(), time.monotonic() - begin
-        check(code == 0 and took <= seconds, f"{self.name} ended with {code} after {took:.1f} s")
+        check(code == 0 and took <= 3, f"{self.name} ended with {code} after {took:.1f} s")
 
     def kill(self):
         with contextlib.suppress(ProcessLookupError):

@@ -27,9 +27,9 @@ def start(live_host, *arguments, host_arguments=(), **options):
     return host, Relay(host.url(), *arguments, **options)
 
 
-def wait_for_segments(relay, count=2, seconds=15, known=()):
+def wait_for_segments(relay, count=2, known=()):
     """Waits until the playlist has so many segments that are not known."""
-    wait_until(lambda: len(set(relay.segments()) - set(known)) >= count, seconds, "segments")
+    wait_until(lambda: len(set(relay.segments()) - set(known)) >= count, 20, "segments")
 
 
 def live_files():
@@ -38,14 +38,14 @@ def live_files():
 
 def check_children_gone(process):
     search = ["pgrep", "-r", "R,S,D,T", "-s", str(process.process.pid)]
-    wait_until(lambda: subprocess.call(search, stdout=subprocess.DEVNULL) == 1, 2,
+    wait_until(lambda: subprocess.call(search, stdout=subprocess.DEVNULL) == 1, 5,
                "no process is left")
 
 
 def serves(live_host):
     """Types, cache headers, segments of one second, unchanged pictures, one client, Ctrl-C."""
     host, relay = start(live_host, host_arguments=["--no-cue", "--audio", SOUND])
-    wait_for_segments(relay, seconds=5)
+    wait_for_segments(relay)
     for path, line in (("", "200 text/html; charset=utf-8 no-cache"),
                        ("page.js", "200 text/javascript no-cache"),
                        ("live/stream.m3u8", "200 application/vnd.apple.mpegurl no-cache"),
@@ -73,7 +73,7 @@ def serves(live_host):
         check(len(names) <= KEPT + 4, f"the disk fills: {names}")  # one of each kind being written
         time.sleep(0.1)
     check(host.output().count("now has") == 1, "the server has seen more than one client")
-    relay.end(1.5)
+    relay.end()
     check_children_gone(relay)
     check(not glob.glob("relay.*/"), "it leaves files")
 
@@ -90,7 +90,7 @@ def ffmpeg_dies(live_host):
         os.kill(ffmpeg, signal.SIGKILL)
         wait_until(lambda old=ffmpeg: relay.children("ffmpeg") not in ([], [old]), 10, "a new one")
         pauses.append(time.monotonic() - killed)
-        check(expected <= pauses[-1] < expected + 1.5, f"pauses of {pauses} s")
+        check(expected <= pauses[-1] < expected + 5, f"pauses of {pauses} s")
     wait_for_segments(relay, 1, known=known)
     runs = {name.split("-")[0] for name in live_files() if "-" in name}
     check(len(runs) == 1, f"files of runs {runs}")
@@ -113,7 +113,7 @@ def late_key_frame(live_host):
     host = Host([live_host], "--video", "clip.h264", "--no-cue")
     time.sleep(0.3)  # the first key frame is gone
     relay = Relay(host.url())
-    wait_for_segments(relay, 1, 20)
+    wait_for_segments(relay, 1)
     check("ffmpeg has ended" not in relay.output(), "ffmpeg gave up")
     playlist = relay.get("live/stream.m3u8")[1]
     check(b"#EXT-X-TARGETDURATION:8" in playlist, playlist)
