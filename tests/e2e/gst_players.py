@@ -98,6 +98,7 @@ class Client:
 
     def packet(self):
         """Returns the next RTP packet; empty at the end of the connection."""
+        check(left() > 1, "the client still plays at the deadline")
         head = self.stream.read(4)
         return self.stream.read(int.from_bytes(head[2:], "big")) if len(head) == 4 else b""
 
@@ -185,7 +186,7 @@ def restart(program):
     host.wait_for("chan1 main: no packets for 5 s; next try in 1 s")
     Process("camera again", camera)
     gap = 0
-    while gap < 3 and left() > 1 and (packet := client.packet()):
+    while gap < 3 and (packet := client.packet()):
         step = int.from_bytes(packet[2:4], "big") - int.from_bytes(last[2:4], "big")
         check(step % 2**16 == 1, f"a sequence number is {step} after the last one")
         ticks = int.from_bytes(packet[4:8], "big") - int.from_bytes(last[4:8], "big")
