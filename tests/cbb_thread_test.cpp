@@ -26,29 +26,23 @@ void* Look(void* pParam) {
     return pParam;
 }
 
+// Whether a thread was created. It has to run with the ordinary policy and to be joined.
+bool IsCreated(uint32_t stack, int priority, int policy) {
+    TSeen seen;
+    const CBB_HANDLE thread = CBB_Thread_Create(Look, &seen, stack, 1, priority, policy);
+    const bool isCreated = thread != CBB_INVALID_HANDLE;
+    EXPECT_EQ(CBB_Thread_Wait(thread), isCreated ? 0 : -1);
+    EXPECT_EQ(seen.self, thread);
+    EXPECT_EQ(seen.policy, isCreated ? SCHED_OTHER : -1);
+    return isCreated;
+}
+
 TEST(CbbThread, CreatesAndJoins) {
-    const struct {
-        const char* why;
-        uint32_t stack;
-        int priority, policy;
-        bool isCreated;
-    } rows[] = {
-        {"defaults", 0, 0, SCHED_OTHER, true},
-        {"scheduling is inherited, so it needs no privilege", 131072, 50, SCHED_RR, true},
-        {"a priority without its policy", 0, 50, SCHED_OTHER, false},
-        {"a policy without its priority", 0, 0, SCHED_RR, false},
-        {"a stack too small", 1, 0, SCHED_OTHER, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        TSeen seen;
-        const CBB_HANDLE thread =
-            CBB_Thread_Create(Look, &seen, row.stack, 1, row.priority, row.policy);
-        ASSERT_EQ(thread != CBB_INVALID_HANDLE, row.isCreated);
-        EXPECT_EQ(CBB_Thread_Wait(thread), row.isCreated ? 0 : -1);
-        EXPECT_EQ(seen.self, thread);
-        EXPECT_EQ(seen.policy, row.isCreated ? SCHED_OTHER : -1);
-    }
+    EXPECT_TRUE(IsCreated(0, 0, SCHED_OTHER));
+    EXPECT_TRUE(IsCreated(131072, 50, SCHED_RR)) << "inherited, so it needs no privilege";
+    EXPECT_FALSE(IsCreated(0, 50, SCHED_OTHER)) << "a priority without its policy";
+    EXPECT_FALSE(IsCreated(0, 0, SCHED_RR)) << "a policy without its priority";
+    EXPECT_FALSE(IsCreated(1, 0, SCHED_OTHER)) << "a stack too small";
     EXPECT_EQ(CBB_Thread_Wait(CBB_Thread_GetSelfId()), -1) << "a thread that joins itself";
 }
 

@@ -11,27 +11,24 @@
 
 namespace {
 
+std::string Printed(int level, bool debug, size_t length = 4) {
+    const CLogCapture out;
+    const std::string text = std::string(length, 'x') + "\n";
+    CDebugInfo::Instance()->SetDebugSwitch(debug);
+    CDebugInfo::Instance()->OutputDebugInfo(level, "%s", text.c_str());
+    return out.Text();
+}
+
 TEST(DebugInfo, LevelAndSwitchDecideWhatIsPrinted) {
-    const struct {
-        int level;
-        bool debug;
-        std::string label;  // empty: nothing is printed
-    } rows[] = {{1, false, "[RTSPS ERROR]"},
-                {2, false, "[RTSPS CRIT]"},
-                {3, false, "[RTSPS WARN]"},
-                {4, true, "[RTSPS INFO]"},
-                {4, false, ""},
-                {0, true, ""},
-                {5, true, ""}};
-    for (const auto& row : rows) {
-        CDebugInfo::Instance()->SetDebugSwitch(row.debug);
-        for (const size_t length : {1U, 1009U, 1010U}) {
-            const CLogCapture out;
-            const std::string text = std::string(length, 'x') + "\n";
-            CDebugInfo::Instance()->OutputDebugInfo(row.level, "%s", text.c_str());
-            EXPECT_EQ(out.Text(), row.label.empty() ? "" : (row.label + text).substr(0, 1022));
-        }
+    EXPECT_EQ(Printed(1, false), "[RTSPS ERROR]xxxx\n");
+    EXPECT_EQ(Printed(2, false), "[RTSPS CRIT]xxxx\n");
+    EXPECT_EQ(Printed(3, false), "[RTSPS WARN]xxxx\n");
+    EXPECT_EQ(Printed(4, true), "[RTSPS INFO]xxxx\n");
+    for (const int silent : {0, 4, 5}) {
+        EXPECT_EQ(Printed(silent, silent != 4), "") << silent;
     }
+    EXPECT_EQ(Printed(1, false, 1008).size(), 1022U) << "the longest line";
+    EXPECT_EQ(Printed(1, false, 1009), "[RTSPS ERROR]" + std::string(1009, 'x')) << "is cut";
 }
 
 // Hosts read the error number of a failed Start after its log lines.

@@ -29,12 +29,6 @@ class CUdpTransmitterTest : public ::testing::Test {
                               {m_info.dwRtpSSRC, CUnitStamp::LEFT_ALONE, 0}, 0);
         return m_transmitter.SendBurst(burst).nBytes;
     }
-    static bool KernelSegments() {
-        const int off = 0;
-        return setsockopt(CTestSocket::BindUdp().Fd(), IPPROTO_UDP, UDP_SEGMENT, &off,
-                          sizeof(off)) == 0;
-    }
-
     static constexpr int UNIT = 116;
     CLogCapture m_dump{2};  // the addresses in hexadecimal
     CTestSocket m_peer = CTestSocket::BindUdp();
@@ -77,7 +71,8 @@ TEST_F(CUdpTransmitterTest, AsksForALargeSendBuffer) {
 // Sent one by one, the second packet would meet the refusal of the first. So once a client has
 // refused, a single packet goes ahead of every burst.
 TEST_F(CUdpTransmitterTest, AfterARefusalASinglePacketGoesAheadOfEveryBurst) {
-    if (!KernelSegments()) {
+    const int off = 0;
+    if (setsockopt(m_peer.Fd(), IPPROTO_UDP, UDP_SEGMENT, &off, sizeof(off)) != 0) {
         GTEST_SKIP() << "this kernel does not segment UDP";
     }
     const uint16_t port = m_peer.Port();
