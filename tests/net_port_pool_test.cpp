@@ -36,6 +36,7 @@ TEST(NetPortPool, FillsFromItsRange) {
 
 TEST(NetPortPool, RefusesRangesThatWouldNeverEnd) {
     EXPECT_EQ(CNet_PortPool::create_new(30001, 65535), nullptr);
+    EXPECT_EQ(CNet_PortPool::create_new(65535, 65535), nullptr);
     EXPECT_EQ(CNet_PortPool::create_new(30000, 65534), nullptr);
 }
 
