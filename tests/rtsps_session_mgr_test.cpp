@@ -4,10 +4,12 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <thread>
 
+#include "support/fake_clock.h"
 #include "support/session_probe.h"
 #include "support/trans_info.h"
 
@@ -33,14 +35,9 @@ bool IsKnown(uint32_t id) {
 TEST(SessionManager, TheLastReferenceDestroysASession) {
     using Step = std::function<void()>;
     CRtspSession* session = nullptr;
-    CSessionList all;
     const Step take = [&] { EXPECT_EQ(Manager().getSession(7), session); };
-    const Step takeAll = [&] { all = Manager().getSession(); };
-    const Step give = [&] { Manager().releaseSession(7); };
-    const Step giveByPointer = [&] { Manager().releaseSession(session); };
-    const Step giveAll = [&] { Manager().releaseSession(all); };
+    const Step give = [&] { Manager().releaseSession(session); };
     const Step drop = [&] { Manager().closeSession(7); };
-    const Step dropAll = [&] { Manager().closeSession(all); };
     const Step close = [&] { EXPECT_EQ(Manager().Close(7U), 0); };
     const Step closeAll = [&] { EXPECT_EQ(Manager().Close(), 0); };
     const Step sweep = [&] { Manager().DelExceptionSession(); };
@@ -50,10 +47,7 @@ TEST(SessionManager, TheLastReferenceDestroysASession) {
         Step end;                // destroys it
     } rows[] = {
         {"a sweep leaves a running session", {sweep}, drop},
-        {"closed by its id", {}, close},
-        {"closed with all", {}, closeAll},
-        {"a snapshot holds it", {takeAll, dropAll}, giveAll},
-        {"two callers hold it", {take, take, drop, giveByPointer}, giveByPointer},
+        {"two callers hold it", {take, take, drop, give}, give},
         {"closed while a caller holds it", {take, close}, give},
         {"closed with all while a caller holds it", {take, closeAll}, give},
         {"the registry's reference goes once", {take, drop, drop, close, sweep}, give},
@@ -67,17 +61,30 @@ TEST(SessionManager, TheLastReferenceDestroysASession) {
         }
         EXPECT_TRUE(IsKnown(7));
         row.end();
-        EXPECT_FALSE(IsKnown(7));
+        drop();
+        EXPECT_EQ(Manager().Close(7U), -1) << "it is gone";
     }
 }
 
-TEST(SessionManager, UnknownIdsChangeNothing) {
+TEST(SessionManager, IdsComeFromTheMicrosecondsOfTheClock) {
+    const CFakeClock clock(1, 5);
+    srandom(5);
+    const auto high = static_cast<uint32_t>(random());
+    srandom(6);
+    const auto low = static_cast<uint32_t>(random());
+    EXPECT_EQ(Manager().GenerateSessionId(), (high & ~0xFU) | (low & 0xFU));
+}
+
+TEST(SessionManager, FileDataKeepsAClientsPlaceForGood) {
+    ASSERT_EQ(Manager().AddSession(MakeSession(7)), 0);
+    EXPECT_EQ(RTSPServer_SendFileStream(8, nullptr, 0), -1);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(RTSPServer_SendFileStream(7, nullptr, 0), 0);
+    }
+    RTSPServer_Stop();
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 1U) << "of " << Manager().GetMaxsessionNums();
     Manager().releaseSession(7);
-    Manager().closeSession(7);
-    EXPECT_EQ(Manager().Close(7U), -1);
-    EXPECT_EQ(Manager().Close(), 0);
-    Manager().DelExceptionSession();
-    EXPECT_EQ(Manager().GetCurrSessionNums(), 0U);
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 0U) << "one reference for all calls";
 }
 
 // 128 registered sessions, with falling ids.
@@ -122,13 +129,17 @@ TEST_F(CFullRegistry, Refuses128MoreAndFreesThemWhenTheyHaveEnded) {
 }
 
 // A session whose host is still inside the event function cannot be destroyed yet.
-TEST_F(CFullRegistry, WaitsAMomentForASessionThatIsAboutToEnd) {
+TEST_F(CFullRegistry, WaitsOnlyAMomentForASessionThatIsAboutToEnd) {
     static std::atomic<bool> isInside;
-    isInside = false;
+    static std::atomic<bool> hasRefused;
+    isInside = hasRefused = false;
     Manager().SetEventCallBack(
         [](int32_t event, int32_t, void*, int32_t, void*) {
-            isInside = event == RTSPS_EVENT_CLOSED;
-            CBB_Sleep(event == RTSPS_EVENT_CLOSED ? 20 : 0);
+            if (event == RTSPS_EVENT_CLOSED) {
+                isInside = true;
+                WaitUntil([] { return hasRefused.load(); });
+                CBB_Sleep(20);
+            }
         },
         nullptr);
     EXPECT_EQ(Manager().Close(HIGHEST), 0);
@@ -140,7 +151,11 @@ TEST_F(CFullRegistry, WaitsAMomentForASessionThatIsAboutToEnd) {
     EXPECT_EQ(Manager().AddSession(leaving), 0);
     connection.client.Reset();
     ASSERT_TRUE(WaitUntil([] { return isInside.load(); }));
-    EXPECT_EQ(Manager().AddSession(MakeSession(8)), 0);
+    CRtspSession* refused = MakeSession(9);
+    EXPECT_EQ(Manager().AddSession(refused), -1) << "the host stays in its function";
+    End(refused);
+    hasRefused = true;
+    EXPECT_EQ(Manager().AddSession(MakeSession(8)), 0) << "the host returns";
     EXPECT_FALSE(IsKnown(7));
     Manager().SetEventCallBack(nullptr, nullptr);
 }
@@ -158,12 +173,11 @@ TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing)
     for (int i = 0; i < 4; ++i) {
         EXPECT_TRUE(Ok(refused.emplace_back(m_port, CPlayer::UDP).reply));
     }
-    const auto leave = [&] { refused.pop_back(); };
-    leave();
+    refused.pop_back();
     EXPECT_TRUE(m_log.WaitFor(" exit\n")) << "one ends well before Stop,";
-    leave();  // one at about the same time,
+    refused.pop_back();  // one at about the same time,
     RTSPServer_Stop();
-    leave();  // one after it,
+    refused.pop_back();  // one after it,
     EXPECT_NE(refused.back().Ask("HEARTBEAT", "*"), "") << "and one is still served";
     RTSPServer_Start();
     RTSPServer_Stop();
@@ -183,6 +197,7 @@ TEST_F(CSessionManagerServerTest, SetupTakesThePortsOfEndedSessions) {
     }
     EXPECT_EQ(m_log.Count("borrow_data_port"), 0);
     CPlayer viewer(m_port, CPlayer::UDP);
+    EXPECT_EQ(Manager().GetCurrSessionNums(), 1U) << "the ended ones are closed";
     CTestClient other(m_port);
     other.Describe();
     EXPECT_EQ(other.Setup(0, "RTP/AVP;unicast;client_port=6000").substr(0, 12), "RTSP/1.0 500");
@@ -215,22 +230,6 @@ TEST_F(CSessionManagerServerTest, SweepsOfSetupsAndStopDoNotBlockEachOther) {
         }
     }
     EXPECT_TRUE(m_log.Has("borrow_data_port")) << "the pool was empty at times";
-}
-
-TEST_F(CSessionManagerServerTest, FileDataKeepsAClientsPlaceForGood) {
-    StartServer();
-    CTestClient client(m_port);
-    ASSERT_TRUE(client.PlayInterleaved());
-    const CSessionList sessions = Manager().getSession();
-    const auto id = static_cast<int>(sessions.begin()->dwSessionId);
-    Manager().releaseSession(sessions);
-    EXPECT_EQ(RTSPServer_SendFileStream(id + 1, nullptr, 0), -1);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(RTSPServer_SendFileStream(id, nullptr, 0), 0);
-    }
-    RTSPServer_Stop();
-    EXPECT_EQ(Manager().GetCurrSessionNums(), 1U) << "of " << Manager().GetMaxsessionNums();
-    client.Socket().Reset();
 }
 
 }  // namespace
