@@ -74,6 +74,7 @@ class CEventTest : public CLoggedServerTest {
 };
 
 TEST_F(CEventTest, OneClientFromConnectToClose) {
+    const auto start = std::chrono::steady_clock::now();
     Start();
     const Bytes video = MakeRun({96, 1, 0, 100, 1}, 3);
     const Bytes audio = MakeUnit({8, 1, 0, 160, 1});
@@ -103,6 +104,8 @@ TEST_F(CEventTest, OneClientFromConnectToClose) {
     EXPECT_EQ(heard[3].info.dwMedia, static_cast<uint32_t>(RTSPS_MEDIA_AUDIO));
     EXPECT_EQ(heard[3].info.dwTransport, static_cast<uint32_t>(RTSPS_TRANSPORT_UDP));
     const TRtspServerEventInfo& closed = heard.back().info;
+    EXPECT_LE(std::chrono::milliseconds(closed.qwConnectedMs),
+              std::chrono::steady_clock::now() - start + std::chrono::milliseconds(1));
     EXPECT_EQ(closed.dwReason, static_cast<uint32_t>(RTSPS_CLOSE_TEARDOWN));
     EXPECT_EQ(closed.stuTotals.qwVideoPackets, 3U);
     EXPECT_EQ(closed.stuTotals.qwVideoBytes, video.size() - 3 * 4);

@@ -46,6 +46,8 @@ TEST_F(CListenerTest, ConnectionsGetTheirOptions) {
     const int fd = std::stoi(text.substr(text.find("ConnectFD [") + 11));
     const CTestSocket model(socket(AF_INET, SOCK_STREAM, 0));
     CBB_SetBuffSize(model.Fd(), 1048576, 262144);
+    CRtspListener listener;
+    EXPECT_EQ(listener.Open(FreeTcpPort()), 0);
     const struct {
         int level, name, value;
     } rows[] = {{IPPROTO_TCP, TCP_KEEPIDLE, 10},
@@ -58,6 +60,8 @@ TEST_F(CListenerTest, ConnectionsGetTheirOptions) {
     for (const auto& row : rows) {
         EXPECT_EQ(Option(fd, row.level, row.name), row.value) << row.level << ", " << row.name;
     }
+    EXPECT_EQ(Option(listener.GetFd(), SOL_SOCKET, SO_SNDBUF), rows[5].value);
+    EXPECT_EQ(listener.Close(), 0);
     EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
 }
@@ -124,8 +128,6 @@ TEST_F(CListenerTest, LackOfDescriptorsIsSurvived) {
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit full{static_cast<rlim_t>(CTestSocket(dup(0)).Fd()), limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &full);
-    CRtspListener listener;
-    EXPECT_EQ(listener.Open(m_port), -1);
     // The failed accept sweeps the ended session, and the client gets its descriptor.
     ASSERT_TRUE(next.Socket().Connect(m_port));
     EXPECT_NE(next.Ask("OPTIONS", "*"), "");
