@@ -45,26 +45,12 @@ TEST_F(CServerObjectTest, FirstInitDecidesAndEachNeedsItsRelease) {
 
 TEST_F(CServerObjectTest, FailedStartLeavesNothingAndCanBeRepeated) {
     EXPECT_EQ(RTSPServer_Stop(), 0) << "never started";
-    CTestSocket taken = CTestSocket::ListenTcp(m_port);
-    const struct {
-        const char* why;
-        int32_t maxPort;
-        std::string lines;
-    } rows[] = {
-        {"a range that never ends", 65536 + 65535, "E CNet_PortPool::create_new "},
-        {"the port is taken", m_para.nMinPort,
-         "E bind " + std::to_string(m_port) + " failed,errno 98|E m_pListener open error"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        m_para.nMaxPort = row.maxPort;
-        Init();
-        EXPECT_EQ(RTSPServer_Start(), -1);
-        EXPECT_TRUE(m_log.HasLines(row.lines));
-        EXPECT_EQ(Server()->FreeDataPorts(), 0U) << "the pool is gone";
-        RTSPServer_Release();
-    }
-    taken.Reset();
+    m_para.nMaxPort = 65536 + 65535;  // a range that never ends
+    Init();
+    EXPECT_EQ(RTSPServer_Start(), -1);
+    EXPECT_TRUE(m_log.HasLines("E CNet_PortPool::create_new "));
+    RTSPServer_Release();
+    m_para.nMaxPort = m_para.nMinPort;
     StartServer();
     EXPECT_EQ(Server()->FreeDataPorts(), 1U);
 }
@@ -144,21 +130,6 @@ TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
             exit(HasFailure() ? 1 : 0);  // like a return from main, runs the destructors
         },
         testing::ExitedWithCode(0), "");
-}
-
-TEST_F(CServerObjectTest, AnyChannelNumberHasThreeStreams) {
-    StartServer();
-    TRtspServerStreamInfo info = MakeStreamInfo();
-    const char* const streams[] = {"main", "sub", "third"};
-    for (const int channel : {0, 2147483647}) {
-        for (int stream = RTSPS_STREAM_MAIN; stream <= RTSPS_STREAM_THIRD; ++stream) {
-            const std::string url =
-                "rtsp://127.0.0.1/chan" + std::to_string(channel) + "/" + streams[stream];
-            EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "404") << url;
-            EXPECT_EQ(RTSPServer_SetStreamInfo(channel, stream, &info), 0);
-            EXPECT_EQ(CTestClient(m_port).Ask("DESCRIBE", url).substr(9, 3), "200") << url;
-        }
-    }
 }
 
 }  // namespace

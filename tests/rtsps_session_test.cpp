@@ -7,8 +7,6 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 
-#include <functional>
-
 #include "rtsp_msg.h"
 #include "rtsps_server.h"
 #include "support/session_probe.h"
@@ -159,29 +157,18 @@ TEST(Session, OpenNeedsTheClientsAddress) {
 TEST(Session, ReportsAndRequestsShareSegments) {
     const std::string report = Frame(1, 48, 52);
     const std::string empty = Frame(1, 0, 4);
-    using Pieces = std::vector<std::string>;
     const struct {
         const char* why;
-        std::function<Pieces(const std::string& request, size_t round)> pieces;
+        std::string before, after;  // the request
+        bool cutsBefore = false, cutsAfter = false;
     } rows[] = {
-        {"a report before a request",
-         [&](auto& request, size_t) { return Pieces{report + request}; }},
-        {"a request before a report",
-         [&](auto& request, size_t) { return Pieces{request + report}; }},
-        {"two reports before a request",
-         [&](auto& request, size_t) { return Pieces{report + report + request}; }},
-        {"a request between two reports",
-         [&](auto& request, size_t) { return Pieces{report + request + report}; }},
-        {"reports without content",
-         [&](auto& request, size_t) { return Pieces{empty + request + empty}; }},
-        {"a report cut anywhere, its end with a request",
-         [&](auto& request, size_t round) {
-             return Pieces{report.substr(0, round), report.substr(round) + request};
-         }},
-        {"a report cut anywhere, its beginning with a request",
-         [&](auto& request, size_t round) {
-             return Pieces{request + report.substr(0, round), report.substr(round)};
-         }},
+        {"a report before a request", report, ""},
+        {"a request before a report", "", report},
+        {"two reports before a request", report + report, ""},
+        {"a request between two reports", report, report},
+        {"reports without content", empty, empty},
+        {"a report cut anywhere, its end with a request", report, "", true},
+        {"a report cut anywhere, its beginning with a request", "", report, false, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -189,9 +176,12 @@ TEST(Session, ReportsAndRequestsShareSegments) {
         EXPECT_EQ(s.session.Open(s.fd, &s.addr), 0);
         for (size_t round = 1; round < report.size(); ++round) {
             const std::string cseq = std::to_string(round);
-            for (const std::string& piece : row.pieces(Request("HEARTBEAT", "", cseq), round)) {
-                s.SendPiece(piece);
-            }
+            const size_t begin = row.cutsBefore ? round : 0;
+            const size_t end = row.cutsAfter ? round : row.after.size();
+            s.SendPiece(row.before.substr(0, begin));
+            s.SendPiece(row.before.substr(begin) + Request("HEARTBEAT", "", cseq) +
+                        row.after.substr(0, end));
+            s.SendPiece(row.after.substr(end));
             const std::string reply = "RTSP/1.0 200 OK\r\nCSeq: " + cseq + "\r\n\r\n";
             ASSERT_EQ(s.client.ReceiveExactly(reply.size(), 1000), reply);
         }
@@ -255,8 +245,6 @@ TEST(Session, AuthenticationIsCheckedOnDemand) {
         {"PLAY ends it", "PLAY", RTSP_SETUP, "", digest, failed, -1, 2},
         {"PAUSE ends it", "PAUSE", RTSP_PLAY, "", basic, failed, -1},
         {"any credentials are accepted", "PAUSE", RTSP_PLAY, CREDENTIALS, PAUSED},
-        {"HEARTBEAT needs none", "HEARTBEAT", RTSP_UNKNOWN, "", Status("200 OK")},
-        {"TEARDOWN needs none", "TEARDOWN", RTSP_PLAY, "", TORN_DOWN},
     };
     for (const CCheckRow& row : rows) {
         ExpectCheck(row, false);

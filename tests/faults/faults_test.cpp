@@ -99,7 +99,8 @@ TEST_F(CFaultTest, StartsThatFail) {
         int error;
         std::string line;
     } rows[] = {{SOCKET, EMFILE, "E CreateSocket failed "},
-                {BIND, EACCES, "E bind " + std::to_string(m_port) + " failed,errno 13"},
+                {BIND, EACCES,
+                 "E bind " + std::to_string(m_port) + " failed,errno 13|E m_pListener open error"},
                 {LISTEN, EADDRINUSE, "E Listen failed "},
                 {THREAD, EAGAIN, "E create data thread failed "},
                 {NEW, ENOMEM, "E new(std::nothrow) CRtspListener failed "}};
@@ -111,6 +112,7 @@ TEST_F(CFaultTest, StartsThatFail) {
         EXPECT_EQ(RTSPServer_Start(), -1);
         EXPECT_TRUE(log.HasLines(row.line));
         EXPECT_EQ(CountDescriptors(), m_descriptorsBefore + 2) << "the log's two, " << row.line;
+        EXPECT_EQ(CRtspServer::Instance()->FreeDataPorts(), 0U) << "the pool is gone";
     }
     EXPECT_EQ(RTSPServer_Start(), 0);
 }
