@@ -90,6 +90,8 @@ TEST(CbbAddr, PrintsAddressesThatFit) {
     EXPECT_STREQ(CBB_InetNtop(AF_INET6, addr, out, 11), "1:0:0:2::3") << "exactly the size";
     ASSERT_EQ(inet_pton(AF_INET6, "1::2:0:0:3:4", addr), 1);
     EXPECT_STREQ(CBB_InetNtop(AF_INET6, addr, out, 64), "1::2:0:0:3:4") << "the first of two gaps";
+    ASSERT_EQ(inet_pton(AF_INET6, "::fffe:1:2", addr), 1);
+    EXPECT_STREQ(CBB_InetNtop(AF_INET6, addr, out, 64), "::fffe:1:2") << "not an embedded IPv4";
 }
 
 TEST(CbbAddr, RecordsOfOneFamilyAreNotReadAsTheOther) {

@@ -56,17 +56,33 @@ TEST(McastTransmitter, SendsDatagramsToTheGroup) {
         receiver.Receive(100, 1000) != "probe") {
         GTEST_SKIP() << "no multicast on the loopback interface: " << strerror(errno);
     }
-    info.serverAddr = MakeAddr("::ffff:127.0.0.1", 0);  // the fuzz target uses plain IPv4
     CMcastTransmitter transmitter(MCAST_MODE);
-    ASSERT_EQ(transmitter.open(&info), 0);
-    EXPECT_EQ(Send(transmitter, "$abcpacket"), 10);
-    EXPECT_EQ(receiver.Receive(), "packet");
     int ttl = 0;
     socklen_t size = sizeof(ttl);
-    getsockopt(transmitter.GetHandle(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, &size);
-    EXPECT_EQ(ttl, 127);
-    EXPECT_EQ(transmitter.Close(), 0);
-    EXPECT_EQ(transmitter.GetHandle(), -1);
+    for (const char* local : {"127.0.0.1", "::ffff:127.0.0.1"}) {
+        info.serverAddr = MakeAddr(local, 0);
+        ASSERT_EQ(transmitter.open(&info), 0) << local;
+        EXPECT_EQ(Send(transmitter, "$abcpacket"), 10);
+        EXPECT_EQ(receiver.Receive(), "packet");
+        getsockopt(transmitter.GetHandle(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, &size);
+        EXPECT_EQ(ttl, 127);
+        EXPECT_EQ(transmitter.Close(), 0);
+        EXPECT_EQ(transmitter.GetHandle(), -1);
+    }
+}
+
+TEST(McastTransmitter, LimitsTheHopsToAnIpv6Group) {
+    TRANS_INFO info = MakeTransInfo(MCAST_MODE);
+    info.serverAddr = MakeAddr("::1", 0);
+    info.clientAddr = MakeAddr("ff01::1", 9);
+    CMcastTransmitter transmitter(MCAST_MODE);
+    if (transmitter.open(&info) != 0) {
+        GTEST_SKIP() << "no IPv6 multicast on this machine: " << strerror(errno);
+    }
+    int hops = 0;
+    socklen_t size = sizeof(hops);
+    getsockopt(transmitter.GetHandle(), IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, &size);
+    EXPECT_EQ(hops, 127);
 }
 
 }  // namespace

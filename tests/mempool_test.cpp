@@ -41,6 +41,9 @@ TEST(MemPool, RefusesWithATextAndChangesNothing) {
     EXPECT_EQ(twoPieces(0xFFFFFFFF, 0xFFFFFFFF), "there is no space,dwDataLen = 4294967294");
     EXPECT_EQ(twoPieces(0xFFFFFFFF, 1), "there is no space,dwDataLen = 0") << "wraps to 0";
     EXPECT_EQ(pool.GetSpace(), 1000U);
+    EXPECT_TRUE(pool.Init(1000, 500)) << "again: the first block is freed";
+    const CLogCapture log;
+    EXPECT_FALSE(CMemPool().InputData(p, 1)) << "before Init";
 }
 
 // Kept: the append of one piece returns to the front of the ring later than the other appends, and

@@ -16,6 +16,11 @@ TEST(MimeScanner, WithoutAStoreAFoldedTokenKeepsItsFirstLine) {
     EXPECT_EQ(stream.offset(), 7) << "the other lines are read too";
 }
 
+TEST(MimeScanner, ALineEndIsNoWord) {
+    CMimeStream stream("\n", 1);
+    EXPECT_FALSE(CMimeScanner(stream).next_token(nullptr).hasValue());
+}
+
 TEST(MimeFoldStore, TakesExactlyItsRoom) {
     CMimeFoldStore store;
     EXPECT_FALSE(store.Append("a", 1)) << "nothing is reserved";
@@ -38,7 +43,8 @@ TEST(MimeStream, StaysWithinItsBytes) {
     stream.back('x');
     EXPECT_EQ(stream.read(), 255) << "bytes are not negative; nothing to step back to";
     EXPECT_EQ(stream.read(out, -1), 0);
-    EXPECT_EQ(stream.read(out, 8), 2);
+    EXPECT_EQ(stream.read(out, 1), 1);
+    EXPECT_EQ(stream.read(out + 1, 7), 1);
     EXPECT_STREQ(out, "bc");
     EXPECT_EQ(stream.read(), -1);
     EXPECT_EQ(CMimeStream("x", -5).length(), 0);

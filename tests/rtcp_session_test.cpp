@@ -64,6 +64,7 @@ TEST(RtcpSession, ReportBytes) {
         EXPECT_EQ(session.send_sr(0), 0);
         EXPECT_EQ(row.mode == UDP_MODE ? udp.Receive() : connection.ReadAll(), row.expected);
         EXPECT_EQ(session.close(), 0);
+        EXPECT_EQ(session.GetTransmitter(), nullptr);
     }
     EXPECT_EQ(udp.Receive(100, 0) + connection.ReadAll(), "");
 }

@@ -20,6 +20,8 @@ TEST(RtpPacket, PacksAHeader) {
     EXPECT_EQ(buf, expected);
     EXPECT_EQ(param.sequence, 0);
     EXPECT_EQ(CRtpPacket(&buf[1], 0x7FFFFFFF).pack(&param), nullptr);
+    EXPECT_EQ(CRtpPacket(&buf[1], -1).pack(&param), nullptr);
+    EXPECT_EQ(CRtpPacket(&buf[1], 0).pack(nullptr), nullptr);
 }
 
 }  // namespace

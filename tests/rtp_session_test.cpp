@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "rtsps_debug.h"
 #include "support/fake_clock.h"
 #include "support/log_capture.h"
 #include "support/trans_info.h"
@@ -71,6 +72,12 @@ TEST(RtpSession, WithoutAUsableTransmitterNothingIsSent) {
     EXPECT_TRUE(log.HasLines("E m_pTransmitter status mode [4]!!"));
     EXPECT_EQ(interleaved.session.open(&interleaved.info), -1);  // a second time
     EXPECT_TRUE(log.HasLines("E m_pTransmitter != NULL, mode [4]|W error inittransmitter !"));
+    interleaved.session.close();
+    EXPECT_EQ(interleaved.session.GetTransmitter(), nullptr);
+    CDebugInfo::Instance()->SetDebugSwitch(true);
+    EXPECT_EQ(interleaved.session.open(&interleaved.info), 0);
+    CDebugInfo::Instance()->SetDebugSwitch(false);
+    EXPECT_TRUE(log.HasLines("I rtcp create_new OK == [4]")) << "kept: it is never opened";
     EXPECT_EQ(CRtpSession(NON_MODE).open(&interleaved.info), -1);
     EXPECT_TRUE(log.HasLines("E Unsupported! mode! [0]|E Error m_pTransmitter == NULL! mode! [0]"));
 }

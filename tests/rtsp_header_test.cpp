@@ -58,10 +58,14 @@ TEST(RtspHeader, OwnsItsValues) {
 }
 
 TEST(RtspHeader, RangesKeepTheirTimes) {
-    const CRtspRangeValue range(10, 20, TR_CLOCK);
-    EXPECT_EQ(range.Type(), TR_CLOCK);
+    CRtspRangeValue range(10, 20, TR_NPT);
+    EXPECT_EQ(range.Type(), TR_NPT);
     EXPECT_EQ(range.Begin(), 10U);
     EXPECT_EQ(range.End(), 20U);
+    char szText[] = "before";
+    range.remove_parameter("10-20");
+    range.as_string(szText);
+    EXPECT_STREQ(szText, "") << "kept: a range without text erases what the output held";
 }
 
 // Only the first value is read, and the comparison is case-sensitive.
@@ -100,4 +104,7 @@ TEST(RtspTransport, InterleavedChannels) {
     EXPECT_EQ(errors.Text(), "can not find interleaved para! \n");
     EXPECT_EQ(Split<CRtspTransport>("")->GetInterleavedFlag(&nFirst, &nSecond), -1);
     EXPECT_EQ(nFirst + nSecond, 510);
+    EXPECT_EQ(Split<CRtspTransport>("RTP/AVP;interleaved=x")->GetInterleavedFlag(&nFirst, &nSecond),
+              0)
+        << "the parameter exists";
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "rtsp_msg.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -77,6 +78,9 @@ TEST(RtspMsgParser, StartLinesAreWrittenBack) {
     CRtspMsgParser parser;
     EXPECT_EQ(parser.parse(nullptr, 5), nullptr);
     EXPECT_EQ(parser.parse("x", -5), nullptr);
+    const CLogCapture log;
+    EXPECT_EQ(parser.parse("x", 1), nullptr);
+    EXPECT_FALSE(log.Has("pasre parameter error!")) << "a single byte is valid, but no message";
 }
 
 TEST(RtspMsgParser, HeaderBlocksEndAtABlankLine) {
@@ -133,6 +137,7 @@ TEST(RtspMsgParser, BodiesHaveTheLengthThatIsAnnounced) {
     } rows[] = {
         {"incomplete", "Content-length: 10", "1234", REFUSED},
         {"exactly", "Content-length: 10", "12345678901", 10},
+        {"one byte", "Content-length: 1", "b", 1},
         {"the first header counts", "Content-length: 3\r\nContent-length: 9999",
          std::string("a\0b", 3), 3},
         {"a blank at the front", "Content-length: 3", " ab", 3},

@@ -55,6 +55,7 @@ TEST(RtspMsg, TextFormsEndTheBodyAtANul) {
     EXPECT_EQ(out, head + body);
     EXPECT_EQ(response.as_binary(out.data(), nTotal - 1), -1);
     EXPECT_EQ(response.Content(body.data(), -1), -1);
+    EXPECT_EQ(response.Content(nullptr, 1), -1);
     EXPECT_EQ(response.ContentLen(), 10);
 }
 
@@ -157,6 +158,8 @@ TEST(RtspMsg, HeadersAreShownInTheirOrder) {
     }
     EXPECT_EQ(names, "DateRangeBig");
     EXPECT_TRUE(log.Has("show_value [today]\n"));
+    EXPECT_STREQ(response.GetFirstHeader()->Name(), "Date") << "starts again";
     response.Clear();
-    EXPECT_EQ(response.GetFirstHeader(), nullptr);
+    response.AddHeader("First", "again");
+    EXPECT_STREQ(response.GetNextHeader()->Name(), "First");
 }

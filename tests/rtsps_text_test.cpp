@@ -50,9 +50,9 @@ TEST(TextAppender, ClearForgetsTheTextAndTheOverflow) {
 TEST(TextAppender, WritesNothingIntoATextWithoutAnEnd) {
     char text[4] = {'a', 'b', 'c', 'd'};
     CTextAppender appender(text, sizeof(text));
+    EXPECT_TRUE(appender.Overflowed());
     appender.AppendFormat("%d", 1);
     appender.Append("1");
-    EXPECT_TRUE(appender.Overflowed());
     EXPECT_EQ(std::string(text, 4), "abcd");
 }
 

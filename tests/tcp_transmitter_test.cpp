@@ -25,6 +25,16 @@ TEST(TcpTransmitter, KeepsWhatWasSentBeforeItsClientCame) {
     EXPECT_TRUE(client.AtEnd());
 }
 
+TEST(TcpTransmitter, AcceptTakesTheNextClient) {
+    CTestSocket listener = CTestSocket::ListenTcp(0);
+    const CTestSocket client = CTestSocket::ConnectTcp(listener.Port());
+    CTcpTransmitter transmitter(TCP_MODE);
+    transmitter.SetHandle(listener.Take());
+    EXPECT_GT(transmitter.Accept(), 0);
+    EXPECT_EQ(Send(transmitter, "$abcmedia"), 9);
+    EXPECT_EQ(client.Receive(), "$abcmedia");
+}
+
 TEST(TcpTransmitter, WithoutAClientItFillsUpAndThenDrops) {
     const CLogCapture log;
     TRANS_INFO info = MakeTransInfo(TCP_MODE, FreeTcpPort());

@@ -66,6 +66,7 @@ TEST_F(CUdpTransmitterTest, AsksForALargeSendBuffer) {
     CBB_GetBuffSize(model.Fd(), &allowed, nullptr);
     CBB_GetBuffSize(m_transmitter.GetHandle(), &actual, nullptr);
     EXPECT_EQ(actual, allowed);
+    EXPECT_EQ(m_transmitter.Close(), 0);
 }
 
 // Sent one by one, the second packet would meet the refusal of the first. So once a client has

@@ -21,6 +21,7 @@
 
 #include "cbb.h"
 #include "faults/interpose.h"
+#include "rtp_session.h"
 #include "rtsp_msg.h"
 #include "rtsp_msg_parser.h"
 #include "rtsps_server.h"
@@ -453,7 +454,7 @@ TEST_F(CFaultTest, SteadyPushesAllocateNothing) {
 TEST(MessageFaults, OnlyTheIncompleteMessageIsRefused) {
     const std::string text =
         "SETUP x RTSP/1.0\r\nCSeq: 1\r\nSession: 2;timeout=60\r\nFolded: a\r\n b\r\n"
-        "Range: npt=1-\r\nTransport: RTP/AVP;unicast,RTP/AVP/TCP\r\n\r\n";
+        "Range: npt=1-\r\nAuthorization: x\r\nTransport: RTP/AVP;unicast,RTP/AVP/TCP\r\n\r\n";
     const auto reply = [&](int failing, bool* hasFailed) -> std::string {
         char bytes[1024] = {};
         bool sent = false;
@@ -475,7 +476,7 @@ TEST(MessageFaults, OnlyTheIncompleteMessageIsRefused) {
     };
     bool hasFailed = false;
     const std::string whole = reply(1000, &hasFailed);
-    ASSERT_NE(whole, "");
+    ASSERT_NE(whole.find("Session: 2;timeout=60\r\n"), whole.npos);
     int allocations = 0;
     for (hasFailed = true; hasFailed && !HasFailure(); ++allocations) {
         SCOPED_TRACE(allocations);
@@ -485,6 +486,20 @@ TEST(MessageFaults, OnlyTheIncompleteMessageIsRefused) {
         EXPECT_EQ(reply(1000, &hasFailedAgain), whole) << "the next message is complete";
     }
     EXPECT_GT(allocations, 25) << "the allocations of the messages are seen";
+}
+
+TEST(RtpSessionFaults, WithoutMemoryForReportsTheMediaArriveAlone) {
+    const CSocketPair connection;
+    TRANS_INFO info = MakeTransInfo(RTPOVERRTSP_MODE, 0, 0, connection.server.Fd());
+    CRtpSession session(RTPOVERRTSP_MODE);
+    const CLogCapture log;
+    const CInLibrary in;
+    const CFailingCall fault(NEW, 2, ENOMEM);  // the first one is the transmitter
+    EXPECT_EQ(session.open(&info), 0);
+    EXPECT_TRUE(log.HasLines("E new m_rtcpSession error!;"));
+    Bytes unit = MakeUnit({});
+    const auto size = static_cast<int>(unit.size());
+    EXPECT_EQ(session.send(unit.data(), size, 0), size);
 }
 
 // Each allocation fails once, with a newly started server for each.
