@@ -226,6 +226,7 @@ void ExpectCheck(const CCheckRow& row, bool checksId) {
     EXPECT_EQ(s.Replies(), row.replies);
     EXPECT_TRUE(s.log.HasLines(row.lines));
     EXPECT_EQ(s.probe.nCSeq, row.result == 0 ? 9 : 0) << "of the last request that succeeded";
+    EXPECT_EQ(s.probe.emRtspStat == RTSP_ERROR, row.result != 0) << "takes no push any more";
 }
 
 TEST(Session, AuthenticationIsCheckedOnDemand) {
