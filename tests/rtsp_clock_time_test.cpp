@@ -24,6 +24,8 @@ TEST(ClockTimeTest, ReadsLocalTimeAndWritesUtc) {
     EXPECT_EQ(Written("UTC", "19691231T235959Z"), "19691231T235959Z") << "before 1970";
     EXPECT_EQ(Written("UTC", "20000101 000000Z"), "19700101T000000Z") << "no T";
     EXPECT_EQ(Written("UTC", "20000101T000000"), "19700101T000000Z") << "no Z";
+    const std::string lateZ = "20000101T000000" + std::string(240, ' ') + "Z";
+    EXPECT_EQ(Written("UTC", lateZ.c_str()), "19700101T000000Z") << "255 bytes are read";
     EXPECT_EQ(Written("UTC", "2000T0101Z"), "19991130T000000Z") << "kept: missing fields are 0";
     EXPECT_EQ(Written("UTC", "99991231T235959Z"), "20380119T031407Z") << "clamped";
     EXPECT_EQ(Written("TST-2", "20000101T000000Z"), "19991231T220000Z") << "kept: the local zone";
