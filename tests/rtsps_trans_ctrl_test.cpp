@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "rtsps_server.h"
