@@ -2,10 +2,8 @@
 // Clients that stall, disconnect or send invalid data, next to others that play.
 
 #include <algorithm>
-#include <deque>
 
 #include "crowd.h"
-#include "rtsps_session_mgr.h"
 
 namespace {
 
@@ -28,7 +26,6 @@ using CIsolationTest = CServerTest;
 TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
     Durations alone;
     Durations among;
-    uint16_t sequence = 1;
     {
         const CLogCapture log;
         const CLogCapture dumps(2);
@@ -41,16 +38,9 @@ TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
         const auto pushFor = [&](milliseconds time, Durations* durations) {
             const auto end = std::chrono::steady_clock::now() + time;
             while (std::chrono::steady_clock::now() < end && !HasFailure()) {
-                const auto fill = static_cast<uint8_t>(sequence);
-                const std::vector<Bytes> units = MakeUnits({96, sequence, 0, 1200, fill}, 16);
-                sequence = static_cast<uint16_t>(sequence + units.size());
-                const Bytes run = Join(units);
-                const auto start = std::chrono::steady_clock::now();
-                Push(run);
-                durations->push_back((std::chrono::steady_clock::now() - start).count());
-                for (CPlayer& player : players) {
-                    EXPECT_TRUE(player.Gets(units, 20000));
-                }
+                const auto took = PushTo(players, 16);
+                ASSERT_TRUE(took) << "a player lost a packet";
+                durations->push_back(took->count());
                 std::this_thread::sleep_for(milliseconds(5));  // the interval of the media
             }
         };
@@ -65,12 +55,6 @@ TEST_F(CIsolationTest, BadClientsHarmNoGoodOne) {
         // An instrumented build pushes so slowly that possibly no client lags.
         EXPECT_TRUE(!IsPlainBuild() || log.Has("send failed,nLen=")) << "no client stalled";
     }
-    // Stop does not end clients that a full registry has refused. A sweep frees them after they
-    // have left.
-    EXPECT_TRUE(WaitUntil([&] {
-        CRtspSessionManager::Instance()->DelExceptionSession();
-        return CountDescriptors() <= m_descriptorsBefore + 1;
-    }));
     EXPECT_FALSE(TooSlow(alone, among)) << Median(alone) << " ns, now " << Median(among);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "crowd.h"
 
-#include <chrono>
+#include <algorithm>
 #include <random>
 
 namespace {
@@ -55,4 +55,18 @@ void CTroublemakers::MakeTrouble(uint16_t port, EKind kind, unsigned seed) {
             player.Socket().Send("TEARDOWN * RTSP/1.0\r\nCSeq: 9\r\n\r\n");
         }
     }
+}
+
+std::optional<std::chrono::nanoseconds> PushTo(std::deque<CPlayer>& players, size_t units) {
+    static uint16_t sequence = 1;
+    const auto pushed = MakeUnits({96, sequence, 0, 1200, static_cast<uint8_t>(sequence)}, units);
+    sequence = static_cast<uint16_t>(sequence + units);
+    Bytes run = Join(pushed);
+    const auto start = std::chrono::steady_clock::now();
+    RTSPServer_SendRealSteam(1, RTSPS_STREAM_MAIN, run.data(), static_cast<int>(run.size()));
+    const auto time = std::chrono::steady_clock::now() - start;
+    const bool isReceived = std::all_of(players.begin(), players.end(), [&](CPlayer& player) {
+        return player.Gets(pushed, 20000);
+    });
+    return isReceived ? std::optional(time) : std::nullopt;
 }

@@ -3,6 +3,9 @@
 #define CROWD_H
 
 #include <atomic>
+#include <chrono>
+#include <deque>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -24,5 +27,9 @@ class CTroublemakers {
     std::atomic<bool> m_done{false};
     std::vector<std::thread> m_threads;
 };
+
+// Pushes a run of video to channel 1 main. Returns the time that the push took, or nothing if a
+// player does not receive all of it.
+std::optional<std::chrono::nanoseconds> PushTo(std::deque<CPlayer>& players, size_t units);
 
 #endif
