@@ -15,8 +15,8 @@
 
 // Limits in milliseconds hold in the plain build only; sanitizers and emulation are slow.
 bool IsPlainBuild();
-inline bool
-IsEmulated() {  // a cross-built program; the toolchain file's emulator sets the variable
+// A cross-built program; the toolchain file's emulator sets the variable.
+inline bool IsEmulated() {
     return getenv("RTSPS_EMULATED") != nullptr;
 }
 
@@ -89,9 +89,6 @@ class CTestClient {
 
 bool Ok(const std::string& reply);  // whether its status is 200
 
-// The number after a text in a reply, such as "server_port="; 0 if there is none.
-unsigned NumberAfter(const std::string& text, const std::string& reply);
-
 // The units that a host pushes.
 struct CTestUnit {
     uint8_t payloadType = 96;
@@ -144,8 +141,7 @@ class CServerTest : public ::testing::Test {
     void TearDown() override;
     void Init(bool debug = false);
     void StartServer();
-    // The buffer starts `offset` bytes after an aligned address.
-    void Push(const Bytes& units, int chan = 1, int stream = 0, size_t offset = 0);
+    static void Push(Bytes units, int chan = 1, int stream = 0);
 
     TRtspServerPara m_para{};
     uint16_t m_port = 0;
