@@ -102,6 +102,23 @@ TEST(LiveHostReader, SplitsAStreamIntoPicturesForPiecesOfAnySize) {
     }
 }
 
+TEST(LiveHostReader, RefusesInputWithoutAStartCodeOrWithoutAnEnd) {
+    CAccessUnit unit;
+    CAnnexBReader text(H264);
+    text.Append(reinterpret_cast<const uint8_t*>("no start code"), 13);
+    EXPECT_EQ(text.Take(unit), EResult::eNoStream);
+    text.Restart();
+    EXPECT_EQ(text.Take(unit), EResult::eNeedData);
+
+    CAnnexBReader endless(H264);
+    CBytes largest = Nal(H264, 5, CAnnexBReader::MAX_UNIT_SIZE);
+    largest.insert(largest.begin(), {0, 0, 0, 1});
+    endless.Append(largest.data(), largest.size());
+    EXPECT_EQ(endless.Take(unit), EResult::eNeedData);
+    endless.Append(&largest.back(), 1);
+    EXPECT_EQ(endless.Take(unit), EResult::eTooLarge);
+}
+
 TEST(LiveHostParameterSets, EachKeyPictureHasThem) {
     CParameterSets sets(H264);
     CAccessUnit early = Picture(H264, {Nal(H264, 5, 300)});

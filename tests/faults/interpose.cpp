@@ -5,9 +5,11 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/select.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <ctime>
 #include <new>
@@ -67,6 +69,18 @@ int setsockopt(int fd, int level, int name, const void* value, socklen_t size) n
         return -1;
     }
     return Real(&setsockopt, NameOf("setsockopt", "__setsockopt64"), fd, level, name, value, size);
+}
+
+int prctl(int option, ...) noexcept {
+    if (CMissingOption::Refuses(CMissingOption::PRCTL, option)) {
+        errno = EINVAL;
+        return -1;
+    }
+    va_list rest;
+    va_start(rest, option);
+    const auto value = va_arg(rest, unsigned long);  // PR_SET_NAME takes one
+    va_end(rest);
+    return Real(&prctl, NameOf("prctl", "__prctl_time64"), option, value);
 }
 
 int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout) {

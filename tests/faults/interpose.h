@@ -43,9 +43,12 @@ class CFailingCall {
     int m_failing;
 };
 
-// The kernel refuses an option of sockets to the library while this object exists.
+// The kernel refuses an option of sockets to the library while this object exists. The level PRCTL
+// stands for prctl().
 class CMissingOption {
   public:
+    static constexpr int PRCTL = -1;
+
     CMissingOption(int level, int name) {
         s_refusals = 0;
         s_name = name;
