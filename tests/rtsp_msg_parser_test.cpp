@@ -73,6 +73,8 @@ TEST(RtspMsgParser, MessagesAreWrittenBack) {
         {"a quote without an end", "\"\\", NO_MESSAGE},
         {"without a blank line", "PLAY u RTSP/1.0\r\nA: 1\r\nB: 2",
          "PLAY u RTSP/1.0\r\nA: 1\r\nB: 2\r\n\r\n"},
+        {"kept: without a blank line the body is the front", "PLAY u RTSP/1.0\r\nContent-length: 4",
+         RequestWith("Content-length: 4\r\n") + "PLAY"},
         {"line feeds alone", "PLAY u RTSP/1.0\nA: 1\n\nB: 2\n", "PLAY u RTSP/1.0\r\nA: 1\r\n\r\n"},
         {"128 headers are kept, and the body is found",
          RequestWith("Content-length: 2\r\n" + Many("N: v\r\n", 300)) + "ab",
@@ -106,7 +108,6 @@ TEST(RtspMsgParser, HeaderLines) {
         {"a range in whole seconds", "Range: npt=1:00-90.5", "Range: npt=60-90"},
         {"a long number", "Range: npt=" + Many("9", 8000) + "-", "Range: npt=2147483647-"},
         {"no beginning", "Range: npt=-20", "Range: npt=-20"},
-        {"both ends", "Range: npt=10-20", "Range: npt=10-20"},
         // A shortened word selects its unit, and an empty one selects smpte.
         {"a shortened word", "Range: np=7-", "Range: npt=7-"},
         {"an empty word", "Range: =", "Range: smpte=-"},
@@ -161,11 +162,6 @@ TEST(RtspMsgParser, BodiesHaveTheLengthThatIsAnnounced) {
         EXPECT_TRUE(msg == nullptr || std::string(msg->Content(), msg->Content() + row.length) ==
                                           row.body.substr(0, static_cast<size_t>(row.length)));
     }
-}
-
-TEST(RtspMsgParser, WithoutABlankLineTheBodyStartsWithTheMessage) {
-    const auto msg = Parse("\r\nPLAY u RTSP/1.0\r\nContent-length: 4\r\n");
-    EXPECT_EQ(std::string(msg->Content(), 4), "PLAY");
 }
 
 }  // namespace
