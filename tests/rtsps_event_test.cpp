@@ -2,7 +2,6 @@
 // The events that the host receives about its clients.
 
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -208,24 +207,6 @@ TEST_F(CEventTest, ClientsThatConnectWithoutAFunctionRaiseNoEvents) {
     EXPECT_EQ(m_listener.Events(), "12") << "the earlier client raises no event";
     EXPECT_EQ(second.Events(), "6");
     EXPECT_EQ(second.Heard()[0].info.dwReason, static_cast<uint32_t>(RTSPS_CLOSE_SERVER_STOPPED));
-}
-
-TEST_F(CEventTest, ClientsBeyondTheRegistryGetRepliesButNoMediaAndNoEvents) {
-    Start();
-    std::deque<CTestClient> clients;
-    for (int i = 0; i <= RTSPS_MAX_SESSIONS; ++i) {
-        EXPECT_NE(clients.emplace_back(m_port).Ask("OPTIONS", "*"), "");
-    }
-    EXPECT_TRUE(clients.back().PlayInterleaved() && clients[0].PlayInterleaved());
-    const Bytes unit = MakeUnit({});
-    Push(unit);
-    EXPECT_EQ(clients[0].Socket().ReceiveExactly(unit.size()), FrameOf(unit, VIDEO_SSRC, 0));
-    RTSPServer_Stop();  // does not end refused clients
-    EXPECT_EQ(clients.back().Ask("HEARTBEAT", "*").substr(0, 15), "RTSP/1.0 200 OK") << "no frame";
-    clients.clear();
-    EXPECT_EQ(m_log.Count("OverSize"), 1);
-    EXPECT_TRUE(WaitUntil([&] { return m_log.Count(" exit\n") == RTSPS_MAX_SESSIONS + 1; }));
-    EXPECT_EQ(m_listener.Heard().size(), 2U * RTSPS_MAX_SESSIONS + 4);
 }
 
 }  // namespace

@@ -116,12 +116,6 @@ TEST(Session, FramingLimits) {
     }
 }
 
-TEST(Session, OpenNeedsTheClientsAddress) {
-    CSessionOnPair s;
-    EXPECT_EQ(s.session.Open(s.fd, nullptr), -1);
-    EXPECT_TRUE(s.log.HasLines("E invalid input para"));
-}
-
 // Clients send reports of interleaved media and requests on one connection, so a segment may hold
 // both. A session that misses one boundary answers no further request.
 TEST(Session, ReportsAndRequestsShareSegments) {
