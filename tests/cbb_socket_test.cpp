@@ -128,9 +128,7 @@ TEST_F(CbbSocket, SendnNeverBlocksLongerThanAllowed) {
     const std::string large(LARGE, 'x');
     const int first = CBB_Sendn(fd, large.data(), LARGE, 0);
     EXPECT_TRUE(first > 0 && first < LARGE) << first;
-    const Clock::time_point start = Clock::now();
     EXPECT_EQ(CBB_Sendn(fd, "abc", 3, 100), 0);
-    EXPECT_GE(MillisSince(start), 99);
     // As soon as the client reads, all data is sent.
     std::thread reader([&] { EXPECT_EQ(pair.client.ReceiveExactly(LARGE).size(), LARGE); });
     EXPECT_EQ(CBB_Sendn(fd, large.data() + first, LARGE - first, CBB_INFINITE), LARGE - first);
