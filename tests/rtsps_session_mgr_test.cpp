@@ -89,8 +89,7 @@ class CFullRegistry : public ::testing::Test {
   protected:
     void SetUp() override {
         for (uint32_t i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
-            m_registered.push_back(MakeSession(HIGHEST - i));
-            EXPECT_EQ(Manager().AddSession(m_registered[i]), 0);
+            EXPECT_EQ(Manager().AddSession(MakeSession(HIGHEST - i)), 0);
         }
     }
     void TearDown() override { Manager().Close(); }
@@ -99,7 +98,6 @@ class CFullRegistry : public ::testing::Test {
 
     static constexpr uint32_t HIGHEST = 0x80000040U;
     CLogCapture m_log;
-    std::vector<CRtspSession*> m_registered;
 };
 
 TEST_F(CFullRegistry, Refuses128MoreAndFreesThemWhenTheyHaveEnded) {
