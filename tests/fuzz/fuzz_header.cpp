@@ -1,26 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The header forms with special rules, and the functions that read them. The first byte selects the
 // form.
-#include <memory>
-
 #include "fuzz_support.h"
-#include "rtsp_clock_time.h"
 #include "rtsp_msg.h"
 #include "rtsp_msg_parser.h"
-#include "rtsp_nptime.h"
-#include "rtsps_mpte.h"
-
-// A time that is not negative is read back as the same second after it was written.
-template <class Time>
-static void CheckTime(const std::string& text) {
-    Time time(text.data(), static_cast<int>(text.size()));
-    FUZZ_CHECK(time.usec() >= 0 && time.usec() < 1000000);
-    Time again;
-    again.FromString(time.to_string());
-    FUZZ_CHECK(time.to_sec() < 0 || again.to_sec() == time.to_sec());
-    again += time;
-    again -= time;
-}
 
 void Fuzz(CFuzzInput input) {
     static constexpr const char* NAMES[] = {"Transport", "Range",  "Session", "Authorization",
@@ -38,12 +21,6 @@ void Fuzz(CFuzzInput input) {
     FUZZ_CHECK(pHeader != nullptr);
     const std::string written = WrittenBy(*pHeader);
     FUZZ_CHECK(written.find("\r\n") == written.size() - 2);
-    // A copy of a range is a plain value, without the unit.
-    const std::unique_ptr<CRtspHeader> copy(pHeader->clone());
-    FUZZ_CHECK(name == "Range" || WrittenBy(*copy) == written);
-    CheckTime<NPTime>(value);
-    CheckTime<ClockTime>(value);
-    SMPTETimeCode(value.data(), static_cast<int>(value.size())).to_string();
     CRtspResponse reply(RTSP_STATUS_200);
     for (const auto protocol : {protocol_udp, protocol_mcast, protocol_over_rtsp}) {
         unsigned char channels[2] = {};
@@ -51,7 +28,6 @@ void Fuzz(CFuzzInput input) {
                                &channels[0], &channels[1]);
     }
     FUZZ_CHECK(WrittenBy(reply).find("\r\n\r\n") == WrittenBy(reply).size() - 4);
-    FUZZ_CHECK(name != "Authorization" || pHeader->GetHeaderValue()->ParameterCount() == 1);
     FUZZ_CHECK(CRtspResponse::CheckSessionId(&request, 12345678U) != 0 ||
                (name == "Session" && value.find("12345678") != value.npos));
 }

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 
 #include <set>
+#include <sstream>
 #include <string_view>
 
 #include "fuzz_support.h"
@@ -22,20 +23,15 @@ struct CRtspSessionProbe {
 namespace {
 
 constexpr unsigned int SESSION_ID = 305419896;
-constexpr uint8_t TYPES[] = {96, 8};  // video and audio
-constexpr size_t UNIT_SIZE = 64;
 constexpr size_t LARGEST_REPLY = 1024;
 constexpr std::string_view NAMES =
     ",CSeq,Public,Content-Type,Content-Length,Session,Transport,Connection,";
 const int g_nFirstPort = 20000 + getpid() % 10000 * 2;
 const int g_nLastPort = g_nFirstPort + 2 * 23;
 
-// A packet of the host: all bytes are the payload type.
-Bytes MakeUnit(uint8_t byType) {
-    Bytes unit(UNIT_SIZE, byType);
-    WriteBe16(&unit[2], UNIT_SIZE - 4);
-    return unit;
-}
+// The host's units for video and audio. After the prefix, all bytes are the payload type.
+const std::string PREFIX("$\0\0\x3C", 4);
+const std::string UNITS[] = {PREFIX + std::string(60, 96), PREFIX + std::string(60, 8)};
 
 // The server, for its stream records and its data ports; no client connects to it.
 bool StartServer() {
@@ -44,7 +40,7 @@ bool StartServer() {
     para.nMinPort = g_nFirstPort;
     para.nMaxPort = g_nLastPort;
     TRtspServerStreamInfo info{
-        TYPES[0], TYPES[1], 1, 2, RTSPS_AUDIO_STREAM_TYPE_G711A, RTSPS_VIDEO_STREAM_TYPE_H264, {}};
+        96, 8, 1, 2, RTSPS_AUDIO_STREAM_TYPE_G711A, RTSPS_VIDEO_STREAM_TYPE_H264, {}};
     return RTSPServer_Init(&para) == 0 && RTSPServer_SetStreamInfo(1, 0, &info) == 0 &&
            RTSPServer_SetStreamInfo(1, 1, &info) == 0 && RTSPServer_Start() == 0;
 }
@@ -66,37 +62,27 @@ void CollectPorts() {
 size_t CheckReply(std::string_view bytes) {
     const size_t nHead = bytes.find("\r\n\r\n");
     FUZZ_CHECK(nHead < LARGEST_REPLY);
-    const std::string code(bytes.substr(9, 3));
+    std::istringstream head(std::string(bytes.substr(0, nHead + 2)));
+    std::string line;
+    std::getline(head, line);
+    const std::string code = line.substr(9, 3);
     const auto* pStatus = get_rtsp_status_map(get_rtsp_status_index(code.c_str()));
-    size_t nEnd = bytes.find("\r\n");
-    FUZZ_CHECK(pStatus != nullptr &&
-               bytes.substr(0, nEnd) == "RTSP/1.0 " + code + " " + pStatus->msg);
+    FUZZ_CHECK(pStatus != nullptr && line == "RTSP/1.0 " + code + " " + pStatus->msg + "\r");
     size_t nReply = nHead + 4;
-    while (nEnd < nHead) {
-        const std::string line(bytes.substr(nEnd + 2, bytes.find("\r\n", nEnd + 2) - nEnd - 2));
+    while (std::getline(head, line)) {
         const std::string name = line.substr(0, line.find(": "));
-        FUZZ_CHECK(NAMES.find("," + name + ",") != NAMES.npos && line.size() > name.size() &&
-                   line.find_first_of(std::string("\r\n\0", 3)) == line.npos);
-        FUZZ_CHECK(name != "Session" || line == "Session: " + std::to_string(SESSION_ID));
+        FUZZ_CHECK(NAMES.find("," + name + ",") != NAMES.npos);
+        FUZZ_CHECK(line.find_first_of(std::string("\r\0", 2)) == line.size() - 1);
+        FUZZ_CHECK(name != "Session" || line == "Session: " + std::to_string(SESSION_ID) + "\r");
         nReply += name == "Content-Length" ? std::stoul(line.substr(name.size() + 2)) : 0;
-        nEnd += 2 + line.size();
     }
     FUZZ_CHECK(nReply <= bytes.size() && nReply < LARGEST_REPLY);
     FUZZ_CHECK(nReply == nHead + 4 || bytes.find("v=0\r\n") == nHead + 4);
     return nReply;
 }
 
-// The same for a frame, which carries a packet of the host with the SSRC of the stream.
-size_t CheckFrame(std::string_view bytes) {
-    FUZZ_CHECK(bytes.size() >= UNIT_SIZE);
-    const Bytes unit = MakeUnit(bytes[4] == TYPES[0] ? TYPES[0] : TYPES[1]);
-    FUZZ_CHECK(memcmp(&bytes[2], &unit[2], 10) == 0 &&
-               memcmp(&bytes[16], &unit[16], UNIT_SIZE - 16) == 0);
-    return UNIT_SIZE;
-}
-
-// Sends the input to a session. Returns its replies, and in `pPieces` the number of pieces.
-std::string Talk(CFuzzInput input, size_t* pPieces) {
+// Sends the input to a session. Returns what the session sends.
+std::string Talk(CFuzzInput input) {
     int fds[2] = {-1, -1};
     FUZZ_CHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0);
     CBB_ADDR_T addr{};
@@ -126,13 +112,12 @@ std::string Talk(CFuzzInput input, size_t* pPieces) {
                 return nUnread == 0 || !session.IsRunning();
             }));
             piece.clear();
-            ++*pPieces;
         }
         Receive();
         // Interleaved only: the ports that an input names may be in use on this machine.
         if (c == 0xFE && answers.find("server_port=") == answers.npos) {
-            for (const uint8_t byType : TYPES) {
-                session.SendRealStream(1, 0, MakeUnit(byType).data(), UNIT_SIZE);
+            for (std::string unit : UNITS) {
+                session.SendRealStream(1, 0, unit.data(), static_cast<int>(unit.size()));
             }
         }
     }
@@ -149,13 +134,16 @@ std::string Talk(CFuzzInput input, size_t* pPieces) {
 void Fuzz(CFuzzInput input) {
     static const bool s_bStarted = StartServer();
     const int nDescriptors = CountDescriptors();
-    size_t nPieces = 0;
-    const std::string answers = Talk(std::move(input), &nPieces);
+    const std::string answers = Talk(std::move(input));
     FUZZ_CHECK(s_bStarted && CountDescriptors() == nDescriptors);
     CollectPorts();
     for (std::string_view rest = answers; !rest.empty();) {
-        const bool bFrame = rest[0] == '$';
-        FUZZ_CHECK(bFrame || nPieces-- > 0);  // at most a reply for each
-        rest.remove_prefix(bFrame ? CheckFrame(rest) : CheckReply(rest));
+        if (rest[0] == '$') {
+            const std::string& unit = UNITS[rest[4] == 8 ? 1 : 0];
+            FUZZ_CHECK(rest.substr(16, unit.size() - 16) == unit.substr(16));  // after the SSRC
+            rest.remove_prefix(unit.size());
+        } else {
+            rest.remove_prefix(CheckReply(rest));
+        }
     }
 }
