@@ -19,19 +19,17 @@ static std::pair<int, size_t> Expected(const std::string& held, size_t nBufSize)
 
 void Fuzz(CFuzzInput input) {
     const size_t nBufSize = 8 + size_t{input.Byte()} * 2;
-    std::vector<char> buffer(nBufSize + 1);
-    size_t nHeld = 0;
-    while (!input.Empty() && nHeld < nBufSize) {
+    std::string held;
+    while (!input.Empty() && held.size() < nBufSize) {
         const size_t nPiece = size_t{input.Byte()} + 1;
-        const std::string piece = input.Text(std::min(nPiece, nBufSize - nHeld));
-        piece.copy(buffer.data() + nHeld, piece.size());
-        nHeld += piece.size();
-        buffer[nHeld] = '\0';
-        const auto expected = Expected(std::string(buffer.data(), nHeld), nBufSize);
+        held += input.Text(std::min(nPiece, nBufSize - held.size()));
+        // In memory of exactly its size.
+        const std::vector<char> buffer(held.c_str(), held.c_str() + held.size() + 1);
+        const auto expected = Expected(held, nBufSize);
         int nLen = 0;
         const int nResult = CRtspSession::check_packet(buffer.data(), static_cast<int>(nBufSize),
-                                                       static_cast<int>(nHeld), nLen);
+                                                       static_cast<int>(held.size()), nLen);
         FUZZ_CHECK(nResult == expected.first && nLen == static_cast<int>(expected.second));
-        nHeld = nResult == -1 ? 0 : nHeld - expected.second;
+        held.resize(nResult == -1 ? 0 : held.size() - expected.second);
     }
 }

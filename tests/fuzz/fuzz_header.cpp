@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The header forms with special rules, and the functions that read them. The first byte selects the
-// form.
+// The header forms with special rules, and the reply to a Transport header. The first byte selects
+// the form.
 #include "fuzz_support.h"
 #include "rtsp_msg.h"
 #include "rtsp_msg_parser.h"
@@ -9,8 +9,7 @@ void Fuzz(CFuzzInput input) {
     static constexpr const char* NAMES[] = {"Transport", "Range",  "Session", "Authorization",
                                             "RTP-Info",  "Public", "CSeq"};
     const std::string name = NAMES[input.Byte() % std::size(NAMES)];
-    const std::string value = input.Text();
-    const std::string line = name + ":" + value;
+    const std::string line = name + ":" + input.Text();
     CRtspRequest request;
     bool outOfMemory = false;
     request.AddHeader(CRtspMsgParser()
@@ -28,6 +27,4 @@ void Fuzz(CFuzzInput input) {
                                &channels[0], &channels[1]);
     }
     FUZZ_CHECK(WrittenBy(reply).find("\r\n\r\n") == WrittenBy(reply).size() - 4);
-    FUZZ_CHECK(CRtspResponse::CheckSessionId(&request, 12345678U) != 0 ||
-               (name == "Session" && value.find("12345678") != value.npos));
 }
