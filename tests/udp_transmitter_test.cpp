@@ -42,7 +42,7 @@ TEST_F(CUdpTransmitterTest, BurstsResumeAfterARefusal) {
     const uint16_t port = m_peer.Port();
     m_peer.Reset();
     EXPECT_EQ(m_transmitter.SendBurst(burst).nBytes, 116) << "one unit, before the refusal";
-    m_peer = BindUdpAt(port);
+    m_peer = CTestSocket::BindUdp(port);
     EXPECT_EQ(Send(m_transmitter, "$abclate"), 0) << "reports the refusal of the burst";
     EXPECT_EQ(m_transmitter.burst_kind(), CRtpBurst::NONE);
     EXPECT_EQ(Send(m_transmitter, "$abcalone"), 9);

@@ -71,8 +71,8 @@ bool CTestSocket::Connect(uint16_t port) const {
     return connect(m_fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) == 0;
 }
 
-CTestSocket CTestSocket::BindUdp() {
-    CTestSocket result = Bound(SOCK_DGRAM, 0);
+CTestSocket CTestSocket::BindUdp(uint16_t port) {
+    CTestSocket result = Bound(SOCK_DGRAM, port);
     const int size = 4 << 20;
     setsockopt(result.Fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
     return result;

@@ -32,7 +32,7 @@ class CTestSocket {
     CTestSocket& operator=(CTestSocket&& other) noexcept;
 
     static CTestSocket ConnectTcp(uint16_t port, int nRecvBuffer = 0);  // no socket if it fails
-    static CTestSocket BindUdp();  // on a free port of 127.0.0.1
+    static CTestSocket BindUdp(uint16_t port = 0);                      // of 127.0.0.1, 0 for any
     static CTestSocket ListenTcp(uint16_t port);
 
     int Fd() const { return m_fd; }

@@ -36,14 +36,6 @@ inline TRANS_INFO MakeTransInfo(ETRANS_MODE mode, uint16_t serverPort = 0, uint1
     return info;
 }
 
-// A UDP socket on a fixed port of 127.0.0.1.
-inline CTestSocket BindUdpAt(uint16_t port) {
-    CTestSocket result(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const CBB_ADDR_T addr = MakeAddr("127.0.0.1", port);
-    EXPECT_EQ(CBB_Bind(result.Fd(), &addr), 0);
-    return result;
-}
-
 struct CSocketPair {
     explicit CSocketPair(int nSendBuffer = 1 << 20) {
         int fds[2] = {-1, -1};
