@@ -32,12 +32,17 @@ std::string Reply(const std::string& headers) {
 
 }  // namespace
 
-TEST(RtspMsg, ContentNeedsItsBytes) {
+TEST(RtspMsg, ContentNeedsItsBytesAndItsRoom) {
     CRtspResponse response(RTSP_STATUS_200);
     EXPECT_EQ(response.Content("ab", 2), 0);
     EXPECT_EQ(response.Content("ab", -1), -1);
     EXPECT_EQ(response.Content(nullptr, 1), -1);
     EXPECT_EQ(response.ContentLen(), 2);
+    std::string out = Reply("") + "xx|";
+    const int nTotal = static_cast<int>(out.size()) - 1;
+    EXPECT_EQ(response.as_binary(out.data(), nTotal - 1), -1);
+    EXPECT_EQ(response.as_binary(out.data(), nTotal), nTotal);
+    EXPECT_EQ(out, Reply("") + "ab|") << "nothing after the last byte";
 }
 
 // CDialogueTest compares the replies for UDP and interleaved transport.
