@@ -162,8 +162,7 @@ TEST_F(CSessionManagerServerTest, RefusedClientsThatLeaveAroundStopLeaveNothing)
     for (int i = 0; i < RTSPS_MAX_SESSIONS; ++i) {
         EXPECT_NE(clients.emplace_back(m_port).Ask("OPTIONS", "*"), "");
     }
-    static std::atomic<int> events;
-    events = 0;
+    static std::atomic<int> events{0};
     const auto count = [](int32_t, int32_t, void*, int32_t, void*) { ++events; };
     RTSPServer_SetEventCallBack(count, nullptr);
     std::deque<CPlayer> refused;
