@@ -4,6 +4,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cinttypes>
 #include <cstdio>
@@ -83,7 +84,8 @@ class CSoak {
         PrintFigures();
         JudgeMemory();
         RTSPServer_Release();
-        fprintf(m_out, "%s: %d players served\n", m_failed ? "FAILED" : "passed", m_playersServed);
+        fprintf(m_out, "%s: %d players served, longest stop %" PRId64 " ms\n",
+                m_failed ? "FAILED" : "passed", m_playersServed, m_longestStopMs);
         return !m_failed;
     }
 
@@ -136,13 +138,28 @@ class CSoak {
     }
 
     void PushAndCheck() {
-        Require(PushTo(m_players, UNITS_IN_A_PUSH).has_value(), "a player lost a packet", 0);
+        const auto time = PushTo(m_players, UNITS_IN_A_PUSH);
+        Require(time.has_value(), "a player lost a packet", 0);
+        m_longestPush = std::max(m_longestPush, time.value_or(m_longestPush));
         m_packetsTaken += m_players.size() * UNITS_IN_A_PUSH;
     }
 
-    // Refused clients leave after the stop.
+    // Refused clients leave shortly before and shortly after the stop.
     void StopAmidEverything() {
+        while (m_visitors.size() > VISITORS - 10) {
+            m_visitors.pop_back();
+        }
+        std::atomic<bool> stopped{false};
+        std::thread pusher([&] {
+            std::deque<CPlayer> nobody;
+            while (!stopped) {
+                PushTo(nobody, UNITS_IN_A_PUSH);
+                std::this_thread::sleep_for(milliseconds(2));
+            }
+        });
         Stop();
+        stopped = true;
+        pusher.join();
         LeaveAll();
         RequireNothingLeft();
     }
@@ -172,6 +189,7 @@ class CSoak {
         const auto start = Clock::now();
         RTSPServer_Stop();
         const int64_t ms = duration_cast<milliseconds>(Clock::now() - start).count();
+        m_longestStopMs = std::max(m_longestStopMs, ms);
         Require(!IsPlainBuild() || ms <= STOP_LIMIT_MS, "milliseconds of a stop", ms);
     }
 
@@ -184,13 +202,14 @@ class CSoak {
     }
 
     void PrintFigures() {
-        fprintf(m_out,
-                "%5" PRId64
-                " s: %3u sessions, %d clients came, %zu packets taken, "
-                "%d descriptors, %d threads, %ld KB, %u free data ports\n",
-                int64_t{duration_cast<seconds>(Clock::now() - m_start).count()}, Sessions(),
-                g_came.load(), m_packetsTaken, CountDescriptors(), CountThreads(), ResidentKb(),
-                FreePorts());
+        fprintf(
+            m_out,
+            "%5" PRId64
+            " s: %3u sessions, %d clients came, %zu packets taken, "
+            "%d descriptors, %d threads, %ld KB, %u free data ports, longest push %" PRId64 " us\n",
+            int64_t{duration_cast<seconds>(Clock::now() - m_start).count()}, Sessions(),
+            g_came.load(), m_packetsTaken, CountDescriptors(), CountThreads(), ResidentKb(),
+            FreePorts(), int64_t{duration_cast<std::chrono::microseconds>(m_longestPush).count()});
         fflush(m_out);
     }
 
@@ -222,6 +241,8 @@ class CSoak {
     std::deque<CPlayer> m_visitors;  // without media
     int m_playersServed = 0;
     size_t m_packetsTaken = 0;
+    std::chrono::nanoseconds m_longestPush{0};
+    int64_t m_longestStopMs = 0;
     std::vector<long> m_residentKb;  // of every quiet moment
     bool m_failed = false;
 };
