@@ -66,6 +66,7 @@ TEST(RtpSession, WithoutAUsableTransmitterNothingIsSent) {
     EXPECT_EQ(CRtpSession(UDP_MODE).send(unit, 20, 0), 0);
     EXPECT_TRUE(log.Has(" m_pTransmitter is NULL!!! \n"));
     EXPECT_STREQ(unit, "as it was");
+    EXPECT_EQ(CRtpSession(UDP_MODE).get_rtcp_handle(), -1);
     CInterleaved interleaved;
     interleaved.session.GetTransmitter()->set_status(STAUTS_ERROR);
     EXPECT_EQ(interleaved.Send("RTSP/1.0 200 OK\r\n"), 0);

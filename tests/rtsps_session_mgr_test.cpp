@@ -64,10 +64,10 @@ TEST(SessionManager, TheLastReferenceDestroysASession) {
 }
 
 TEST(SessionManager, IdsComeFromTheMicrosecondsOfTheClock) {
-    const CFakeClock clock(1, 5);
-    srandom(5);
-    const auto high = static_cast<uint32_t>(random());
+    const CFakeClock clock(1, 6);
     srandom(6);
+    const auto high = static_cast<uint32_t>(random());
+    srandom(7);
     const auto low = static_cast<uint32_t>(random());
     EXPECT_EQ(Manager().GenerateSessionId(), (high & ~0xFU) | (low & 0xFU));
 }
