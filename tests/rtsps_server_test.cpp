@@ -116,7 +116,7 @@ TEST_F(CServerObjectTest, AHostMayLeaveMainWhileClientsPlay) {
             for (int i = 0; i < 4; ++i) {
                 EXPECT_TRUE(players.emplace_back(m_port).PlayInterleaved());
             }
-            std::thread([this] {
+            std::thread([] {
                 for (;;) {  // slowly: clients that fall behind would be ended
                     Push(MakeUnit({}));
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -151,9 +151,9 @@ class CSoak {
         }
         std::atomic<bool> stopped{false};
         std::thread pusher([&] {
-            std::deque<CPlayer> nobody;
+            std::deque<CPlayer> none;
             while (!stopped) {
-                PushTo(nobody, UNITS_IN_A_PUSH);
+                PushTo(none, UNITS_IN_A_PUSH);
                 std::this_thread::sleep_for(milliseconds(2));
             }
         });
