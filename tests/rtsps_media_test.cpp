@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "rtsps_server.h"
 #include "support/test_net.h"
 
 namespace {
@@ -33,7 +34,10 @@ TEST_F(CMediaTest, OnlyPlayersOfTheStreamReceiveIt) {
     EXPECT_TRUE(Ok(ready.Play())) << "no frame comes before the reply";
     EXPECT_EQ(sub.Socket().Receive(1, 0), "");
 
+    const uint32_t freePorts = CRtspServer::Instance()->FreeDataPorts();
     EXPECT_TRUE(Ok(main.Ask("TEARDOWN", main.Url())));
+    // The reply comes first; then the session drops its pushes and gives its ports back.
+    EXPECT_TRUE(WaitUntil([&] { return CRtspServer::Instance()->FreeDataPorts() > freePorts; }));
     Push(unit);
     EXPECT_EQ(ready.Socket().ReceiveExactly(unit.size()), FrameOf(unit, VIDEO_SSRC, 0));
     EXPECT_TRUE(main.GetsNothing());
