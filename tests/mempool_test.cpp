@@ -57,7 +57,7 @@ TEST(MemPool, ARecordAfterOnePieceInTheTailIsLost) {
     for (const uint32_t size : {40U, 51U}) {
         EXPECT_TRUE(pool.InputData(record.data(), size));
         EXPECT_TRUE(pool.GetData(&data, &length));
-        EXPECT_EQ(Bytes(data, data + length), Bytes(record.begin(), record.begin() + size));
+        EXPECT_EQ(Bytes(data, data + length), Bytes(record.data(), record.data() + size));
         pool.UpdateReadIdx(length);
     }
     EXPECT_EQ(pool.GetSpace(), 93U) << "7 bytes after the end of the ring";
