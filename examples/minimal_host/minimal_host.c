@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
     FILE* file = fopen(argv[1], "rb");
     if (file == NULL) {
         perror(argv[1]);
-        return 1;
+        return 2;
     }
     size_t size = fread(data, 1, sizeof(data), file);
     fclose(file);
