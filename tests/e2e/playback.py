@@ -80,18 +80,21 @@ def free_ports():
 
 
 class Process:
-    """A program whose output goes to a file. The processes that it starts end with it."""
+    """A program whose output goes to files. The processes that it starts end with it."""
 
     def __init__(self, name, command, **options):
         self.name = name
-        self.log = pathlib.Path(f"{name}.log").absolute()
-        with open(self.log, "wb") as log:
+        # Two files: the library writes addresses to standard error byte by byte. In one file, they
+        # would mix with the lines of standard output.
+        self.logs = [pathlib.Path(f"{name}.{stream}").absolute() for stream in ("out", "err")]
+        with open(self.logs[0], "wb") as out, open(self.logs[1], "wb") as err:
             self.process = subprocess.Popen(command, start_new_session=True, **{
-                "stdin": subprocess.DEVNULL, "stdout": log, "stderr": log, **options})
+                "stdin": subprocess.DEVNULL, "stdout": out, "stderr": err, **options})
         started.append(self)
 
     def output(self):
-        return self.log.read_text(encoding="utf-8", errors="replace")
+        """Returns what came to standard output, then what came to standard error."""
+        return "".join(log.read_text(encoding="utf-8", errors="replace") for log in self.logs)
 
     def wait_for(self, text, seconds=60):
         """Waits until the program has printed a text."""
