@@ -146,10 +146,12 @@ cross_packages() {
 
 # configure PRESET [ARGUMENT...]: runs CMake. The current folder must be the project's.
 configure() {
-    local preset=$1
+    local preset=$1 options=()
     shift
+    # The tests need packages: a new folder is made without them, an existing one keeps them.
+    [[ -e build/$preset/CMakeCache.txt ]] || options+=(-DRTSPSERVER_BUILD_TESTS=OFF)
     say "Configuring build/$preset"
-    cmake --preset "$preset" "$@" </dev/null >&2
+    cmake --preset "$preset" "${options[@]}" "$@" </dev/null >&2
 }
 
 # build PRESET [ARGUMENT...]
