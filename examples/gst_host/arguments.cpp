@@ -91,7 +91,7 @@ gboolean Check(GOptionContext*, GOptionGroup*, gpointer pData, GError** ppError)
         return Refuse(ppError, "a --video is required; write --channel before its pipelines");
     if (arguments.nPort < 1 || arguments.nPort > 65535)
         return Refuse(ppError, "--port requires a number from 1 to 65535");
-    return arguments.nSeconds >= 0 || Refuse(ppError, "--seconds requires a number of at least 1");
+    return arguments.nSeconds >= 0 || Refuse(ppError, "--seconds requires a number of at least 0");
 }
 
 }  // namespace
@@ -114,7 +114,8 @@ bool ParseArguments(int argc, char** argv, CArguments& arguments) {
         {"port", 0, 0, G_OPTION_ARG_INT, &arguments.nPort, "TCP port for clients (8554)", "N"},
         {"data-ports", 0, 0, G_OPTION_ARG_CALLBACK, call(TakeDataPorts),
          "UDP ports for media, MIN even (20000-20998)", "MIN-MAX"},
-        {"seconds", 0, 0, G_OPTION_ARG_INT, &arguments.nSeconds, "exit after N seconds", "N"},
+        {"seconds", 0, 0, G_OPTION_ARG_INT, &arguments.nSeconds,
+         "exit after N seconds (0: no limit)", "N"},
         {"rest", 0, 0, G_OPTION_ARG_NONE, &arguments.bRest,
          "pause each encoder while no client plays its stream", nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
