@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_url.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "cbb.h"
@@ -16,7 +17,7 @@ constexpr int PROTOCOL_HTTP = 2;
 constexpr size_t NUMBER_SIZE = 64;
 
 // Kept (clients): [url-short-host] a host and port text must be longer than this.
-constexpr size_t SHORT_HOST_LENGTH = 6;
+constexpr ptrdiff_t SHORT_HOST_LENGTH = 6;
 
 struct StreamName {
     const char* szName;
@@ -25,6 +26,13 @@ struct StreamName {
 // Kept (clients): [url-stream-substring] the names are searched in this order, as substrings, so
 // "third-sub-main" is main.
 constexpr StreamName STREAM_NAMES[] = {{"main", 0}, {"sub", 1}, {"third", 2}};
+
+int ProtocolOf(const char* szScheme) {
+    if (CBB_Strcmp(szScheme, "rtsp") == 0) {
+        return PROTOCOL_RTSP;
+    }
+    return CBB_Strcmp(szScheme, "http") == 0 ? PROTOCOL_HTTP : PROTOCOL_UNKNOWN;
+}
 
 }  // namespace
 
@@ -58,51 +66,51 @@ void CRtspUrl::parse(const char* url) {
     }
     TextCopy(m_szUrl, url);
     TextToLower(m_szUrl);
-    const char* szHostPart = parse_scheme();
-    if (szHostPart == nullptr) {
+    // Kept (clients): [url-without-scheme] without "://" the URL begins with the host.
+    const char* szHostPart = m_szUrl;
+    const char* szMark = CBB_Strstr(m_szUrl, "://");
+    if (szMark != nullptr) {
+        char szScheme[URL_SIZE] = {};
+        TextCopy(szScheme, sizeof(szScheme), m_szUrl, static_cast<size_t>(szMark - m_szUrl));
+        m_protocol = ProtocolOf(szScheme);
+        if (m_protocol == PROTOCOL_HTTP) {
+            RTSPS_LOG(ERROR, "m_protocol error 1! %s", szScheme);
+            return;
+        }
+        if (m_protocol == PROTOCOL_UNKNOWN) {
+            RTSPS_LOG(ERROR, "m_protocol error 2! %s", szScheme);
+            return;
+        }
+        szHostPart = szMark + 3;
+    }
+    const char* szSlash = CBB_Strchr(szHostPart, '/');
+    if (szSlash == nullptr || szSlash - szHostPart <= SHORT_HOST_LENGTH) {
+        RTSPS_LOG(ERROR, "host_port error! %s", szHostPart);
         return;
     }
-    const char* szPath = parse_host(szHostPart);
-    m_bIsValid = szPath != nullptr && parse_path(szPath);
+    if (!parse_host(szHostPart, szSlash)) {
+        return;
+    }
+    const char* szChan = CBB_Strstr(szSlash + 1, "chan");
+    if (szChan == nullptr) {
+        RTSPS_LOG(ERROR, "can not find chan");
+        return;
+    }
+    const char* szStream = parse_channel(szChan + strlen("chan"));
+    if (szStream == nullptr) {
+        return;
+    }
+    if (!parse_stream(szStream)) {
+        RTSPS_LOG(ERROR, "Error!not find 'main' or 'sub' or 'third' [%s]", szStream);
+        return;
+    }
+    m_bIsValid = true;
 }
 
-// Returns the text after the scheme, or null when the scheme is refused.
-const char* CRtspUrl::parse_scheme() {
-    const char* szMark = CBB_Strstr(m_szUrl, "://");
-    if (szMark == nullptr) {
-        // Kept (clients): [url-without-scheme] without "://" the URL begins with the host.
-        return m_szUrl;
-    }
-    char szScheme[URL_SIZE] = {};
-    TextCopy(szScheme, sizeof(szScheme), m_szUrl, static_cast<size_t>(szMark - m_szUrl));
-    if (CBB_Strcmp(szScheme, "rtsp") == 0) {
-        m_protocol = PROTOCOL_RTSP;
-        return szMark + 3;
-    }
-    if (CBB_Strcmp(szScheme, "http") == 0) {
-        m_protocol = PROTOCOL_HTTP;
-        RTSPS_LOG(ERROR, "m_protocol error 1! %s", szScheme);
-        return nullptr;
-    }
-    m_protocol = PROTOCOL_UNKNOWN;
-    RTSPS_LOG(ERROR, "m_protocol error 2! %s", szScheme);
-    return nullptr;
-}
-
-// Returns the path after the slash that ends the host part, or null when the host part is refused.
-const char* CRtspUrl::parse_host(const char* szHostPart) {
-    const char* szSlash = CBB_Strchr(szHostPart, '/');
-    const size_t nHost = szSlash == nullptr ? 0 : static_cast<size_t>(szSlash - szHostPart);
-    if (szSlash == nullptr || nHost <= SHORT_HOST_LENGTH) {
-        RTSPS_LOG(ERROR, "host_port error! %s", szHostPart);
-        return nullptr;
-    }
+bool CRtspUrl::parse_host(const char* szHostPart, const char* szEnd) {
     m_ReqCfg.byIPV6 = szHostPart[0] == '[' ? 1 : 0;
-    TextCopy(m_szHost, sizeof(m_szHost), szHostPart + m_ReqCfg.byIPV6, nHost - m_ReqCfg.byIPV6);
-    return split_host_and_port() ? szSlash + 1 : nullptr;
-}
-
-bool CRtspUrl::split_host_and_port() {
+    szHostPart += m_ReqCfg.byIPV6;
+    TextCopy(m_szHost, sizeof(m_szHost), szHostPart, static_cast<size_t>(szEnd - szHostPart));
     char* szColon = nullptr;
     if (m_ReqCfg.byIPV6 != 0) {
         char* szBracket = strchr(m_szHost, ']');
@@ -129,27 +137,25 @@ void CRtspUrl::parse_port(char* szColon) {
     }
 }
 
-bool CRtspUrl::parse_path(const char* szPath) {
-    const char* szChan = CBB_Strstr(szPath, "chan");
-    if (szChan == nullptr) {
-        RTSPS_LOG(ERROR, "can not find chan");
-        return false;
-    }
-    szChan += strlen("chan");
-    const char* szSlash = strchr(szChan, '/');
+// Returns the text after the channel number and its slash, or null without a slash.
+const char* CRtspUrl::parse_channel(const char* szNumber) {
+    const char* szSlash = strchr(szNumber, '/');
     if (szSlash == nullptr) {
-        return false;
+        return nullptr;
     }
     // Kept (clients): [url-channel-number] text that is no number is channel 0, so "/channel/main"
     // is channel 0.
-    m_ReqCfg.nChan = atoin(szChan, static_cast<int>(szSlash - szChan));
+    m_ReqCfg.nChan = atoin(szNumber, static_cast<int>(szSlash - szNumber));
     m_ReqCfg.nReqType = 0;
+    return szSlash + 1;
+}
+
+bool CRtspUrl::parse_stream(const char* szStream) {
     for (const StreamName& stream : STREAM_NAMES) {
-        if (CBB_Strstr(szSlash + 1, stream.szName) != nullptr) {
+        if (CBB_Strstr(szStream, stream.szName) != nullptr) {
             m_ReqCfg.nStreamtype = stream.nStreamtype;
             return true;
         }
     }
-    RTSPS_LOG(ERROR, "Error!not find 'main' or 'sub' or 'third' [%s]", szSlash + 1);
     return false;
 }

@@ -52,11 +52,10 @@ class CRtspUrl {
     static constexpr int URL_SIZE = 256;
 
     void parse(const char* url);
-    const char* parse_scheme();
-    const char* parse_host(const char* szHostPart);
-    bool split_host_and_port();
+    bool parse_host(const char* szHostPart, const char* szEnd);
     void parse_port(char* szColon);
-    bool parse_path(const char* szPath);
+    const char* parse_channel(const char* szNumber);
+    bool parse_stream(const char* szStream);
 
     char m_szUrl[URL_SIZE] = {};
     char m_szHost[URL_SIZE] = {};

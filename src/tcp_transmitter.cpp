@@ -257,7 +257,10 @@ CSendResult CRtpOverRtspTransmitter::SendBurst(const CRtpBurst& burst) {
 
 void CRtpOverRtspTransmitter::warn_of_pending() const {
     if (pending_size() > 0) {
-        RTSPS_LOG(WARN, "remain bufsize=%d", pending_size());
+        // The line names SendPacket also for a burst, which sends the same as single packets do.
+        CDebugInfo::Instance()->OutputDebugInfo(LOG_LEVEL_WARN,
+                                                "%s:%d SendPacket remain bufsize=%d\n", __FILE__,
+                                                __LINE__, pending_size());
     }
 }
 

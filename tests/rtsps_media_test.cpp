@@ -73,7 +73,7 @@ class CLaggingClientTest : public CMediaTest {
         StartServer();
         CPlayer client(m_port, CPlayer::INTERLEAVED, CPlayer::PLAYING, 4096);
         const Bytes unit = MakeUnit({VIDEO, NO_GAP, 0, 60000, 1});
-        while (!m_log.Has(" remain bufsize=") && pushed.size() < 24000000) {
+        while (!m_log.Has(" SendPacket remain bufsize=") && pushed.size() < 24000000) {
             Push(unit);
             pushed += FrameOf(unit, VIDEO_SSRC, 0);
         }
