@@ -77,6 +77,8 @@ int CRtspListener::Open(int port) {
 
 int CRtspListener::bind_to(int port) {
     CBB_ADDR_T addr{};
+    // Kept (hosts): [server-port-16-bits] only the low 16 bits of the port count: 70000 is port
+    // 4464.
     CBB_MakeAddrByString(AF_INET, nullptr, static_cast<uint16_t>(port), &addr);
     CBB_SetReuseAddr(GetFd(), 1);
     CBB_SetBuffSize(GetFd(), RTSP_SEND_BUFFER_SIZE, RTSP_RECV_BUFFER_SIZE);

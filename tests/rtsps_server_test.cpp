@@ -43,7 +43,7 @@ TEST_F(CServerObjectTest, FirstInitDecidesAndEachNeedsItsRelease) {
                        "I Thread_Create, the port is [#]"));
 }
 
-TEST_F(CServerObjectTest, TheLow16BitsOfDataPortsCount) {
+TEST_F(CServerObjectTest, TheLow16BitsOfPortsCount) {
     EXPECT_EQ(RTSPServer_Stop(), 0) << "never started";
     m_para.nMinPort += 65536;
     m_para.nMaxPort = 65536 + 65535;  // a range that never ends
@@ -52,7 +52,9 @@ TEST_F(CServerObjectTest, TheLow16BitsOfDataPortsCount) {
     EXPECT_TRUE(m_log.HasLines("E CNet_PortPool::create_new "));
     RTSPServer_Release();
     m_para.nMaxPort = m_para.nMinPort;
+    m_para.nServerPort += 65536;
     StartServer();
+    EXPECT_TRUE(Ok(CTestClient(m_port).Ask("OPTIONS", "*")));
     EXPECT_EQ(Server()->FreeDataPorts(), 1U);
     EXPECT_EQ(Server()->BorrowDataPort(), m_para.nMinPort - 65536);
     RTSPServer_Stop();
