@@ -17,7 +17,9 @@
  *
  * Every function may be called from any thread, and none throws. RTSPServer_Start and
  * RTSPServer_Stop state how long they block. A push takes the time of one send per client that
- * plays the stream. The other functions wait for short locks only, and take microseconds.
+ * plays the stream. The other functions wait for short locks only: microseconds, or milliseconds
+ * during an RTSPServer_Start. If the calling thread is cancelled (pthread_cancel), the call is
+ * finished first.
  *
  * Log lines go to standard output. If standard output blocks, for example because it is a pipe that
  * no process reads, every call that prints a line blocks too.

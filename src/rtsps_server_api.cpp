@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "rtsps_server_api.h"
 
+#include "cbb/CBB_Thread.h"
 #include "rtsps_debug.h"
 #include "rtsps_event.h"
 #include "rtsps_server.h"
@@ -20,6 +21,7 @@ bool IsInsideCallBack() {
 }  // namespace
 
 int32_t RTSPServer_Init(tagRtspServerPara* pPara) {
+    const CDelayCancellation delay;
     // Kept (hosts): [init-result] the result of Init is ignored.
     CRtspServer::Instance()->Init(pPara);
     CRtspSessionManager::Instance()->Init();
@@ -27,6 +29,7 @@ int32_t RTSPServer_Init(tagRtspServerPara* pPara) {
 }
 
 int32_t RTSPServer_Release(void) {
+    const CDelayCancellation delay;
     CRtspServer::Instance()->Release();
     CRtspSessionManager::Instance()->Release();
     return 0;
@@ -34,10 +37,12 @@ int32_t RTSPServer_Release(void) {
 
 int32_t RTSPServer_SetStreamInfo(int32_t nChan, int32_t nStreamType,
                                  tagRtspServerStreamInfo* pPara) {
+    const CDelayCancellation delay;
     return CRtspServer::Instance()->SetStreamInfo(nChan, nStreamType, pPara);
 }
 
 int32_t RTSPServer_Start(void) {
+    const CDelayCancellation delay;
     if (IsInsideCallBack()) {
         return -1;
     }
@@ -45,6 +50,7 @@ int32_t RTSPServer_Start(void) {
 }
 
 int32_t RTSPServer_Stop(void) {
+    const CDelayCancellation delay;
     if (IsInsideCallBack()) {
         return 0;
     }
@@ -55,13 +61,16 @@ int32_t RTSPServer_Stop(void) {
 
 // Kept (hosts): [sendrealsteam] the name lacks the r of Stream; hosts link against it.
 int32_t RTSPServer_SendRealSteam(int32_t nChan, int32_t nStreamType, void* pData, int32_t nLen) {
+    const CDelayCancellation delay;
     return CRtspSessionManager::Instance()->SendRealStream(nChan, nStreamType, pData, nLen);
 }
 
 int32_t RTSPServer_SendFileStream(int32_t nSessionId, void* pData, int32_t nLen) {
+    const CDelayCancellation delay;
     return CRtspSessionManager::Instance()->SendFileStream(nSessionId, pData, nLen);
 }
 
 int32_t RTSPServer_SetEventCallBack(pRtspServerEventCallBack pCallBack, void* pUserData) {
+    const CDelayCancellation delay;
     return CRtspSessionManager::Instance()->SetEventCallBack(pCallBack, pUserData);
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <thread>
 
 #include "support/test_net.h"
 
@@ -60,6 +61,26 @@ TEST_F(CServerObjectTest, TheLow16BitsOfPortsCount) {
     RTSPServer_Stop();
     EXPECT_EQ(Server()->GivebackDataPort(m_para.nMinPort), 0) << "ignored without a pool";
     EXPECT_EQ(Server()->BorrowDataPort(), 0);
+}
+
+// A call is finished, with its locks released, before a cancelled thread ends.
+TEST_F(CServerObjectTest, CancellationWaitsForTheEndOfACall) {
+    int finished = 0;
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        Init();
+        ++finished;
+        EXPECT_EQ(RTSPServer_Start(), 0);
+        ++finished;
+        Push(MakeUnit({}));
+        EXPECT_EQ(RTSPServer_Stop(), 0);
+        ++finished;
+        EXPECT_EQ(RTSPServer_Release(), 0);
+        ++finished;
+        // The sanitizers' runtime does not support a thread that is really cancelled.
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    }).join();
+    EXPECT_EQ(finished, 4);
 }
 
 TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {

@@ -75,6 +75,14 @@ CBlockSignals::~CBlockSignals() {
     pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
 }
 
+CDelayCancellation::CDelayCancellation() {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nPrevious);
+}
+
+CDelayCancellation::~CDelayCancellation() {
+    pthread_setcancelstate(m_nPrevious, nullptr);
+}
+
 CBB_HANDLE CBB_Thread_Create(CBB_THREAD_FUNC StartAddress, void* Params, uint32_t StackSize,
                              uint32_t /*IsSuspend*/, int Priority, int SchedPolicy) {
     // Kept (hosts): [thread-scheduling-inherited] the thread inherits the scheduling of its

@@ -2,6 +2,8 @@
 #ifndef CBB_THREAD_H
 #define CBB_THREAD_H
 
+#include <pthread.h>
+
 #include <csignal>
 
 // Blocks every asynchronous signal on the calling thread while the object exists. A thread that is
@@ -17,6 +19,20 @@ class CBlockSignals {
 
   private:
     sigset_t m_previous;
+};
+
+// Delays a cancellation of the calling thread while the object exists. Otherwise pthread_cancel()
+// could end the thread in a send or a log line: some C libraries then release no locks, and no
+// code gives back what the thread has borrowed.
+class CDelayCancellation {
+  public:
+    CDelayCancellation();
+    ~CDelayCancellation();
+    CDelayCancellation(const CDelayCancellation&) = delete;
+    CDelayCancellation& operator=(const CDelayCancellation&) = delete;
+
+  private:
+    int m_nPrevious = 0;
 };
 
 #endif
