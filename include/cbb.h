@@ -26,7 +26,7 @@
  * - Ports are in host byte order, IPv4 addresses in network byte order.
  * - Time-outs are in milliseconds. Functions with an nTimeOut, and CBB_PollEx, measure them with
  *   the wall clock. Setting the clock forward may shorten a wait. Setting it back makes a wait at
- *   most twice as long. CBB_SemTimedWait is the exception.
+ *   most twice as long; only a wait in CBB_SemTimedWait becomes longer by the whole change.
  */
 #ifndef CBB_H
 #define CBB_H
