@@ -65,9 +65,9 @@ def require_programs(*names):
 
 
 def free_ports():
-    """Returns the first of 20 free port numbers, below those that the kernel gives to clients. They
-    stay reserved until this program ends."""
-    for first in range(20000, 32000, 20):
+    """Returns the first of 20 free port numbers, below those that the kernel gives to clients and
+    above those of the tests in C++. They stay reserved until this program ends."""
+    for first in range(26000, 32000, 20):
         reservation = socket.socket(socket.AF_UNIX)
         with contextlib.ExitStack() as probes, contextlib.suppress(OSError):
             reservation.bind(f"\0rtspserver-tests-{first}")
