@@ -19,7 +19,11 @@ namespace {
 const bool g_mainIsLibrary = (t_isLibrary = false);
 
 bool Fails(ECall call) {
-    if (!t_isLibrary || ++g_scripts[call].calls != g_scripts[call].failing) {
+    if (!t_isLibrary) {
+        return false;
+    }
+    ++t_calls[call];
+    if (++g_scripts[call].calls != g_scripts[call].failing) {
         return false;
     }
     errno = g_scripts[call].error;

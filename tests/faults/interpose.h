@@ -21,6 +21,7 @@ struct CScript {
 
 inline CScript g_scripts[CALLS];
 inline thread_local bool t_isLibrary = true;
+inline thread_local int t_calls[CALLS] = {};  // of this thread, so far
 
 struct CInLibrary {
     CInLibrary() { t_isLibrary = true; }
