@@ -144,7 +144,7 @@ TEST(Session, ReportsAndRequestsShareSegments) {
                         row.after.substr(0, end));
             s.SendPiece(row.after.substr(end));
             const std::string reply = "RTSP/1.0 200 OK\r\nCSeq: " + cseq + "\r\n\r\n";
-            ASSERT_EQ(s.client.ReceiveExactly(reply.size(), 1000), reply);
+            ASSERT_EQ(s.client.ReceiveExactly(reply.size()), reply);
         }
         EXPECT_EQ(s.session.Close(), 0);
         EXPECT_EQ(s.Replies(), "");

@@ -127,7 +127,7 @@ def key_frame(program):
         waits.append(1000 * client.await_key_frame())
         client.close()
     print("milliseconds to the first key frame:", *(f"{wait:.0f}" for wait in sorted(waits)))
-    check(statistics.median(waits) <= 60, "the first key frame comes late")
+    check(statistics.median(waits) <= 200, "the first key frame comes late")
     host.end()
 
 

@@ -33,7 +33,7 @@ constexpr int VISITORS = RTSPS_MAX_SESSIONS + 20;
 constexpr milliseconds PUSH_INTERVAL{40};
 constexpr seconds BUSY{4};  // in each cycle
 constexpr seconds FIGURES_INTERVAL{10};
-constexpr int64_t STOP_LIMIT_MS = 300;
+constexpr int64_t STOP_LIMIT_MS = 900;
 constexpr double RESIDENT_GROWTH_LIMIT = 1.01;
 
 std::atomic<int> g_came{0};
