@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <map>
 #include <mutex>
 #include <stdexcept>
 
@@ -18,6 +19,11 @@ struct CHeard {
     TRtspServerEventInfo info;
     std::thread::id thread;
 };
+
+const std::map<int, std::string> NAMES = {
+    {RTSPS_EVENT_CONNECTED, "connected"}, {RTSPS_EVENT_DESCRIBED, "described"},
+    {RTSPS_EVENT_SETUP, "set up"},        {RTSPS_EVENT_PLAYING, "playing"},
+    {RTSPS_EVENT_TORN_DOWN, "torn down"}, {RTSPS_EVENT_CLOSED, "closed"}};
 
 // Collects events, and may do something inside each.
 class CListener {
@@ -43,12 +49,12 @@ class CListener {
     std::string Events() {
         std::string events;
         for (const CHeard& heard : Heard()) {
-            events += std::to_string(heard.event);
+            events += (events.empty() ? "" : ", ") + NAMES.at(heard.event);
         }
         return events;
     }
     bool WaitFor(int event, std::chrono::seconds limit = std::chrono::seconds(10)) {
-        return WaitUntil([&] { return Events().find(std::to_string(event)) != std::string::npos; },
+        return WaitUntil([&] { return Events().find(NAMES.at(event)) != std::string::npos; },
                          limit);
     }
 
@@ -84,7 +90,8 @@ TEST_F(CEventTest, OneClientFromConnectToClose) {
         client.Ask("TEARDOWN", client.Url());
     }
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
-    EXPECT_EQ(m_listener.Events(), "1233456");
+    EXPECT_EQ(m_listener.Events(),
+              "connected, described, set up, set up, playing, torn down, closed");
     const std::vector<CHeard> heard = m_listener.Heard();
     uint64_t before = 0;
     for (const auto& [event, id, info, thread] : heard) {
@@ -133,7 +140,7 @@ TEST_F(CEventTest, ShortPushesEndASession) {
     EXPECT_EQ(closed.dwReason, static_cast<uint32_t>(RTSPS_CLOSE_TOO_SLOW));
     EXPECT_EQ(closed.stuTotals.dwShortSends, 41U);
     EXPECT_EQ(closed.stuTotals.dwLongestShortRun, 21U);
-    EXPECT_EQ(m_listener.Events(), "12346");
+    EXPECT_EQ(m_listener.Events(), "connected, described, set up, playing, closed");
 }
 
 TEST_F(CEventTest, CallsFromInsideTheFunction) {
@@ -164,7 +171,8 @@ TEST_F(CEventTest, AnExceptionOfTheHostEndsNothing) {
     EXPECT_EQ(client.Socket().ReceiveExactly(116), FrameOf(MakeUnit({}), VIDEO_SSRC, 0));
     client.Socket().Reset();
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED));
-    EXPECT_EQ(m_listener.Events(), "12346") << "no event is left out";
+    EXPECT_EQ(m_listener.Events(), "connected, described, set up, playing, closed")
+        << "no event is left out";
 }
 
 TEST_F(CEventTest, OnlyTheClientItIsAboutWaits) {
@@ -203,8 +211,8 @@ TEST_F(CEventTest, ClientsThatConnectWithoutAFunctionRaiseNoEvents) {
     ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_DESCRIBED));
     RTSPServer_SetEventCallBack(CListener::Hear, &second);
     RTSPServer_Stop();
-    EXPECT_EQ(m_listener.Events(), "12") << "the earlier client raises no event";
-    EXPECT_EQ(second.Events(), "6");
+    EXPECT_EQ(m_listener.Events(), "connected, described") << "the earlier client raises no event";
+    EXPECT_EQ(second.Events(), "closed");
     EXPECT_EQ(second.Heard()[0].info.dwReason, static_cast<uint32_t>(RTSPS_CLOSE_SERVER_STOPPED));
 }
 
