@@ -3,7 +3,7 @@
 
 #include "rtsps_server.h"
 #include "rtsps_url.h"
-#include "support/log_capture.h"
+#include "support/test_net.h"
 
 namespace {
 
@@ -26,9 +26,16 @@ const std::string UNKNOWN = VIDEO +
                             "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 MP4V-ES/90000\r\n"
                             "a=control:streamid=1\r\n";
 
+constexpr uint32_t NO_AUDIO = 0;
+
+tagRtspServerStreamInfo Info(uint8_t videoPayload, uint32_t videoFormat, uint8_t audioPayload,
+                             uint32_t audioFormat) {
+    return {videoPayload, audioPayload, 0, 0, audioFormat, videoFormat, {}};
+}
+
 tagRtspRequestCfg Declare(tagRtspServerStreamInfo info) {
-    CRtspServer::Instance()->SetStreamInfo(3, 2, &info);
-    return {0, 3, 2, 0, {}, {}};
+    CRtspServer::Instance()->SetStreamInfo(3, RTSPS_STREAM_THIRD, &info);
+    return {0, 3, RTSPS_STREAM_THIRD, 0, {}, {}};
 }
 
 std::string Describe(const tagRtspRequestCfg& cfg) {
@@ -44,11 +51,12 @@ TEST(SdpDescription, EveryCoding) {
         std::string description;
         std::string lines = {};
     } rows[] = {
-        {"H.265, the largest payload type, no audio", {255, 8, 0, 0, 0, 2, {}}, LIVE + H265},
-        {"audio of no known format", {96, 8, 0, 0, 100, 1, {}}, LIVE + H264},
+        {"H.265, the largest payload type, no audio",
+         Info(255, RTSPS_VIDEO_STREAM_TYPE_H265, 8, NO_AUDIO), LIVE + H265},
+        {"audio of no known format",
+         Info(96, RTSPS_VIDEO_STREAM_TYPE_H264, 8, RTSPS_AUDIO_STREAM_TYPE_UNDEF), LIVE + H264},
         {"formats without a name",
-         {96, 97, 0, 0, 33, 0, {}},
-         LIVE + UNKNOWN,
+         Info(96, RTSPS_VIDEO_STREAM_TYPE_UNDEF, 97, RTSPS_AUDIO_STREAM_TYPE_AAC), LIVE + UNKNOWN,
          "E encode is 0; nof find match!|E encode is 33; nof find match!"},
     };
     for (const auto& row : rows) {
@@ -61,13 +69,13 @@ TEST(SdpDescription, EveryCoding) {
 }
 
 TEST(SdpDescription, NamesTheAddressFamily) {
-    tagRtspRequestCfg cfg = Declare({96, 8, 0, 0, 32, 1, {}});
+    tagRtspRequestCfg cfg = Declare(MakeStreamInfo());
     cfg.byIPV6 = 1;
     EXPECT_EQ(Describe(cfg), Session("IP6 ::") + H264 + PCMA);
 }
 
 TEST(SdpDescription, StaysWithinItsBuffer) {
-    const tagRtspRequestCfg cfg = Declare({96, 8, 0, 0, 32, 1, {}});
+    const tagRtspRequestCfg cfg = Declare(MakeStreamInfo());
     EXPECT_EQ(GenerateSdpDescription(&cfg, nullptr, 2048), -1);
     const size_t length = (LIVE + H264 + PCMA).size();
     for (const size_t size : {size_t{1}, size_t{64}, length, length + 1}) {
