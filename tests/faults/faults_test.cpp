@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <climits>
 #include <deque>
+#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -33,6 +34,8 @@
 namespace {
 
 const std::string REFUSED = "RTSP/1.0 500 Internal Server Error\r\nCSeq: 3\r\n\r\n";
+
+const char* const TRANSPORTS[CPlayer::TRANSPORTS] = {"Udp", "Tcp", "Interleaved"};
 
 // Sweeps ended sessions continuously, not only when the accept thread finds no client.
 struct CSweeper {
@@ -152,7 +155,8 @@ TEST_F(CFaultTest, CallsThatFail) {
         {CPlayer::TCP, THREAD, 2, EAGAIN, "E create accept_connect_svc thread failed ", REFUSED}};
     Init();
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.transport << row.call << row.nth << row.lines);
+        SCOPED_TRACE(testing::Message() << TRANSPORTS[row.transport] << ", number " << row.nth
+                                        << " of call " << row.call << ": " << row.lines);
         const CLogCapture log;
         RTSPServer_Stop();  // the next pool does not have the ports of the refused players
         ASSERT_EQ(RTSPServer_Start(), 0);
@@ -242,7 +246,7 @@ TEST_F(CFaultTest, PeersThatResetInEachStateOverEachTransport) {
     for (int transport = CPlayer::UDP; transport < CPlayer::TRANSPORTS; ++transport) {
         int state = transport == CPlayer::UDP ? CPlayer::CONNECTED : CPlayer::SET_UP;
         for (; state <= CPlayer::TORN_DOWN; ++state) {
-            SCOPED_TRACE(testing::Message() << transport << state);
+            SCOPED_TRACE(testing::Message() << TRANSPORTS[transport] << ", state " << state);
             {
                 CPlayer player(m_port, transport, static_cast<CPlayer::EState>(state));
                 ASSERT_TRUE(Ok(player.reply));
@@ -538,7 +542,7 @@ TEST_P(CNthAllocationTest, CostsAtMostItsClient) {
     EXPECT_GT(n, 60) << "the allocations of the dialogue are seen";
 }
 INSTANTIATE_TEST_SUITE_P(Transport, CNthAllocationTest,
-                         ::testing::Range(0, 0 + CPlayer::TRANSPORTS),
-                         [](const auto& row) { return "number" + std::to_string(row.index); });
+                         ::testing::Values(CPlayer::UDP, CPlayer::TCP, CPlayer::INTERLEAVED),
+                         [](const auto& row) { return TRANSPORTS[row.param]; });
 
 }  // namespace
