@@ -72,12 +72,12 @@ TEST_F(CListenerTest, DebugModeFollowsAClient) {
     CTestClient client(m_port);
     EXPECT_TRUE(client.PlayInterleaved());
     client.Socket().Send(std::string("$\1\0\4abcd", 8));
-    EXPECT_TRUE(
-        m_log.HasLines("I Thread_Create, the port is [#]|I the client connect is arrive!!!!!!!|"
-                       "I Client : family [AF_INET]|I port [" +
-                       std::to_string(client.Socket().Port()) +
-                       "]|I Coming Addr[127.0.0.1], ConnectFD [#]|I fd[#], len = [#],|"
-                       "I reqtype=0,chan=1,streamtype=0|I RTCP packet recv"));
+    EXPECT_TRUE(m_log.HasLines(
+        "I Thread_Create, the port is [#]|I the client connect is arrive!!!!!!!|"
+        "I Client : family [AF_INET]|I port [" +
+        std::to_string(client.Socket().Port()) +
+        "]|I Coming Addr[127.0.0.1], ConnectFD [#]|I fd[#], len = [#],|"
+        "I reqtype=0,chan=1,streamtype=0|I rtcp create_new OK == [4]|I RTCP packet recv"));
     EXPECT_TRUE(m_log.Has("pRecvBuf:\n[DESCRIBE rtsp://"));
     EXPECT_TRUE(m_log.Has(" send_response \n[RTSP/1.0 200 OK\r\n"));
 }
