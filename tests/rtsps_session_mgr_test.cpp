@@ -28,7 +28,9 @@ CRtspSession* MakeSession(uint32_t id) {
 
 bool IsKnown(uint32_t id) {
     const bool known = Manager().getSession(id) != nullptr;
-    Manager().releaseSession(known ? id : 0xFFFFFFFFU);
+    if (known) {
+        Manager().releaseSession(id);
+    }
     return known;
 }
 

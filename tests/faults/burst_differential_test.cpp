@@ -208,7 +208,7 @@ class CBurstTest : public ::testing::TestWithParam<unsigned> {
 TEST_P(CBurstTest, InterleavedMeetsAFullOrBrokenConnectionAtEveryByte) {
     const auto run = static_cast<int64_t>(m_pushes[0].size());
     // Every byte of a short run; sanitizers and emulators are slow.
-    const int64_t step = !IsPlainBuild() || IsEmulated() ? run / 3 : run > 250 ? run / 23 : 1;
+    const int64_t step = !IsPlainBuild() ? run / 3 : run > 250 ? run / 23 : 1;
     for (const CWall& wall : STREAM_WALLS) {
         for (int64_t cut = 0; cut < run && !HasFailure(); cut += step) {
             // The room for the third push: none, less than the waiting bytes, enough for them and a
@@ -223,7 +223,7 @@ TEST_P(CBurstTest, InterleavedMeetsAFullOrBrokenConnectionAtEveryByte) {
 }
 
 TEST_P(CBurstTest, UdpMeetsAFaultAtEveryDatagramWithAndWithoutReports) {
-    const bool isSlow = !IsPlainBuild() || IsEmulated();
+    const bool isSlow = !IsPlainBuild();
     const auto steps = isSlow ? std::vector<int64_t>{5} : std::vector<int64_t>{0, 2, 5, -20};
     const int64_t everyDatagram = isSlow ? 2 : 8;  // up to this one
     for (const int64_t step : steps) {
