@@ -14,13 +14,12 @@ namespace {
 
 // Units with rising sequence numbers from 1 on and payloads of these sizes.
 Bytes MakeUnits(const std::vector<size_t>& payloads) {
-    Bytes run;
+    std::vector<Bytes> units;
     uint16_t sequence = 0;
     for (const size_t payload : payloads) {
-        const Bytes unit = MakeUnit({96, ++sequence, 0, payload, 1});
-        run.insert(run.end(), unit.begin(), unit.end());
+        units.push_back(MakeUnit({96, ++sequence, 0, payload, 1}));
     }
-    return run;
+    return Join(units);
 }
 
 int Units(Bytes run, CRtpBurst::EKind kind) {
