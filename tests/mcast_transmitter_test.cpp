@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 
 #include "support/log_capture.h"
 #include "support/trans_info.h"

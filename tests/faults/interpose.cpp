@@ -2,7 +2,6 @@
 #include "faults/interpose.h"
 
 #include <dlfcn.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 
 bool IsPlainBuild() {

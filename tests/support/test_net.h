@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <utility>
 #include <vector>
 
