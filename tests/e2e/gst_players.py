@@ -172,7 +172,7 @@ def failure(program):
 
 def restart(program):
     """A camera stops: the host reports it and restarts the pipeline. The client sees only a gap."""
-    port = free_ports() + 19  # the host takes the others
+    port = free_ports()
     sink = f"rtph264pay config-interval=-1 ! udpsink host=127.0.0.1 port={port}"
     camera = f"gst-launch-1.0 {LIVE} ! {sink}".split()
     first = Process("camera", camera)

@@ -96,9 +96,9 @@ class Process:
         """Returns what came to standard output, then what came to standard error."""
         return "".join(log.read_text(encoding="utf-8", errors="replace") for log in self.logs)
 
-    def wait_for(self, text, seconds=60):
+    def wait_for(self, text):
         """Waits until the program has printed a text."""
-        wait_until(lambda: text in self.output() or self.process.poll() is not None, seconds, text)
+        wait_until(lambda: text in self.output() or self.process.poll() is not None, 60, text)
         check(text in self.output(), f"{self.name} ended without '{text}'")
 
     def wait(self):
