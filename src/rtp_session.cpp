@@ -167,7 +167,7 @@ void CRtpSession::account_burst(const CRtpBurst& burst, const CSendResult& resul
     }
 }
 
-// Returns whether the unit has the expected sequence number.
+// Returns false for a video unit with an unexpected sequence number.
 bool CRtpSession::account_unit(const uint8_t* pUnit, int len) {
     const uint8_t* pHeader = pUnit + RTP_PREFIX_SIZE;
     const bool bAsExpected = len < UNIT_SIZE_WITH_SEQUENCE || CheckVideoSequence(pHeader, &m_seq);
