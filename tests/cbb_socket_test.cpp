@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -182,6 +183,31 @@ TEST_F(CbbSocket, AForcedCloseEndsTheConnectionForEveryCopy) {
     ConnectPair();
     EXPECT_EQ(CBB_CloseSocket(dup(m_server.Fd()), 1), 0);
     EXPECT_TRUE(m_client.AtEnd());
+}
+
+TEST_F(CbbSocket, AddressesOfAConnection) {
+    ConnectPair();
+    CBB_ADDR_T local{}, peer{};
+    EXPECT_EQ(CBB_GetAddrBySockFd(m_client.Fd(), &local, &peer), 0);
+    EXPECT_EQ(CBB_GetAddrPort(&local), m_client.Port());
+    EXPECT_EQ(CBB_GetAddrPort(&peer), m_listen.Port());
+    local = {};
+    EXPECT_EQ(CBB_GetAddrBySockFd(m_listen.Fd(), &local, &peer), -1) << "it has no peer";
+    EXPECT_EQ(CBB_GetAddrPort(&local), 0) << "kept: the local record is unchanged";
+}
+
+volatile sig_atomic_t g_signals = 0;
+
+// A signal ends every poll(), whatever the flags of its handler are.
+TEST_F(CbbSocket, AWaitContinuesAfterASignal) {
+    signal(SIGALRM, [](int) { g_signals = 1; });
+    const itimerval soon{{0, 0}, {0, 10000}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    pollfd quiet = {m_listen.Fd(), POLLIN, 0};
+    int timeLeft = 100;
+    EXPECT_EQ(CBB_PollEx(&quiet, 1, &timeLeft), 0);
+    EXPECT_EQ(g_signals, 1);
+    signal(SIGALRM, SIG_DFL);
 }
 
 TEST_F(CbbSocket, SelectFindsWhatIsReadable) {

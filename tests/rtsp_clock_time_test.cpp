@@ -31,9 +31,9 @@ TEST(ClockTimeTest, ReadsLocalTimeAndWritesUtc) {
     EXPECT_EQ(Written("TST-2", "20000101T000000Z"), "19991231T220000Z") << "kept: the local zone";
     EXPECT_EQ(Written("CET-1CEST,M3.5.0,M10.5.0", "20000701T120000Z"), "20000701T100000Z")
         << "kept: summer time";
-    ClockTime time("20000101T000000Z", 16);
+    ClockTime time(1, 1);
     time.FromString("no time");
-    EXPECT_EQ(time.to_sec(), 0);
+    EXPECT_EQ(time.to_sec() + time.usec(), 0);
 }
 
 }  // namespace

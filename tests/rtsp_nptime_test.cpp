@@ -14,6 +14,7 @@ std::string Written(const char* text) {
 
 TEST(NptTime, ReadsUpToFourFields) {
     EXPECT_EQ(Written("90.5"), "90.500000");
+    EXPECT_STREQ(NPTime(0, 1).to_string(), "0.000001");
     EXPECT_EQ(Written("1:00:00"), "3600");
     EXPECT_EQ(Written("1:2:3:4.25"), "93784.250000");
     EXPECT_EQ(Written("1:2:3:4:5"), "0") << "five fields are none";

@@ -89,6 +89,7 @@ TEST_F(CServerObjectTest, StreamRecordsAreKeyedBySignExtendedNumbers) {
         int channel, stream;
         uint32_t mark;  // 0: none is stored
     };
+    EXPECT_EQ(RTSPServer_SetStreamInfo(1, 0, nullptr), 0) << "stores nothing";
     constexpr CRecord stored[] = {{1, 0, 1}, {1, 0, 2}, {0, 1, 3}, {5, -1, 4}, {-1, 0, 5}};
     for (const CRecord& record : stored) {
         TRtspServerStreamInfo info{};
