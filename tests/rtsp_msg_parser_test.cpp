@@ -68,6 +68,7 @@ TEST(RtspMsgParser, MessagesAreWrittenBack) {
         {"no number in the version", "RTSP/x 200 OK" + end, "RTSP/0.0 200 OK" + end},
         {"an unknown status cannot be written", "RTSP/1.0 999 x" + end, ""},
         {"kept: a quoted slice starts at its quote", "RTSP/1.0 \"200\" OK" + end, ""},
+        {"a quote within quotes", "\"PL\\\"Y\" u RTSP/1.0" + end, "ERROR u RTSP/1.0" + end},
         {"no status", "RTSP/1.0" + end, NO_MESSAGE},
         {"a line end", "\r\n", NO_MESSAGE},
         {"a quote without an end", "\"\\", NO_MESSAGE},
