@@ -104,6 +104,7 @@ int Seconds(const CTestSocket& socket, int option) {
     timeval time = {};
     socklen_t length = sizeof(time);
     EXPECT_EQ(getsockopt(socket.Fd(), SOL_SOCKET, option, &time, &length), 0);
+    EXPECT_EQ(time.tv_usec, 0);
     return static_cast<int>(time.tv_sec);
 }
 

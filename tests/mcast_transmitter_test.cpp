@@ -61,6 +61,9 @@ TEST(McastTransmitter, SendsDatagramsToTheGroup) {
     for (const char* local : {"127.0.0.1", "::ffff:127.0.0.1"}) {
         info.serverAddr = MakeAddr(local, 0);
         ASSERT_EQ(transmitter.open(&info), 0) << local;
+        CBB_ADDR_T bound{};
+        EXPECT_EQ(CBB_GetAddrBySockFd(transmitter.GetHandle(), &bound, nullptr), 0);
+        EXPECT_STREQ(CBB_GetAddrString(&bound), "127.0.0.1");
         EXPECT_EQ(Send(transmitter, "$abcpacket"), 10);
         EXPECT_EQ(receiver.Receive(), "packet");
         getsockopt(transmitter.GetHandle(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, &size);

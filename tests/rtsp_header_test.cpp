@@ -44,6 +44,8 @@ TEST(RtspHeader, ParametersAreFoundByTheirName) {
     EXPECT_STREQ(value.GetParameter("timeout")->get_value(), "60");
     value.remove_parameter("timeout");
     EXPECT_EQ(Text(value), "12345678;timeout=70");
+    value.Clear();
+    EXPECT_EQ(Text(value), "");
 }
 
 TEST(RtspHeader, OwnsItsValues) {

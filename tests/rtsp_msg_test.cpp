@@ -111,6 +111,7 @@ TEST(RtspResponse, MulticastReply) {
 TEST(RtspMsg, HeadersAreShownInTheirOrder) {
     const CLogCapture log;
     CRtspResponse response(RTSP_STATUS_200);
+    EXPECT_STREQ(response.Msg(), "OK");
     response.append_date("today");
     response.append_range_time_now(nullptr, time_t{1} << 40);  // clamped to the range of int
     response.AddHeader("Big", 4294967295UL);

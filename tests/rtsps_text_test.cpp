@@ -81,8 +81,9 @@ TEST(TextToLower, ChangesAsciiLettersOnly) {
 TEST(TextToIntPair, CountsWhatItRead) {
     int first = 0;
     int second = 0;
-    EXPECT_EQ(TextToIntPair("x-1", &first, &second, '-'), 0);
+    EXPECT_EQ(TextToIntPair("a-1", &first, &second, '-'), 0);
     EXPECT_EQ(TextToIntPair("6-", &first, &second, '-'), 1);
+    EXPECT_EQ(TextToIntPair("6-a", &first, &second, '-'), 1);
     EXPECT_EQ(TextToIntPair("6--7", &first, &second, '-'), 2);
     EXPECT_EQ(second, -7);
 }
