@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "mcast_transmitter.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -50,7 +51,9 @@ TEST(McastTransmitter, SendsDatagramsToTheGroup) {
     ASSERT_EQ(CBB_Bind(receiver.Fd(), &any), 0);
     TRANS_INFO info = MakeTransInfo(MCAST_MODE);
     info.clientAddr = MakeAddr("239.255.17.4", receiver.Port());
-    if (CBB_JoinMultiCastGroup(receiver.Fd(), &info.serverAddr, &info.clientAddr) != 0 ||
+    const ip_mreq membership{{inet_addr("239.255.17.4")}, {inet_addr("127.0.0.1")}};
+    if (setsockopt(receiver.Fd(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof(membership)) !=
+            0 ||
         CBB_SendTo(CTestSocket::BindUdp().Fd(), "probe", 5, &info.clientAddr) != 5 ||
         receiver.Receive(100, 1000) != "probe") {
         GTEST_SKIP() << "no multicast on the loopback interface: " << strerror(errno);

@@ -34,6 +34,9 @@ TEST(NptTime, ReadsTheGivenLength) {
     EXPECT_TRUE(valid);
     EXPECT_EQ(NPTime("", 0, false, valid).to_sec(), 0);
     EXPECT_FALSE(valid);
+    NPTime time(1, 1);
+    EXPECT_FALSE(time.FromString(""));
+    EXPECT_STREQ(time.to_string(), "0");
 }
 
 TEST(NptTime, CountsWithinTheRange) {
