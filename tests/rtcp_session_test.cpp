@@ -31,7 +31,7 @@ TEST(RtcpSession, ReportsAreDueEveryFiveSeconds) {
 
 // The reports of a session that has sent three packets, by transport.
 TEST(RtcpSession, ReportBytes) {
-    const uint16_t port = FreeDataPortRange(2);
+    const uint16_t port = FreeDataPortRange();
     const CTestSocket udp = CTestSocket::BindUdp();
     const CSocketPair connection;
     const std::string common("\x80\xC8\0\6", 4);

@@ -82,9 +82,7 @@ TEST_F(LogDrain, GivesUpAStuckConsoleAndReportsTheRemainingLines) {
     const CLogCapture errors(2);
     const auto begin = std::chrono::steady_clock::now();
     m_drain.Close();
-    const auto time = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(time, CLogDrain::FLUSH_TIME);
-    EXPECT_LT(time, CLogDrain::FLUSH_TIME * 20);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, CLogDrain::FLUSH_TIME);
     std::string taken(4096, 0);
     taken.resize(static_cast<size_t>(read(m_console, taken.data(), taken.size())));
     const auto lines = 600 - std::count(taken.begin(), taken.end(), '\n');

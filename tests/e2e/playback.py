@@ -117,6 +117,11 @@ class Process:
         self.process.wait()
 
 
+def feeder(file):
+    """A process whose standard output, a pipe, repeats the file until it is killed."""
+    return Process("feeder", ["sh", "-c", f"while cat '{file}'; do :; done"], stdout=subprocess.PIPE)
+
+
 class Host(Process):
     """live_host or gst_host, serving. A new start keeps the port."""
 

@@ -6,10 +6,9 @@ Usage: players.py files|pipe|minimal_host [emulator...] host"""
 
 import pathlib
 import socket
-import subprocess
 
 from playback import (CLIP, FFMPEG, SOUND, Host, Player, Process, check, check_recording,
-                      free_ports, main, output_of, require_programs, source_frames, wait_until)
+                      feeder, free_ports, main, output_of, require_programs, source_frames, wait_until)
 
 SECONDS = 7      # of media that each player records; the first sender report comes after 5
 RUN_FRAMES = 50  # frames that must arrive in a row, unchanged and in order, with their sound
@@ -39,13 +38,11 @@ def pipe(program):
               "-pix_fmt", "yuv420p", "-c:v", "libx265", "-preset", "veryfast", "-x265-params",
               "log-level=error:keyint=25:min-keyint=25:bframes=0:open-gop=0:scenecut=0:slices=2"
               ":repeat-headers=1", "clip.h265")
-    feed = "while cat clip.h265; do :; done"
-    feeder = Process("feeder", ["sh", "-c", feed], stdout=subprocess.PIPE)
-    host = Host(program, "--video", "-", "--codec", "h265", stdin=feeder.process.stdout)
+    feed = feeder("clip.h265")
+    host = Host(program, "--video", "-", "--codec", "h265", stdin=feed.process.stdout)
     play(host, "clip.h265")
-    feeder.kill()
-    code = host.wait()
-    check(code == 0, f"at the end of the pipe the host ended with {code}")
+    feed.kill()
+    check(host.wait() == 0, "the end of the pipe is an error")
 
 
 def minimal_host(program):

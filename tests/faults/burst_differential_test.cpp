@@ -201,7 +201,7 @@ class CBurstTest : public ::testing::TestWithParam<unsigned> {
 
     bool m_reportsOneByte = false;  // that waits for the socket
     CLogCapture m_dump{2};          // addresses in hexadecimal
-    uint16_t m_port = FreeDataPortRange(1);
+    uint16_t m_port = FreeDataPortRange();
     const std::vector<Bytes> m_pushes = RandomPushes(GetParam());
 };
 

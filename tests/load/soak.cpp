@@ -67,7 +67,7 @@ class CSoak {
     bool Run() {
         TRtspServerPara para{};
         para.nServerPort = m_port;
-        para.nMinPort = FreeDataPortRange(PORT_PAIRS);
+        para.nMinPort = FreeDataPortRange();
         para.nMaxPort = para.nMinPort + 2 * PORT_PAIRS - 1;
         RTSPServer_Init(&para);
         TRtspServerStreamInfo info = MakeStreamInfo();

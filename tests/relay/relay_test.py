@@ -13,8 +13,9 @@ import sys
 import time
 
 from harness import Relay, make_clip
-from playback import (CLIP, SOUND, SOURCE, Host, Process, Skipped, check, check_frames, frame_sums,
-                      free_ports, output_of, require_programs, run_test, source_frames, wait_until)
+from playback import (CLIP, SOUND, SOURCE, Host, Process, Skipped, check, check_frames, feeder,
+                      frame_sums, free_ports, output_of, require_programs, run_test, source_frames,
+                      wait_until)
 
 LISTED = 6          # segments in the playlist
 KEPT = LISTED + 3   # on the disk: players may still load segments that have just left the list
@@ -173,12 +174,10 @@ def demo(live_host):
     port = free_ports()
     command = [SOURCE / "examples/relay/web_demo", live_host, "--web", "--http-port", str(port),
                "--port"]
-    feed = f"while cat '{CLIP}'; do :; done"
-    feeder = Process("feeder", ["sh", "-c", feed], stdout=subprocess.PIPE)
-    piped = Process("piped", [*command, str(port + 1), "--video", "-"],
-                    stdin=feeder.process.stdout)
+    feed = feeder(CLIP)
+    piped = Process("piped", [*command, str(port + 1), "--video", "-"], stdin=feed.process.stdout)
     piped.wait_for("watches chan1/main")
-    feeder.kill()
+    feed.kill()
     check(piped.wait() == 0, "the end of the input is an error")
     check_children_gone(piped)
 

@@ -158,8 +158,8 @@ TRtspServerStreamInfo MakeStreamInfo();
 inline uint16_t FreeTcpPort() {
     return CTestSocket::ListenTcp(0).Port();
 }
-uint16_t FreeDataPortRange(int pairs);  // first port of an even range that no other process uses
-int CountEntries(const char* path);     // of a folder
+uint16_t FreeDataPortRange();        // the first of 640 ports that no other test process uses
+int CountEntries(const char* path);  // of a folder
 inline int CountThreads() {
     return CountEntries("/proc/self/task");
 }
