@@ -53,9 +53,9 @@ class CListener {
         }
         return events;
     }
-    bool WaitFor(int event, std::chrono::seconds limit = std::chrono::seconds(10)) {
+    bool WaitFor(int event, int seconds = 10) {
         return WaitUntil([&] { return Events().find(NAMES.at(event)) != std::string::npos; },
-                         limit);
+                         std::chrono::seconds(seconds));
     }
 
     std::function<void(const CHeard&)> inside;  // set before the first client
@@ -127,8 +127,7 @@ TEST_F(CEventTest, ShortPushesEndASession) {
         EXPECT_EQ(m_log.Has("send failed over thresold and exit"), i == 42);
         Push(i == 20 ? video : audio);
     }
-    ASSERT_TRUE(
-        m_listener.WaitFor(RTSPS_EVENT_CLOSED, std::chrono::seconds(IsPlainBuild() ? 2 : 10)))
+    ASSERT_TRUE(m_listener.WaitFor(RTSPS_EVENT_CLOSED, IsPlainBuild() ? 2 : 10))
         << "a push that ends a session wakes its thread, which waits longer";
     EXPECT_FALSE(client.Socket().AtEnd(0)) << "the socket stays open until the sweep";
     EXPECT_FALSE(m_log.Has("Recvn ,nRecvlen"));

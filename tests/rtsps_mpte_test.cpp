@@ -29,6 +29,9 @@ TEST(SmpteTime, ReadsFields) {
     EXPECT_EQ(Msecs("1::3"), 3780000U) << "empty fields do not count";
     EXPECT_EQ(Msecs("0:0:0.29"), 968U) << "the last frame";
     EXPECT_EQ(Msecs("0:0:1.7 9"), 1234U) << "the frame ends at a blank";
+    Time time(3725033UL);
+    time.FromString("");
+    EXPECT_EQ(time.msecs(), 0U);
 }
 
 TEST(SmpteTime, FramesLastAsLongAsTheirRateSays) {

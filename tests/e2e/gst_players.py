@@ -53,8 +53,7 @@ def check_offset(recording, frames):
     sound = (2 * SOUND.read_bytes()).index(read_sound(recording)[:800]) / 8000
     away = (first_time(recording, "a") - sound) - (first_time(recording, "v") - picture)
     away = (away + 2.5) % 5 - 2.5  # the pictures repeat after 5 s, the sound after 10 s
-    print(f"{recording}: the sound is {1000 * away:.0f} ms late")
-    check(abs(away) < 0.040, "sound and picture do not belong together")
+    check(abs(away) < 0.040, f"{recording}: the sound is {1000 * away:.0f} ms late")
 
 
 def frames(program):

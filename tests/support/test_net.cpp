@@ -306,12 +306,10 @@ int CountEntries(const char* path) {
 
 int OwnThreads() {
     static const int threads = [] {
-        if (!IsPlainBuild()) {
-            // A sanitizer's own thread appears with the first one.
-            std::string folder;
-            std::thread([&] { folder = "/proc/self/task/" + std::to_string(gettid()); }).join();
-            WaitUntil([&] { return !std::filesystem::exists(folder); });
-        }
+        // A sanitizer's own thread appears with the first one.
+        std::string folder;
+        std::thread([&] { folder = "/proc/self/task/" + std::to_string(gettid()); }).join();
+        WaitUntil([&] { return !std::filesystem::exists(folder); });
         return CountThreads();
     }();
     return threads;
